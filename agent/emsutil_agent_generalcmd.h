@@ -1,0 +1,50 @@
+#ifndef AGENT_EMSUTIL_AGENT_GENERALCMD_H
+#define AGENT_EMSUTIL_AGENT_GENERALCMD_H
+
+#include <map>
+#include <memory>
+#include <string>
+
+// In this order: without the first the second does not declare the thread-safe queue.
+#include <ace/Synch.h>
+#include <ace/Message_Queue.h>
+
+#include "emsutil/general_command.h"
+
+namespace NSQN_EMSUTIL_AGENT {
+
+/// The process's command registry: the handlers by name, and the queue of commands that wait.
+///
+/// The instance lives until the process ends; what is queued then is neither run nor freed. The
+/// queue has locks of its own, taken with no other lock held.
+class EmsGeneralCmdMgr
+{
+public:
+    /// The one instance, made on first use; null when ACE's lock for static objects fails.
+    static EmsGeneralCmdMgr* Instance();
+
+    EmsGeneralCmdMgr();
+    /// Frees the commands still queued without running them.
+    ~EmsGeneralCmdMgr();
+    EmsGeneralCmdMgr(const EmsGeneralCmdMgr&) = delete;
+    EmsGeneralCmdMgr& operator=(const EmsGeneralCmdMgr&) = delete;
+
+    void Register(const std::string& name, EmsGeneralCmdHandler handler);
+    void Add(const EmsGeneralCmd& cmd);
+    void Run(EmsGeneralCmd& cmd);
+    void Drain();
+
+private:
+    using CmdQueue = ACE_Message_Queue<ACE_MT_SYNCH>;
+
+    /// The handler of `name`, or null: also when the lock cannot be taken.
+    EmsGeneralCmdHandler FindHandler(const std::string& name);
+
+    std::unique_ptr<CmdQueue> m_pCmdQueue; // constant after construction
+    std::map<std::string, EmsGeneralCmdHandler> m_CmdHandlerMap; // guarded by m_CmdHandlerLock
+    ACE_Thread_Mutex m_CmdHandlerLock;
+};
+
+} // namespace NSQN_EMSUTIL_AGENT
+
+#endif

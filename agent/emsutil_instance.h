@@ -1,0 +1,41 @@
+#ifndef AGENT_EMSUTIL_INSTANCE_H
+#define AGENT_EMSUTIL_INSTANCE_H
+
+#include <atomic>
+
+#include <ace/Guard_T.h>
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Static_Object_Lock.h>
+
+namespace NSQN_EMSUTIL_AGENT {
+
+/// The process-wide T that `instance` points to, made on the first call; null when ACE's lock for
+/// static objects cannot be taken. Once it exists a call is one read. What T's constructor throws
+/// passes to the caller, and the next call tries again.
+///
+/// `instance` is a plain pointer, constant-initialised, published with release and read with
+/// acquire.
+template <class T>
+T* CreateOnce(T*& instance)
+{
+    const std::atomic_ref<T*> published(instance);
+    if (T* existing = published.load(std::memory_order_acquire)) {
+        return existing;
+    }
+    ACE_Recursive_Thread_Mutex* lock = ACE_Static_Object_Lock::instance();
+    if (lock == nullptr) {
+        return nullptr;
+    }
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*lock);
+    if (!guard.locked()) {
+        return nullptr;
+    }
+    if (instance == nullptr) {
+        published.store(new T, std::memory_order_release);
+    }
+    return instance;
+}
+
+} // namespace NSQN_EMSUTIL_AGENT
+
+#endif

@@ -1,0 +1,22 @@
+# What every target of ours is compiled with. Nothing of it reaches a user of the library.
+
+add_library(emsutil_sanitizers INTERFACE)
+if(EMSUTIL_SANITIZE)
+    target_compile_options(emsutil_sanitizers INTERFACE
+        -fsanitize=${EMSUTIL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(emsutil_sanitizers INTERFACE -fsanitize=${EMSUTIL_SANITIZE})
+endif()
+
+function(emsutil_configure_target target)
+    target_compile_features(${target} PRIVATE cxx_std_20)
+    set_target_properties(${target} PROPERTIES
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(${target} PRIVATE
+        -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wnon-virtual-dtor
+        -Woverloaded-virtual -Wundef
+        $<$<BOOL:${EMSUTIL_WARNINGS_AS_ERRORS}>:-Werror>)
+    target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:emsutil_sanitizers>")
+endfunction()

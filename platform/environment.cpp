@@ -1,0 +1,104 @@
+#include "emsplatform/platform.h"
+#include "emsplatform/setup.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+
+namespace {
+
+/// What a host set; where it set nothing, the answer is worked out when asked for.
+struct Environment
+{
+    std::mutex lock;
+    std::optional<std::string> installPath; // guarded by lock
+    std::optional<std::string> configFile;  // guarded by lock
+};
+
+// Never destroyed: the library may ask until the process is gone.
+Environment& TheEnvironment()
+{
+    static Environment& environment = *new Environment;
+    return environment;
+}
+
+void Set(std::optional<std::string>& field, const std::string& text)
+{
+    const std::lock_guard guard(TheEnvironment().lock);
+    field = text;
+}
+
+std::string StartDirectory()
+{
+    static const std::string& directory =
+        *new std::string(std::filesystem::current_path().string());
+    return directory;
+}
+
+} // namespace
+
+namespace NSQN_util {
+
+std::string g_ProcName = program_invocation_short_name;
+bool g_bEnableMitLockErrMgr = false;
+
+std::string GetEKORPath()
+{
+    Environment& environment = TheEnvironment();
+    {
+        const std::lock_guard guard(environment.lock);
+        if (environment.installPath) {
+            return *environment.installPath;
+        }
+    }
+    return StartDirectory();
+}
+
+std::string GetParentPath(const std::string& path)
+{
+    const std::size_t nameEnd = path.find_last_not_of('/');
+    if (nameEnd == std::string::npos) {
+        return path.empty() ? "./" : "/";
+    }
+    const std::size_t separator = path.find_last_of('/', nameEnd);
+    if (separator == std::string::npos) {
+        return "./";
+    }
+    const std::size_t parentEnd = path.find_last_not_of('/', separator);
+    return parentEnd == std::string::npos ? "/" : path.substr(0, parentEnd + 1) + '/';
+}
+
+void GetEmsCfgFile(std::string& path)
+{
+    Environment& environment = TheEnvironment();
+    {
+        const std::lock_guard guard(environment.lock);
+        if (environment.configFile) {
+            path = *environment.configFile;
+            return;
+        }
+    }
+    path = GetEKORPath() + "/ems.cfg";
+}
+
+} // namespace NSQN_util
+
+namespace emsplatform {
+
+void SetInstallPath(const std::string& path)
+{
+    Set(TheEnvironment().installPath, path);
+}
+
+void SetProcessName(const std::string& name)
+{
+    NSQN_util::g_ProcName = name;
+}
+
+void SetConfigFile(const std::string& path)
+{
+    Set(TheEnvironment().configFile, path);
+}
+
+} // namespace emsplatform

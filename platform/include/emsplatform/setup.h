@@ -1,0 +1,44 @@
+#ifndef EMSPLATFORM_SETUP_H
+#define EMSPLATFORM_SETUP_H
+
+/// How a host or a test sets this platform up. The library uses nothing of it.
+///
+/// Thread safety: SetDebug...() may be called at any time and hold for the lines that follow; the
+/// others are called before threads start.
+/// Ownership: texts and callbacks are copied; a stream stays the caller's.
+/// Errors: only SetDebugFile() can fail, and says so.
+
+#include <cstdio>
+#include <functional>
+#include <string>
+
+namespace emsplatform {
+
+enum class DebugOperation { DebugPrint, AssertPrint };
+
+/// Gets each text as formatted, without a newline added; `level` is 0 for AssertPrint. It runs on
+/// the thread that prints, with no lock held: it may print itself, and several threads may be in it
+/// at once. What it throws leaves the print.
+using DebugCallback = std::function<void(DebugOperation operation, int level, const std::string& text)>;
+
+/// Where debug lines go: standard error at first. A stream or a file gets each text as one whole
+/// line, with a newline added to a text that has none at its end.
+void SetDebugStream(std::FILE* stream);
+void SetDebugCallback(DebugCallback callback);
+
+/// Appends debug lines to a file. Returns false, and changes nothing, when it cannot be opened;
+/// errno then says why.
+bool SetDebugFile(const std::string& path);
+
+/// The lowest level that DebugPrint shows: 0 at first. libemsutil prints at level 1.
+void SetLowestDebugLevel(int level);
+
+/// The install path (at first the directory that the process was started in), the process's name
+/// (at first the program's), and the configuration file (at first "ems.cfg" in the install path).
+void SetInstallPath(const std::string& path);
+void SetProcessName(const std::string& name);
+void SetConfigFile(const std::string& path);
+
+} // namespace emsplatform
+
+#endif
