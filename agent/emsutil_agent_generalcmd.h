@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-// In this order: without the first the second does not declare the thread-safe queue.
 #include <ace/Synch.h>
+// After ace/Synch.h: without it the header does not declare the thread-safe queue.
 #include <ace/Message_Queue.h>
 
 #include "emsutil/general_command.h"
@@ -40,7 +40,7 @@ private:
     /// The handler of `name`, or null: also when the lock cannot be taken.
     EmsGeneralCmdHandler FindHandler(const std::string& name);
 
-    std::unique_ptr<CmdQueue> m_pCmdQueue; // constant after construction
+    std::unique_ptr<CmdQueue> m_pCmdQueue;                       // constant after construction
     std::map<std::string, EmsGeneralCmdHandler> m_CmdHandlerMap; // guarded by m_CmdHandlerLock
     ACE_Thread_Mutex m_CmdHandlerLock;
 };

@@ -8,7 +8,10 @@
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
-///     int SetLevel(EmsGeneralCmd* cmd, EmsGeneralCmd*) { puts(cmd->ToString().c_str()); return 0; }
+///     int SetLevel(EmsGeneralCmd* cmd, EmsGeneralCmd*)
+///     {
+///         return std::puts(cmd->ToString().c_str());
+///     }
 ///
 ///     std::string name = "SetLevel";
 ///     RegEmsUtilCmd registration(name, SetLevel);

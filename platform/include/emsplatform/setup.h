@@ -19,7 +19,8 @@ enum class DebugOperation { DebugPrint, AssertPrint };
 /// Gets each text as formatted, without a newline added; `level` is 0 for AssertPrint. It runs on
 /// the thread that prints, with no lock held: it may print itself, and several threads may be in it
 /// at once. What it throws leaves the print.
-using DebugCallback = std::function<void(DebugOperation operation, int level, const std::string& text)>;
+using DebugCallback =
+    std::function<void(DebugOperation operation, int level, const std::string& text)>;
 
 /// Where debug lines go: standard error at first. A stream or a file gets each text as one whole
 /// line, with a newline added to a text that has none at its end.

@@ -1,0 +1,133 @@
+#include "tests/faults.h"
+
+#include <cstdlib>
+#include <new>
+
+#include <dlfcn.h>
+#include <pthread.h>
+
+namespace {
+
+/// Calls to go until one fails; 0 when none is to fail.
+constinit thread_local int g_nCountdown[faults::CALLS] = {};
+constinit thread_local int g_nError = 0;
+
+bool Fails(faults::Call call)
+{
+    return g_nCountdown[call] > 0 && --g_nCountdown[call] == 0;
+}
+
+template <class Function>
+Function* Next(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+template <class Lock>
+int LockOrFail(faults::Call call, int (*next)(Lock*), Lock* lock)
+{
+    return Fails(call) ? g_nError : next(lock);
+}
+
+void* Allocate(std::size_t size)
+{
+    return Fails(faults::ALLOCATION) ? nullptr : std::malloc(size);
+}
+
+} // namespace
+
+namespace faults {
+
+void (*g_pOnConditionWait)() = nullptr;
+
+FailNth::FailNth(Call call, int n, int error) : m_Call(call)
+{
+    g_nError = error;
+    g_nCountdown[call] = n;
+}
+
+FailNth::~FailNth()
+{
+    g_nCountdown[m_Call] = 0;
+}
+
+bool FailNth::Happened() const
+{
+    return g_nCountdown[m_Call] == 0;
+}
+
+} // namespace faults
+
+extern "C" {
+
+int pthread_mutex_lock(pthread_mutex_t* lock) noexcept
+{
+    static auto* const next = Next<int(pthread_mutex_t*)>("pthread_mutex_lock");
+    return LockOrFail(faults::MUTEX_LOCK, next, lock);
+}
+
+int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept
+{
+    static auto* const next = Next<int(pthread_rwlock_t*)>("pthread_rwlock_rdlock");
+    return LockOrFail(faults::READ_LOCK, next, lock);
+}
+
+int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept
+{
+    static auto* const next = Next<int(pthread_rwlock_t*)>("pthread_rwlock_wrlock");
+    return LockOrFail(faults::WRITE_LOCK, next, lock);
+}
+
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* lock)
+{
+    static auto* const next = Next<int(pthread_cond_t*, pthread_mutex_t*)>("pthread_cond_wait");
+    if (faults::g_pOnConditionWait != nullptr) {
+        faults::g_pOnConditionWait();
+    }
+    return next(condition, lock);
+}
+
+} // extern "C"
+
+void* operator new(std::size_t size)
+{
+    if (void* memory = Allocate(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return Allocate(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+{
+    return Allocate(size);
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}

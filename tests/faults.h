@@ -1,0 +1,34 @@
+#ifndef TESTS_FAULTS_H
+#define TESTS_FAULTS_H
+
+/// Faults in the calls that the library makes, put in by defining those calls in the test program.
+
+#include <cerrno>
+
+namespace faults {
+
+enum Call { ALLOCATION, MUTEX_LOCK, READ_LOCK, WRITE_LOCK, CALLS };
+
+/// Makes one call of this thread fail while it lives: the n-th of its kind, 1 being the next. A
+/// lock call fails with `error`, an allocation as the kind of operator new has it.
+class FailNth
+{
+public:
+    explicit FailNth(Call call, int n = 1, int error = EINVAL);
+    ~FailNth();
+    FailNth(const FailNth&) = delete;
+    FailNth& operator=(const FailNth&) = delete;
+
+    /// Whether the call has come and failed.
+    bool Happened() const;
+
+private:
+    Call m_Call;
+};
+
+/// Called by each thread that is about to wait for a condition; null for nobody.
+extern void (*g_pOnConditionWait)();
+
+} // namespace faults
+
+#endif

@@ -1,0 +1,498 @@
+#include <climits>
+#include <latch>
+#include <numeric>
+#include <random>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "agent/emsutil_agent_generalcmd.h"
+#include "emsutil/diagnostics.h"
+#include "emsutil/general_command.h"
+#include "tests/faults.h"
+
+using namespace NSQN_EMSUTIL_AGENT;
+using Names = std::vector<std::string>;
+
+namespace {
+
+EmsNameAndValueStringTypePair Pair(std::string name, std::string value,
+                                   std::int32_t rtype = NVTP_TYPE_STRING)
+{
+    EmsNameAndValueStringTypePair pair;
+    pair.name = std::move(name);
+    pair.value = std::move(value);
+    pair.rtype = rtype;
+    return pair;
+}
+
+EmsGeneralCmd Cmd(std::string name, std::string value = "")
+{
+    EmsGeneralCmd cmd;
+    cmd.name = std::move(name);
+    cmd.nvtps.nvtps.push_back(Pair("value", std::move(value)));
+    return cmd;
+}
+
+void Add(std::string name, std::string value = "")
+{
+    EmsGeneralCmd cmd = Cmd(std::move(name), std::move(value));
+    addGeneralCmd(cmd);
+}
+
+void RunNow(std::string name)
+{
+    EmsGeneralCmd cmd = Cmd(std::move(name));
+    runGeneralCmd(cmd);
+}
+
+void Register(std::string name, EmsGeneralCmdHandler handler)
+{
+    RegEmsUtilCmd registration(name, handler);
+}
+
+/// What the handlers saw, in order; they run one at a time.
+Names g_Seen;
+
+int See(EmsGeneralCmd* cmd, EmsGeneralCmd* second)
+{
+    EXPECT_EQ(second, nullptr);
+    const auto& pairs = cmd->nvtps.nvtps;
+    g_Seen.push_back(cmd->name + (pairs.empty() ? "" : pairs.front().value));
+    return -1;
+}
+
+int SeeOther(EmsGeneralCmd*, EmsGeneralCmd*)
+{
+    g_Seen.push_back("other");
+    return 0;
+}
+
+Names TakeSeen()
+{
+    return std::move(g_Seen);
+}
+
+/// "See0" ... for the commands `first` to `last`.
+Names Numbered(int first, int last)
+{
+    Names names;
+    for (int i = first; i <= last; ++i) {
+        names.push_back("See" + std::to_string(i));
+    }
+    return names;
+}
+
+constexpr int CAPACITY = (16384 + sizeof(EmsGeneralCmd) - 1) / sizeof(EmsGeneralCmd);
+
+} // namespace
+
+TEST(Records, TextForms)
+{
+    EXPECT_EQ(EmsNameAndValueStringTypePair().ToString(), "nvtp={name=,value=,rtype=String}");
+    EXPECT_EQ(EmsNVTPList().ToString(), "nvtps={}");
+    EXPECT_EQ(EmsGeneralObj().ToString(), "obj={nvtps={}}");
+    EXPECT_EQ(EmsGeneralObjList().ToString(), "objs={}");
+    EXPECT_EQ(EmsGeneralCmd().ToString(), ":={objs={},nvtps={}};");
+
+    EmsGeneralObj obj;
+    obj.nvtps.nvtps.push_back(Pair("id", "7", NVTP_TYPE_LONG));
+    EmsGeneralCmd cmd;
+    cmd.name = "SetLevel";
+    cmd.objs.objs.assign(2, obj);
+    cmd.nvtps.nvtps = {Pair("%s%n", "%d"), Pair("x", "y", 2), Pair(std::string("a\0b", 3), "1")};
+    EXPECT_EQ(cmd.ToString(), ":SetLevel={objs={obj={nvtps={nvtp={name=id,value=7,rtype=Long}}},"
+                              "obj={nvtps={nvtp={name=id,value=7,rtype=Long}}}},"
+                              "nvtps={nvtp={name=%s%n,value=%d,rtype=String},,"
+                              "nvtp={name=a,value=1,rtype=String}}};");
+}
+
+TEST(Records, LongsAreReadByStrtolAndReducedTo32Bits)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"", "0"},
+        {"abc", "0"},
+        {"  -12xyz", "-12"},
+        {"+7", "7"},
+        {"4294967297", "1"},
+        {"2147483648", "-2147483648"},
+        {"-2147483649", "2147483647"},
+        {"99999999999999999999", "-1"},
+        {"-99999999999999999999", "0"},
+    };
+    for (const auto& [value, shown] : cases) {
+        EXPECT_EQ(Pair("n", value, NVTP_TYPE_LONG).ToString(),
+                  std::string("nvtp={name=n,value=") + shown + ",rtype=Long}");
+    }
+}
+
+TEST(Records, TextFormsAreWhatPrintfMakesOfTheSameFields)
+{
+    std::mt19937 random(20); // a fixed seed: a failure comes again
+    const auto text = [&random] {
+        static constexpr std::string_view letters("%sdn,{}=\0 -+09aZ\n\xff", 19);
+        std::string made(random() % 40, ' ');
+        for (char& letter : made) {
+            letter = letters[random() % letters.size()];
+        }
+        return made;
+    };
+    const std::string longs[] = {std::to_string(LONG_MAX), std::to_string(LONG_MIN),
+                                 std::to_string(INT_MIN), std::to_string(INT_MAX)};
+    for (int i = 0; i < 10000; ++i) {
+        EmsNameAndValueStringTypePair pair =
+            Pair(text(), random() % 4 == 0 ? longs[random() % 4] : text(),
+                 static_cast<std::int32_t>(random() % 4) - 1);
+        std::string expected;
+        if (pair.rtype == NVTP_TYPE_STRING) {
+            expected = string_format("nvtp={name=%s,value=%s,rtype=%s}", pair.name.c_str(),
+                                     pair.value.c_str(), "String");
+        } else if (pair.rtype == NVTP_TYPE_LONG) {
+            const auto value = static_cast<int>(std::strtol(pair.value.c_str(), nullptr, 10));
+            expected =
+                string_format("nvtp={name=%s,value=%d,rtype=%s}", pair.name.c_str(), value, "Long");
+        }
+        ASSERT_EQ(pair.ToString(), expected);
+    }
+}
+
+TEST(Records, CopiesAreDeepAndAssignmentLeavesTheSourcesElements)
+{
+    EmsGeneralCmd five = Cmd("five");
+    five.nvtps.nvtps.assign(5, Pair("old", "old"));
+    EmsGeneralCmd three = Cmd("three");
+    three.nvtps.nvtps = {Pair("a", "1"), Pair("b", "2", 9), Pair("c", "3", NVTP_TYPE_LONG)};
+    three.objs.objs.emplace_back();
+    const std::string expected = three.ToString();
+
+    five = three;
+    EmsGeneralCmd copy(three);
+    EmsGeneralCmd& self = three;
+    three = self;
+    three.nvtps.nvtps.front().value = "changed";
+    three.objs.objs.clear();
+    EXPECT_EQ(five.ToString(), expected);
+    EXPECT_EQ(copy.ToString(), expected);
+    EXPECT_EQ(copy.nvtps.nvtps.size(), 3u);
+    EXPECT_EQ((++copy.nvtps.nvtps.begin())->rtype, 9);
+
+    std::string text = expected;
+    EXPECT_EQ(copy.FromString(text).ToString(), EmsGeneralCmd().ToString());
+    EXPECT_EQ(EmsNVTPList::FromString(text).ToString(), "nvtps={}");
+    EXPECT_EQ(text, expected);
+    EXPECT_EQ(copy.ToString(), expected);
+}
+
+TEST(Commands, TheFirstHandlerOfANameStays)
+{
+    const std::string withNul("See\0", 4);
+    Register("See", nullptr);
+    Register("See", See);
+    Register("See", SeeOther);
+    Register("", See);
+    Register(withNul, SeeOther);
+    for (const std::string& name :
+         {std::string("See"), std::string(), withNul, std::string("see"), std::string("Se")}) {
+        RunNow(name);
+    }
+    EXPECT_EQ(TakeSeen(), (Names{"See", "", "other"}));
+}
+
+TEST(Commands, RunAtOnceOnTheCallersRecord)
+{
+    Register("Change", [](EmsGeneralCmd* cmd, EmsGeneralCmd*) {
+        cmd->name = "changed";
+        return 0;
+    });
+    EmsGeneralCmd cmd = Cmd("Change");
+    runGeneralCmd(cmd);
+    EXPECT_EQ(cmd.name, "changed");
+}
+
+TEST(Commands, QueuedCommandsRunInOrderOnceTheirHandlerIsThere)
+{
+    runGeneralCmd(); // an empty queue: nothing happens
+    EmsGeneralCmd cmd = Cmd("See", "0");
+    addGeneralCmd(cmd);
+    cmd.nvtps.nvtps.front().value = "changed after the add";
+    Add("Late", "dropped");
+    Add("See", "1");
+    Register("See", See);
+    runGeneralCmd();
+    EXPECT_EQ(TakeSeen(), Numbered(0, 1));
+    Register("Late", See);
+    runGeneralCmd();
+    EXPECT_EQ(TakeSeen(), Names{});
+}
+
+TEST(Commands, AHandlerMayAddRunRegisterAndDrain)
+{
+    Register("See", See);
+    Register("All", [](EmsGeneralCmd*, EmsGeneralCmd*) {
+        Register("New", SeeOther);
+        Add("See", "1");
+        RunNow("New");
+        runGeneralCmd();
+        Add("See", "2");
+        return 0;
+    });
+    Add("All");
+    Add("See", "0");
+    runGeneralCmd();
+    EXPECT_EQ(TakeSeen(), (Names{"other", "See0", "See1", "See2"}));
+}
+
+TEST(Commands, AThrowingHandlerLeavesTheRestQueuedAndTheThreadNoDrainer)
+{
+    Register("See", See);
+    Register("Throw", [](EmsGeneralCmd*, EmsGeneralCmd*) -> int { throw std::string("thrown"); });
+    Add("Throw");
+    Add("See", "0");
+    Add("See", "1");
+    EXPECT_THROW(runGeneralCmd(), std::string);
+    EXPECT_EQ(TakeSeen(), Names{});
+
+    // Had the drain not ended, this thread would now queue past the limit instead of waiting.
+    std::thread drainer;
+    static std::latch* g_pWaiting = nullptr;
+    std::latch waiting(1);
+    g_pWaiting = &waiting;
+    faults::g_pOnConditionWait = [] { g_pWaiting->count_down(); };
+    drainer = std::thread([&waiting] {
+        waiting.wait();
+        faults::g_pOnConditionWait = nullptr;
+        runGeneralCmd();
+    });
+    for (int i = 2; i <= CAPACITY; ++i) {
+        Add("See", std::to_string(i));
+    }
+    drainer.join();
+    runGeneralCmd();
+    EXPECT_EQ(TakeSeen(), Numbered(0, CAPACITY));
+}
+
+TEST(Commands, AFullQueueHoldsOthersBackButNotTheHandlerThatDrainsIt)
+{
+    Register("See", See);
+    Register("Burst", [](EmsGeneralCmd*, EmsGeneralCmd*) {
+        for (int i = CAPACITY; i < 3 * CAPACITY; ++i) {
+            Add("See", std::to_string(i));
+        }
+        return 0;
+    });
+    Add("Burst");
+    for (int i = 1; i < CAPACITY; ++i) {
+        Add("See", std::to_string(i));
+    }
+
+    static std::latch waiting(1);
+    faults::g_pOnConditionWait = [] { waiting.count_down(); };
+    std::thread producer([] { Add("See", "Last"); });
+    waiting.wait();
+    faults::g_pOnConditionWait = nullptr;
+    runGeneralCmd();
+    producer.join();
+    runGeneralCmd();
+
+    Names seen = TakeSeen();
+    EXPECT_EQ(std::erase(seen, "SeeLast"), 1u);
+    EXPECT_EQ(seen, Numbered(1, 3 * CAPACITY - 1));
+}
+
+TEST(Commands, ProducersKeepTheirOwnOrderThroughAFullQueue)
+{
+    constexpr int producers = 8;
+    constexpr int each = 2000;
+    static std::map<std::string, std::vector<int>> seen;
+    Register("Count", [](EmsGeneralCmd* cmd, EmsGeneralCmd*) {
+        const auto& pair = cmd->nvtps.nvtps.front();
+        seen[pair.name].push_back(std::stoi(pair.value));
+        return 0;
+    });
+    std::atomic<int> running = producers;
+    std::vector<std::thread> threads;
+    for (int p = 0; p < producers; ++p) {
+        threads.emplace_back([&running, p] {
+            EmsGeneralCmd cmd = Cmd("Count");
+            cmd.nvtps.nvtps.front().name = std::to_string(p);
+            for (int i = 0; i < each; ++i) {
+                cmd.nvtps.nvtps.front().value = std::to_string(i);
+                addGeneralCmd(cmd);
+            }
+            --running;
+        });
+    }
+    while (running > 0) {
+        runGeneralCmd();
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    runGeneralCmd();
+    std::vector<int> expected(each);
+    std::iota(expected.begin(), expected.end(), 0);
+    ASSERT_EQ(seen.size(), static_cast<std::size_t>(producers));
+    for (const auto& [producer, values] : seen) {
+        EXPECT_EQ(values, expected) << producer;
+    }
+}
+
+TEST(Commands, RegistrationDuringRunsIsSafe)
+{
+    Register("See", See);
+    std::thread registrar([] {
+        for (int i = 0; i < 2000; ++i) {
+            Register("name" + std::to_string(i), See);
+        }
+    });
+    for (int i = 0; i < 2000; ++i) {
+        RunNow("See");
+    }
+    registrar.join();
+    EXPECT_EQ(TakeSeen().size(), 2000u);
+    RunNow("name1999");
+    EXPECT_EQ(TakeSeen().size(), 1u);
+}
+
+TEST(Commands, TwoDrainsLoseNothingAndRunNothingTwice)
+{
+    constexpr int commands = 4000;
+    static std::atomic<int> ran;
+    static std::atomic<bool> stopping;
+    Register("Count", [](EmsGeneralCmd*, EmsGeneralCmd*) {
+        ++ran;
+        return 0;
+    });
+    static std::atomic<int> woken;
+    Register("Wake", [](EmsGeneralCmd*, EmsGeneralCmd*) {
+        ++woken;
+        return 0;
+    });
+    const auto drain = [] {
+        while (!stopping) {
+            runGeneralCmd();
+        }
+    };
+    std::atomic<int> ended = 0;
+    std::thread first([&] {
+        drain();
+        ++ended;
+    });
+    std::thread second([&] {
+        drain();
+        ++ended;
+    });
+    for (int i = 0; i < commands; ++i) {
+        Add("Count");
+    }
+    // A drain that lost the race for a command waits for the next add: these end the wait, one at
+    // a time, so that they never fill the queue.
+    for (int added = 0; ended < 2; std::this_thread::yield()) {
+        stopping = ran == commands;
+        if (woken == added) {
+            Add("Wake");
+            ++added;
+        }
+    }
+    first.join();
+    second.join();
+    EXPECT_EQ(ran, commands);
+}
+
+TEST(Commands, LargeCommandsPassWhole)
+{
+    static std::string seen;
+    Register(std::string(1'000'000, 'n'), [](EmsGeneralCmd* cmd, EmsGeneralCmd*) {
+        seen = cmd->ToString();
+        return 0;
+    });
+    EmsGeneralCmd cmd = Cmd(std::string(1'000'000, 'n'));
+    for (int i = 0; i < 100'000; ++i) {
+        cmd.nvtps.nvtps.push_back(Pair("%d", std::to_string(i), i % 3));
+    }
+    addGeneralCmd(cmd);
+    runGeneralCmd();
+    EXPECT_TRUE(seen == cmd.ToString());
+}
+
+TEST(Commands, DoNothingWhenTheRegistryCannotBeMade)
+{
+    EmsGeneralCmd cmd = Cmd("See");
+    std::string name = "See";
+    {
+        const faults::FailNth fault(faults::MUTEX_LOCK);
+        RegEmsUtilCmd registration(name, See);
+        EXPECT_TRUE(fault.Happened());
+    }
+    for (void (*call)(EmsGeneralCmd&) : {addGeneralCmd, +[](EmsGeneralCmd& c) { runGeneralCmd(c); },
+                                         +[](EmsGeneralCmd&) { runGeneralCmd(); }}) {
+        const faults::FailNth fault(faults::MUTEX_LOCK);
+        call(cmd);
+        EXPECT_TRUE(fault.Happened());
+    }
+    runGeneralCmd(cmd);
+    runGeneralCmd();
+    EXPECT_EQ(TakeSeen(), Names{});
+}
+
+TEST(Commands, LocksThatCannotBeTakenLoseTheCallAndNothingElse)
+{
+    std::string name = "Refused";
+    runGeneralCmd();
+    {
+        const faults::FailNth fault(faults::MUTEX_LOCK);
+        RegEmsUtilCmd registration(name, See);
+        EXPECT_TRUE(fault.Happened());
+    }
+    Register("See", See);
+    {
+        const faults::FailNth fault(faults::MUTEX_LOCK); // of the look-up
+        RunNow("See");
+        EXPECT_TRUE(fault.Happened());
+    }
+    EmsGeneralCmd lost = Cmd("See", "0");
+    {
+        const faults::FailNth fault(faults::MUTEX_LOCK); // of the queue
+        addGeneralCmd(lost);
+        EXPECT_TRUE(fault.Happened());
+    }
+    RunNow("Refused");
+    Add("See", "1");
+    runGeneralCmd();
+    EXPECT_EQ(TakeSeen(), Numbered(1, 1));
+}
+
+TEST(Commands, AnAddThatRunsOutOfMemoryLeavesNothingBehind)
+{
+    Register("See", See);
+    EmsGeneralCmd cmd = Cmd("See", std::string(100, 'v')); // too long for a string's own room
+    Add("See", "0");
+    int thrown = 0;
+    int silent = 0;
+    for (int n = 1;; ++n) {
+        const faults::FailNth fault(faults::ALLOCATION, n);
+        try {
+            addGeneralCmd(cmd);
+        } catch (const std::bad_alloc&) {
+            ++thrown;
+            continue;
+        }
+        if (!fault.Happened()) {
+            break;
+        }
+        ++silent;
+    }
+    EXPECT_EQ(thrown, 4); // the command, its pair, the pair's text, the block
+    EXPECT_EQ(silent, 1); // the block's data
+    runGeneralCmd();
+    EXPECT_EQ(TakeSeen(), (Names{"See0", "See" + std::string(100, 'v')}));
+}
+
+TEST(Commands, ARegistryThatGoesFreesWhatIsQueuedUnrun)
+{
+    // A leak checker tells whether it does.
+    EmsGeneralCmdMgr registry;
+    registry.Register("See", See);
+    registry.Add(Cmd("See"));
+    registry.Add(Cmd("See"));
+}

@@ -1,0 +1,194 @@
+#include <climits>
+#include <cstdarg>
+#include <cstring>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <emsplatform/debug_interface.h>
+#include <emsplatform/platform.h>
+#include <emsplatform/setup.h>
+
+namespace {
+
+using emsplatform::DebugOperation;
+
+std::string TempFile(const std::string& name)
+{
+    return testing::TempDir() + name;
+}
+
+int Format(char* dest, std::size_t destMax, std::size_t count, const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int result = vsnprintf_s(dest, destMax, count, format, args);
+#pragma GCC diagnostic pop
+    va_end(args);
+    return result;
+}
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+} // namespace
+
+TEST(Platform, FormatsWithinItsBoundsAndEmptiesTheBufferForAMalformedFormat)
+{
+    const struct
+    {
+        std::size_t destMax;
+        std::size_t count;
+        const char* format;
+        int result;
+        const char* left;
+    } cases[] = {
+        {8, 7, "%s", 4, "text"},
+        {5, 4, "%s", 4, "text"},
+        {8, 3, "%s", -1, "tex"},
+        {8, 0, "%s", -1, ""},
+        {3, 7, "%s", -1, "te"},
+        {3, SIZE_MAX, "%s", -1, "te"},
+        {1, 0, "", 0, ""},
+        {8, 7, "abc%", -1, ""},
+        {8, 7, nullptr, -1, ""},
+        {8, 7, "ab%99999999999d", -1, ""},
+        {8, 7, "%2147483648d", -1, ""},
+    };
+    for (const auto& test : cases) {
+        char buffer[16];
+        std::memset(buffer, '#', sizeof buffer);
+        EXPECT_EQ(Format(buffer, test.destMax, test.count, test.format, "text"), test.result);
+        EXPECT_STREQ(buffer, test.left);
+        EXPECT_EQ(std::string(buffer + test.destMax, sizeof buffer - test.destMax),
+                  std::string(sizeof buffer - test.destMax, '#'));
+    }
+    char untouched = '#';
+    EXPECT_LT(Format(&untouched, 0, 0, "%s", "text"), 0);
+    EXPECT_EQ(untouched, '#');
+    EXPECT_LT(Format(nullptr, 8, 7, "%s", "text"), 0);
+}
+
+TEST(Platform, ParentPathsHaveAClosingSeparator)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"/opt/ems/bin", "/opt/ems/"},
+        {"/opt/ems/bin//", "/opt/ems/"},
+        {"/opt", "/"},
+        {"/", "/"},
+        {"a//b", "a/"},
+        {"a", "./"},
+        {"", "./"},
+    };
+    for (const auto& [path, parent] : cases) {
+        EXPECT_EQ(NSQN_util::GetParentPath(path), parent) << path;
+    }
+}
+
+TEST(Platform, ReadsIntegersFromTheConfigurationFile)
+{
+    const std::string path = TempFile("platform_test.cfg");
+    std::ofstream(path) << "# a comment\n  plain =  5  # five\nminus=-2147483648\r\n"
+                           "plus = +7\nlarge = 2147483648\nword = 5x\nempty =\nplusminus = +-5\n"
+                           "twice = 1\ntwice = 2\nspoiled = 1\nspoiled = x\n= 4\nno equals\n"
+                           "#hidden = 6\nlast = 9";
+    const struct
+    {
+        const char* key;
+        int result;
+        int value;
+    } cases[] = {
+        {"plain", 1, 5},   {"minus", 1, INT_MIN}, {"plus", 1, 7},     {"large", 0, 42},
+        {"word", 0, 42},   {"empty", 0, 42},      {"twice", 1, 2},    {"spoiled", 0, 42},
+        {"hidden", 0, 42}, {"Plain", 0, 42},      {"missing", 0, 42}, {"last", 1, 9},
+        {nullptr, 0, 42},  {"plusminus", 0, 42},
+    };
+    for (const auto& test : cases) {
+        int value = 42;
+        EXPECT_EQ(eKorGetRegInt(test.key, value, path.c_str()), test.result);
+        EXPECT_EQ(value, test.value);
+    }
+    int value = 42;
+    for (const char* file : {"/nowhere/ems.cfg", "/", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(eKorGetRegInt("plain", value, file), 0);
+    }
+    EXPECT_EQ(value, 42);
+}
+
+TEST(Platform, PathsFollowWhatTheHostSets)
+{
+    std::string config;
+    NSQN_util::GetEmsCfgFile(config);
+    EXPECT_EQ(config, NSQN_util::GetEKORPath() + "/ems.cfg");
+    emsplatform::SetInstallPath("/opt/ems");
+    emsplatform::SetProcessName("agent");
+    EXPECT_EQ(NSQN_util::GetEKORPath(), "/opt/ems");
+    EXPECT_EQ(NSQN_util::g_ProcName, "agent");
+    NSQN_util::GetEmsCfgFile(config);
+    EXPECT_EQ(config, "/opt/ems/ems.cfg");
+    emsplatform::SetConfigFile("/etc/ems.cfg");
+    NSQN_util::GetEmsCfgFile(config);
+    EXPECT_EQ(config, "/etc/ems.cfg");
+    EXPECT_FALSE(NSQN_util::g_bEnableMitLockErrMgr);
+}
+
+TEST(Platform, ACallbackGetsTheTextAsItIsAndMayPrintItself)
+{
+    std::vector<std::string> lines;
+    NSQN_util::DebugInterface* debug = NSQN_util::GetDefaultDebugInterface();
+    emsplatform::SetDebugCallback([&](DebugOperation operation, int level,
+                                      const std::string& text) {
+        lines.push_back((operation == DebugOperation::AssertPrint ? "A" : std::to_string(level)) +
+                        text);
+        if (text == "outer") {
+            debug->DebugPrint(2, "inner");
+        }
+    });
+    emsplatform::SetLowestDebugLevel(1);
+    const std::string longText(5000, 'x');
+    debug->DebugPrint(0, "not shown");
+    debug->DebugPrint(1, "outer");
+    debug->AssertPrint("%s\n", longText.c_str());
+    EXPECT_EQ(lines, (std::vector<std::string>{"1outer", "2inner", "A" + longText + "\n"}));
+    EXPECT_FALSE(debug->IsLevelShown(0));
+
+    emsplatform::SetDebugCallback([](auto, auto, auto&) { throw 1; });
+    EXPECT_THROW(debug->DebugPrint(1, "thrown"), int);
+    emsplatform::SetDebugCallback(nullptr);
+    debug->DebugPrint(1, "nobody listens");
+}
+
+TEST(Platform, AFileGetsWholeLinesFromAllThreads)
+{
+    const std::string path = TempFile("platform_test.log");
+    std::remove(path.c_str());
+    EXPECT_FALSE(emsplatform::SetDebugFile("/nowhere/debug.log"));
+    ASSERT_TRUE(emsplatform::SetDebugFile(path));
+    constexpr int threads = 4;
+    constexpr int each = 1000;
+    const std::string word(300, 'w');
+    std::vector<std::thread> writers;
+    for (int t = 0; t < threads; ++t) {
+        writers.emplace_back([&] {
+            for (int i = 0; i < each; ++i) {
+                NSQN_util::GetDefaultDebugInterface()->DebugPrint(1, "%s", word.c_str());
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    emsplatform::SetDebugStream(stderr); // closes the file
+    std::string expected;
+    for (int i = 0; i < threads * each; ++i) {
+        expected += word + '\n';
+    }
+    EXPECT_EQ(ReadFile(path), expected);
+}

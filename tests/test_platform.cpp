@@ -1,0 +1,104 @@
+#include "tests/test_platform.h"
+
+#include <cstdio>
+
+namespace {
+
+class Recorder final : public NSQN_util::DebugInterface
+{
+public:
+    bool IsLevelShown(int) override { return true; }
+    void Flush() override {}
+
+    void DebugPrint(int level, const char* format, ...) override
+        __attribute__((format(printf, 3, 4)))
+    {
+        va_list args;
+        va_start(args, format);
+        Record(std::to_string(level) + "|", format, args);
+        va_end(args);
+    }
+
+    void AssertPrint(const char* format, ...) override __attribute__((format(printf, 2, 3)))
+    {
+        va_list args;
+        va_start(args, format);
+        Record("A|", format, args);
+        va_end(args);
+    }
+
+    std::vector<std::string> Take()
+    {
+        const std::lock_guard guard(m_Lock);
+        return std::move(m_Lines);
+    }
+
+private:
+    __attribute__((format(printf, 3, 0))) void Record(std::string line, const char* format,
+                                                      va_list args)
+    {
+        char* text = nullptr;
+        const int length = vasprintf(&text, format, args);
+        line.append(text, static_cast<std::size_t>(length));
+        std::free(text);
+        if (ThePlatform().onLine) {
+            ThePlatform().onLine(line);
+        }
+        const std::lock_guard guard(m_Lock);
+        m_Lines.push_back(std::move(line));
+    }
+
+    std::mutex m_Lock;
+    std::vector<std::string> m_Lines;
+};
+
+Recorder& TheRecorder()
+{
+    static Recorder& recorder = *new Recorder;
+    return recorder;
+}
+
+} // namespace
+
+TestPlatform& ThePlatform()
+{
+    static TestPlatform& platform = *new TestPlatform;
+    return platform;
+}
+
+std::vector<std::string> TakeLines()
+{
+    return TheRecorder().Take();
+}
+
+NSQN_util::DebugInterface* TheDebugInterface()
+{
+    return &TheRecorder();
+}
+
+namespace NSQN_util {
+
+std::string g_ProcName = "test";
+bool g_bEnableMitLockErrMgr = false;
+
+DebugInterface* GetDefaultDebugInterface()
+{
+    ++ThePlatform().fetches;
+    if (ThePlatform().onFetch) {
+        ThePlatform().onFetch();
+    }
+    return ThePlatform().hasDebugInterface ? &TheRecorder() : nullptr;
+}
+
+} // namespace NSQN_util
+
+int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
+                va_list args)
+{
+    ThePlatform().formatCounts.push_back(count);
+    const int length = std::vsnprintf(dest, std::min(destMax, count + 1), format, args);
+    if (length < 0) {
+        dest[0] = '\0';
+    }
+    return length > static_cast<int>(count) ? -1 : length;
+}

@@ -1,0 +1,34 @@
+#ifndef TESTS_TEST_PLATFORM_H
+#define TESTS_TEST_PLATFORM_H
+
+/// A second provider of the platform that the library runs on, which the tests steer.
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <emsplatform/debug_interface.h>
+#include <emsplatform/platform.h>
+
+struct TestPlatform
+{
+    std::atomic<bool> hasDebugInterface = true;
+    std::atomic<int> fetches = 0;                        // of the debug interface
+    std::function<void()> onFetch;                       // called in each fetch
+    std::function<void(const std::string& line)> onLine; // called before a line is recorded
+
+    std::vector<std::size_t> formatCounts; // the count of each vsnprintf_s
+};
+
+TestPlatform& ThePlatform();
+
+/// The lines written since the last call, each with its level in front, "1|", or "A|" for an
+/// assertion line.
+std::vector<std::string> TakeLines();
+
+/// The default object, whatever hasDebugInterface says.
+NSQN_util::DebugInterface* TheDebugInterface();
+
+#endif
