@@ -1,0 +1,36 @@
+#ifndef HOST_COMMAND_PARSER_H
+#define HOST_COMMAND_PARSER_H
+
+#include <string>
+#include <string_view>
+
+#include "emsutil/general_command.h"
+
+namespace emshost {
+
+enum class ParseResult { Command, Blank, Error };
+
+/// Reads one line of a script, without its line end: a command, or nothing but blanks and a
+/// comment, or an error, which `error` then tells with its column in bytes. `cmd` is overwritten.
+///
+///     name  name=value ...  name:long=value ...  { name=value ... } ...   # comment
+///
+/// The command's name comes first, then its pairs, then its objects, which hold pairs only. Blanks
+/// are spaces and tabs.
+///
+/// - A bare name ends at a blank or one of  { } = : "  and a bare value at a blank or one of  { }
+/// ".
+///   A bare value may be empty; there is nothing to escape in it.
+/// - Either may stand in double quotes, with the escapes \" \\ \n \t \r and \xHH. A quoted text is
+///   the whole name or the whole value, and may be empty.
+/// - A value of the type long is an optional sign and decimal digits, as many as you like.
+/// - # begins a comment where a name could begin, and is an ordinary character elsewhere.
+ParseResult ParseCommand(std::string_view line, NSQN_EMSUTIL_AGENT::EmsGeneralCmd& cmd,
+                         std::string& error);
+
+/// `text` in quotes, fit for a message: control characters escaped, a long text cut.
+std::string Quoted(std::string_view text);
+
+} // namespace emshost
+
+#endif

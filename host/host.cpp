@@ -1,0 +1,275 @@
+#include "host/host.h"
+
+#include <exception>
+#include <thread>
+#include <utility>
+
+#include "host/command_parser.h"
+#include "host/console.h"
+#include "host/handlers.h"
+
+namespace emshost {
+
+using namespace NSQN_EMSUTIL_AGENT;
+
+namespace {
+
+constexpr int DEEPEST_NESTING = 16;
+constexpr auto IDLE_BEFORE_FLUSH = std::chrono::milliseconds(50);
+
+constinit Host* g_pHost = nullptr;
+
+/// Gives a variable another value until the end of a scope.
+template <class Value>
+class Temporarily
+{
+public:
+    Temporarily(Value& variable, Value value)
+        : m_Variable(variable), m_Former(std::exchange(variable, value))
+    {}
+    ~Temporarily() { m_Variable = m_Former; }
+    Temporarily(const Temporarily&) = delete;
+    Temporarily& operator=(const Temporarily&) = delete;
+
+private:
+    Value& m_Variable;
+    const Value m_Former;
+};
+
+} // namespace
+
+Host& Host::Instance()
+{
+    return *g_pHost;
+}
+
+Host::Host(const HostOptions& options) : m_Options(options)
+{
+    g_pHost = this;
+}
+
+int Host::Run(const std::vector<std::string>& scripts)
+{
+    if (m_Options.m_bDirect) {
+        ReadAll(scripts, Delivery::AtOnce);
+    } else {
+        std::thread reader([&] {
+            Completes([&] { ReadAll(scripts, Delivery::Queued); });
+            Announce(m_bAllRead);
+        });
+        DrainUntilRead();
+        reader.join();
+    }
+    Console& console = Console::Instance();
+    const bool written = console.Flush();
+    if (!written) {
+        console.Message("emshost: standard output could not be written");
+    }
+    console.Message(m_Tally.Summary(std::chrono::steady_clock::now() - m_Start));
+    return m_Tally.IsAllWell() && written ? m_nQuitStatus : 1;
+}
+
+void Host::ReadAll(const std::vector<std::string>& scripts, Delivery delivery)
+{
+    if (scripts.empty()) {
+        LineReader standardInput(m_Interrupt);
+        ReadScript(standardInput, delivery);
+    }
+    for (const std::string& script : scripts) {
+        LineReader reader(script, m_Interrupt);
+        if (!ReadScript(reader, delivery)) {
+            return;
+        }
+    }
+}
+
+/// False when nothing more is to be read.
+bool Host::ReadScript(LineReader& reader, Delivery delivery)
+{
+    EmsGeneralCmd cmd;
+    while (!m_bStopped) {
+        switch (reader.Next()) {
+        case LineReader::Result::Line:
+            if (!ReadLine(reader, delivery, cmd)) {
+                return false;
+            }
+            break;
+        case LineReader::Result::BadLine:
+            ++m_Tally.m_nBadLines;
+            Console::Instance().Message(reader.Error());
+            if (m_Options.m_bStrict) {
+                return false;
+            }
+            break;
+        case LineReader::Result::Failed:
+            ++m_Tally.m_nUnreadScripts;
+            Console::Instance().Message(reader.Error());
+            return !m_Options.m_bStrict;
+        case LineReader::Result::End:
+            return true;
+        case LineReader::Result::Interrupted:
+            return false;
+        }
+    }
+    return false;
+}
+
+/// False when nothing more is to be read.
+bool Host::ReadLine(const LineReader& reader, Delivery delivery, EmsGeneralCmd& cmd)
+{
+    std::string error;
+    switch (ParseCommand(reader.Line(), cmd, error)) {
+    case ParseResult::Command:
+        ++m_Tally.m_nRead;
+        ShowProgress();
+        Deliver(cmd, delivery);
+        return true;
+    case ParseResult::Blank:
+        return true;
+    case ParseResult::Error:
+        break;
+    }
+    ++m_Tally.m_nBadLines;
+    Console::Instance().Message(reader.Where() + ": " + error);
+    return !m_Options.m_bStrict;
+}
+
+void Host::Deliver(EmsGeneralCmd& cmd, Delivery delivery)
+{
+    // The library drops a command without a handler silently.
+    if (!HandlerHelp().contains(cmd.name)) {
+        m_Tally.CountWithoutHandler(cmd.name);
+    }
+    if (delivery == Delivery::Queued) {
+        addGeneralCmd(cmd);
+        Announce(m_bAdded);
+    } else {
+        Completes([&] { runGeneralCmd(cmd); });
+    }
+}
+
+/// The reader announces each command after adding it; here the announcement is taken back before
+/// draining. So a command added before that is drained now, and one added later is announced again:
+/// none is left behind while both sides wait. A reader held back by a full queue has announced all
+/// that fills it, and gets room from that drain.
+void Host::DrainUntilRead()
+{
+    const auto news = [this] { return m_bAdded || m_bAllRead; };
+    for (bool allRead = false; !allRead;) {
+        {
+            std::unique_lock lock(m_NewsMutex);
+            if (!m_News.wait_for(lock, IDLE_BEFORE_FLUSH, news)) {
+                lock.unlock();
+                Console::Instance().Flush();
+                lock.lock();
+                m_News.wait(lock, news);
+            }
+            m_bAdded = false;
+            allRead = m_bAllRead;
+        }
+        while (!Completes([] { runGeneralCmd(); })) {
+            // An exception has left the drain; the rest of the queue is still there.
+        }
+    }
+}
+
+void Host::Announce(bool& news)
+{
+    const std::lock_guard guard(m_NewsMutex);
+    if (!std::exchange(news, true)) {
+        m_News.notify_one();
+    }
+}
+
+bool Host::BeginCommand()
+{
+    if (m_bStopped) {
+        ++m_Tally.m_nSkipped;
+        return false;
+    }
+    ++m_Tally.m_nRun;
+    ShowProgress();
+    return true;
+}
+
+void Host::RunScript(const EmsGeneralCmd& by, const std::string& path)
+{
+    if (!MayNest(by)) {
+        return;
+    }
+    LineReader reader(path, m_Interrupt);
+    const Temporarily nesting(m_nNesting, m_nNesting + 1);
+    const Temporarily<const LineReader*> position(m_pReader, &reader);
+    if (!ReadScript(reader, Delivery::AtOnce)) {
+        Stop();
+    }
+}
+
+void Host::Add(const EmsGeneralCmd& by, EmsGeneralCmd& cmd)
+{
+    if (m_Options.m_bDirect) {
+        if (MayNest(by)) {
+            const Temporarily nesting(m_nNesting, m_nNesting + 1);
+            ++m_Tally.m_nAdded;
+            Deliver(cmd, Delivery::AtOnce);
+        }
+        return;
+    }
+    ++m_Tally.m_nAdded;
+    Deliver(cmd, Delivery::Queued);
+}
+
+bool Host::MayNest(const EmsGeneralCmd& by)
+{
+    if (m_nNesting < DEEPEST_NESTING) {
+        return true;
+    }
+    ReportBadCommand(by, "nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
+    return false;
+}
+
+void Host::ReportBadCommand(const EmsGeneralCmd& cmd, const std::string& what)
+{
+    ++m_Tally.m_nBadCommands;
+    const std::string where = m_pReader != nullptr ? m_pReader->Where() : "emshost";
+    Console::Instance().Message(where + ": " + cmd.name + ": " + what);
+    if (m_Options.m_bStrict) {
+        Stop();
+    }
+}
+
+void Host::Quit(int status)
+{
+    m_nQuitStatus = status;
+    Stop();
+}
+
+void Host::Stop()
+{
+    m_bStopped = true;
+    m_Interrupt.Raise();
+}
+
+void Host::ShowProgress()
+{
+    Console::Instance().Progress(m_Tally.m_nRead, m_Tally.m_nRun);
+}
+
+/// False when `body` left with an exception, which is then reported.
+template <class Body>
+bool Host::Completes(Body body)
+{
+    try {
+        body();
+        return true;
+    } catch (const std::exception& failure) {
+        ++m_Tally.m_nBadCommands;
+        Console::Instance().Message(std::string("emshost: a command failed: ") + failure.what());
+        if (m_Options.m_bStrict) {
+            Stop();
+        }
+        return false;
+    }
+}
+
+} // namespace emshost

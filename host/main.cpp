@@ -1,0 +1,88 @@
+#include <cerrno>
+#include <exception>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <emsplatform/setup.h>
+
+#include "host/console.h"
+#include "host/host.h"
+
+namespace {
+
+constexpr int WRONG_USE = 2;
+
+/// A standard descriptor that came closed would be handed out again for something else.
+void OpenStandardDescriptors()
+{
+    int descriptor = ::open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+        descriptor = ::open("/dev/null", O_RDWR);
+    }
+    ::close(descriptor);
+}
+
+/// Debug lines on standard error keep clear of the progress there.
+void WriteDebugLine(emsplatform::DebugOperation, int, const std::string& text)
+{
+    emshost::Console::Instance().Message(text);
+}
+
+int Run(int argc, char** argv)
+{
+    emshost::HostOptions options;
+    std::vector<std::string> scripts;
+    std::string debugFile;
+
+    CLI::App app(
+        "Reads commands from scripts, or from standard input, and has the library run them.\n"
+        "The command \"help\" lists the commands.",
+        "emshost");
+    app.set_version_flag("--version", "emshost " EMSHOST_VERSION);
+    app.add_option("SCRIPT", scripts, "Files of commands, one a line");
+    app.add_flag("--direct", options.m_bDirect,
+                 "Run each command as it is read, without the queue");
+    app.add_flag("--strict", options.m_bStrict, "Stop at the first error");
+    app.add_option("--debug-file", debugFile, "Append debug lines to FILE, not to standard error")
+        ->type_name("FILE");
+    app.add_option_function<std::string>("--install-path", emsplatform::SetInstallPath,
+                                         "The install path of the platform")
+        ->type_name("DIR");
+    app.add_option_function<std::string>("--process-name", emsplatform::SetProcessName,
+                                         "The name of the process")
+        ->type_name("NAME");
+    app.add_option_function<std::string>("--config", emsplatform::SetConfigFile,
+                                         "The configuration file of the platform")
+        ->type_name("FILE");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : WRONG_USE;
+    }
+
+    emsplatform::SetDebugCallback(WriteDebugLine);
+    if (!debugFile.empty() && !emsplatform::SetDebugFile(debugFile)) {
+        const std::string reason = std::generic_category().message(errno);
+        emshost::Console::Instance().Message("emshost: " + debugFile + ": " + reason);
+        return WRONG_USE;
+    }
+    return emshost::Host(options).Run(scripts);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    OpenStandardDescriptors();
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& failure) {
+        emshost::Console::Instance().Message(std::string("emshost: ") + failure.what());
+        return 1;
+    }
+}

@@ -1,0 +1,73 @@
+#!/bin/sh
+# Gives emshost ($1) bad input: it must say what is wrong and where, go on with the rest, and end
+# with the right exit status.
+
+emshost=$1
+folder=$(mktemp -d) || exit 1
+trap 'rm -rf "$folder"' EXIT
+cd "$folder" || exit 1
+failures=0
+
+# expect STATUS OUTPUT MESSAGES [ARGUMENT ...]: OUTPUT is the values shown, MESSAGES is standard
+# error before the summary. Standard input is the caller's.
+expect() {
+    status=$1 output=$2 messages=$3
+    shift 3
+    "$emshost" "$@" >out 2>err
+    got=$?
+    shown=$(sed -n 's/.*name=n,value=\([^,]*\),.*/\1/p' out | tr '\n' ' ')
+    said=$(sed '/^read  */,$d' err)
+    if [ "$got" != "$status" ] || [ "$shown" != "$output" ] || [ "$said" != "$messages" ]; then
+        echo "emshost $*: exit status $got, shown: $shown, messages:"
+        cat err
+        failures=$((failures + 1))
+    fi
+}
+
+printf 'show n=1\nshow n="2\nshow { n=3\r\n\r\nshow n=4\r\nshow n=5' >lines
+errors='lines:2: unterminated quote at column 8
+lines:3: object not closed with } at column 6'
+expect 1 '1 4 5 ' "$errors" lines
+expect 1 '1 4 5 ' "$errors" --direct lines
+expect 1 '1 ' "${errors%%
+*}" --strict lines
+expect 1 '1 4 5 ' "$(echo "$errors" | sed 's/^lines/stdin/')" <lines
+
+printf 'show n=1\n' >good
+expect 1 '1 ' "missing: No such file or directory
+$folder: Is a directory" missing "$folder" good
+expect 1 '' 'missing: No such file or directory' --strict missing good
+
+# Exactly the limit with a CR LF, one byte more, 1 MB, and 1 MB at the end without a line end.
+long() { printf 'show n=%s text=' "$1" && head -c "$2" /dev/zero | tr '\0' x; }
+{
+    long 1 65522 && printf '\r\n' && long 2 65523 && printf '\r\n'
+    long 3 1048576 && printf '\nshow n=4\n' && long 5 1048576
+} >long
+too='line longer than 65536 bytes'
+expect 1 '1 4 ' "long:2: $too
+long:3: $too
+long:5: $too" long
+
+printf 'show n=1\nshow n=\0\nshow n=3\n' >binary
+expect 1 '1 1 ' 'binary:2: not a text file (byte 0x00)' binary good
+{ long 1 200000 && printf '\0\nshow n=2\n'; } >binary
+expect 1 '' "binary:1: $too
+binary:1: not a text file (byte 0x00)" binary
+
+# What the arguments of a command lack comes out when it runs; a nested script knows its line.
+printf 'show n=1\nlevel value=1\nrun file=missing\nshow n=2\n' >arguments
+needs='level: needs value:long=N'
+expect 1 '1 2 ' "emshost: $needs
+missing: No such file or directory" arguments
+printf 'run file=arguments\n' >outer
+expect 1 '1 ' "arguments:2: $needs" --strict outer
+printf 'run file=itself\nshow n=1\n' >itself
+expect 1 '1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 ' \
+    'itself:1: run: nested more than 16 deep' itself
+
+expect 0 '' '' /dev/null
+"$emshost" --unknown >out 2>err
+[ $? = 2 ] || { echo "an unknown option: exit status $?" && failures=$((failures + 1)); }
+
+exit $((failures > 0))

@@ -1,0 +1,21 @@
+# Runs emshost on a script and compares what it writes with what it wrote when that was right:
+#
+#     cmake -DEMSHOST=PROGRAM -DSCRIPT=FILE -DGOLDEN=STEM [-DOPTIONS=...] -P host_golden.cmake
+#
+# STEM.out is its standard output, STEM.err its standard error with the times masked, and the gaps
+# too, whose width depends on them.
+
+execute_process(COMMAND "${EMSHOST}" ${OPTIONS} "${SCRIPT}"
+    RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(REGEX REPLACE "(seconds|commands a second) +[0-9.]+" "\\1  #" err "${err}")
+string(REGEX REPLACE "  +" "  " err "${err}")
+
+if(NOT status EQUAL 0)
+    message(SEND_ERROR "exit status ${status}")
+endif()
+foreach(stream IN ITEMS out err)
+    file(READ "${GOLDEN}.${stream}" expected)
+    if(NOT "${${stream}}" STREQUAL "${expected}")
+        message(SEND_ERROR "not as in ${GOLDEN}.${stream}:\n${${stream}}")
+    endif()
+endforeach()
