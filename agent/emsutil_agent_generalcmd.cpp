@@ -41,11 +41,11 @@ class CmdBlock
 {
 public:
     /// A copy of `cmd` in a new block. The block is of no use when ACE could not get its memory.
-    explicit CmdBlock(const EmsGeneralCmd& cmd) : m_pCmd(new EmsGeneralCmd)
+    explicit CmdBlock(const EmsGeneralCmd& cmd) : m_pCmd(std::make_unique<EmsGeneralCmd>())
     {
         *m_pCmd = cmd;
-        m_pBlock.reset(new ACE_Message_Block(reinterpret_cast<const char*>(m_pCmd.get()),
-                                             sizeof(EmsGeneralCmd), 0));
+        m_pBlock = std::make_unique<ACE_Message_Block>(reinterpret_cast<const char*>(m_pCmd.get()),
+                                                       sizeof(EmsGeneralCmd), 0);
     }
 
     /// The next block of a queue, or nothing when the queue gave none.
@@ -66,8 +66,8 @@ public:
     {
         // ACE's constructor of a block swallows an allocation failure and leaves it without data.
         if (m_pBlock->data_block() != nullptr && queue.enqueue(m_pBlock.get(), nullptr) != -1) {
-            m_pCmd.release();
-            m_pBlock.release();
+            static_cast<void>(m_pCmd.release());
+            static_cast<void>(m_pBlock.release());
         }
     }
 

@@ -69,7 +69,7 @@ void ReportAssertion(const CheckSite& site, const char* expression);
 
 #define QN_ASSERT_EXPANDED(cond)                                                                   \
     do {                                                                                           \
-        if (!cond)                                                                                 \
+        if (!(cond))                                                                               \
             ::NSQN_EMSUTIL_AGENT::ReportAssertion(qnCheckSite, #cond);                             \
     } while (false)
 
