@@ -96,7 +96,7 @@ EmsGeneralCmdMgr::~EmsGeneralCmdMgr()
         }
         m_pCmdQueue.reset();
     } catch (...) {
-        // The rest goes with the process; the handlers and their lock are still torn down.
+        // What could not be taken is lost; the handlers and their lock are still torn down.
     }
 }
 

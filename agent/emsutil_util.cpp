@@ -1,6 +1,5 @@
 #include "emsutil/diagnostics.h"
 
-#include <climits>
 #include <cstdarg>
 #include <cstddef>
 
@@ -11,7 +10,7 @@ namespace NSQN_EMSUTIL_AGENT {
 namespace {
 
 constexpr std::size_t FIRST_TEXT_SIZE = 512;
-constexpr std::size_t LAST_TEXT_SIZE = std::size_t{INT_MAX} + 1;
+constexpr std::size_t LAST_TEXT_SIZE = std::size_t{1} << 30; // bytes; longer is a mistake
 
 bool IsMalformed(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
 

@@ -5,31 +5,26 @@
 #include <cstdarg>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 namespace {
 
 using emsplatform::DebugCallback;
 using emsplatform::DebugOperation;
 
-/// Writes each text as one line. One fwrite a line: stdio locks the stream for its length.
-class StreamWriter
+/// Where lines go: to a stream, or without one to a callback.
+struct Target
 {
-public:
-    explicit StreamWriter(std::shared_ptr<std::FILE> stream) : m_pStream(std::move(stream)) {}
-
-    void operator()(DebugOperation, int, const std::string& text) const
-    {
-        if (text.ends_with('\n')) {
-            std::fwrite(text.data(), 1, text.size(), m_pStream.get());
-        } else {
-            const std::string line = text + '\n';
-            std::fwrite(line.data(), 1, line.size(), m_pStream.get());
-        }
-    }
-
-private:
     std::shared_ptr<std::FILE> m_pStream;
+    DebugCallback m_Callback;
 };
+
+/// One fwrite a line: stdio locks the stream for its length.
+void WriteLine(std::FILE* stream, const std::string& text)
+{
+    const std::string line = text.ends_with('\n') ? text : text + '\n';
+    std::fwrite(line.data(), 1, line.size(), stream);
+}
 
 std::shared_ptr<std::FILE> Borrow(std::FILE* stream)
 {
@@ -64,7 +59,12 @@ public:
         return level >= m_nLowestLevel.load(std::memory_order_relaxed);
     }
 
-    void Flush() override { std::fflush(nullptr); }
+    void Flush() override
+    {
+        if (const std::shared_ptr<std::FILE> stream = Current()->m_pStream) {
+            std::fflush(stream.get());
+        }
+    }
 
     void DebugPrint(int level, const char* format, ...) override
         __attribute__((format(printf, 3, 4)))
@@ -90,30 +90,34 @@ public:
 
     void SetLowestLevel(int level) { m_nLowestLevel.store(level, std::memory_order_relaxed); }
 
-    void SetCallback(DebugCallback callback)
+    void SetTarget(Target target)
     {
-        auto next = std::make_shared<const DebugCallback>(std::move(callback));
-        const std::lock_guard guard(m_CallbackLock);
-        m_pCallback.swap(next); // the old one is destroyed after the lock is released
+        auto next = std::make_shared<const Target>(std::move(target));
+        const std::lock_guard guard(m_TargetLock);
+        m_pTarget.swap(next); // the old one is destroyed after the lock is released
     }
 
 private:
+    std::shared_ptr<const Target> Current()
+    {
+        const std::lock_guard guard(m_TargetLock);
+        return m_pTarget;
+    }
+
     void Write(DebugOperation operation, int level, const std::string& text)
     {
-        std::shared_ptr<const DebugCallback> callback;
-        {
-            const std::lock_guard guard(m_CallbackLock);
-            callback = m_pCallback;
-        }
-        if (*callback) {
-            (*callback)(operation, level, text);
+        const std::shared_ptr<const Target> target = Current();
+        if (target->m_pStream != nullptr) {
+            WriteLine(target->m_pStream.get(), text);
+        } else if (target->m_Callback) {
+            target->m_Callback(operation, level, text);
         }
     }
 
     std::atomic<int> m_nLowestLevel = 0;
-    std::mutex m_CallbackLock;
-    std::shared_ptr<const DebugCallback> m_pCallback =
-        std::make_shared<const DebugCallback>(StreamWriter(Borrow(stderr))); // guarded by the lock
+    std::mutex m_TargetLock;
+    std::shared_ptr<const Target> m_pTarget =
+        std::make_shared<const Target>(Target{Borrow(stderr), {}}); // guarded by m_TargetLock
 };
 
 // Never destroyed: lines may come until the process is gone.
@@ -138,12 +142,12 @@ namespace emsplatform {
 
 void SetDebugStream(std::FILE* stream)
 {
-    SetDebugCallback(StreamWriter(Borrow(stream)));
+    TheDebugInterface().SetTarget({stream != nullptr ? Borrow(stream) : nullptr, {}});
 }
 
 void SetDebugCallback(DebugCallback callback)
 {
-    TheDebugInterface().SetCallback(std::move(callback));
+    TheDebugInterface().SetTarget({nullptr, std::move(callback)});
 }
 
 bool SetDebugFile(const std::string& path)
@@ -153,7 +157,7 @@ bool SetDebugFile(const std::string& path)
         return false;
     }
     std::setvbuf(file, nullptr, _IOLBF, BUFSIZ);
-    SetDebugCallback(StreamWriter({file, [](std::FILE* closed) { std::fclose(closed); }}));
+    TheDebugInterface().SetTarget({{file, [](std::FILE* closed) { std::fclose(closed); }}, {}});
     return true;
 }
 

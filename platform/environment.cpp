@@ -31,8 +31,9 @@ void Set(std::optional<std::string>& field, const std::string& text)
 
 std::string StartDirectory()
 {
+    std::error_code error; // a directory that was removed has no path
     static const std::string& directory =
-        *new std::string(std::filesystem::current_path().string());
+        *new std::string(std::filesystem::current_path(error).string());
     return directory;
 }
 
@@ -40,7 +41,8 @@ std::string StartDirectory()
 
 namespace NSQN_util {
 
-std::string g_ProcName = program_invocation_short_name;
+// Made before a host's objects and destroyed after them, when the platform is linked statically.
+[[gnu::init_priority(101)]] std::string g_ProcName = program_invocation_short_name;
 bool g_bEnableMitLockErrMgr = false;
 
 std::string GetEKORPath()

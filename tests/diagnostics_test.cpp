@@ -41,6 +41,7 @@ TEST(StringFormat, ReturnsTextsOfAnyLengthWholeAfterTheFewestDoublings)
     }
     const std::string huge(100'000'000, 'h');
     EXPECT_TRUE(string_format("%s", huge.c_str()) == huge);
+    EXPECT_EQ(TakeFormatCounts().size(), 19u); // 512 * 2^18 is the first that holds it
 }
 
 TEST(StringFormat, TakesTheArgumentsAfreshOnEveryAttempt)
@@ -59,7 +60,7 @@ TEST(StringFormat, TextsMayBeginWithAndHoldNul)
 TEST(StringFormat, GivesUpAtOnceOnAMalformedFormat)
 {
     const char* const malformed[] = {
-        nullptr, "%", "abc%", "%600d%", "%99999999999d", "%2147483648d",
+        nullptr, "%", "abc%", "%600d%", "%2147483647d%", "%99999999999d",
     };
     for (const char* format : malformed) {
         EXPECT_EQ(FormatUnchecked(format, 1), "") << format;
@@ -86,6 +87,8 @@ TEST(DebugInterface, IsFetchedWithoutTheLockThatCannotBeTaken)
     const faults::FailNth fault(faults::READ_LOCK);
     EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface());
     EXPECT_TRUE(fault.Happened());
+    EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface());
+    EXPECT_EQ(ThePlatform().fetches, 1);
 }
 
 TEST(DebugInterface, AThrowingPlatformLeavesTheLockFree)
@@ -207,5 +210,8 @@ TEST(Checks, AskThePlatformAtEveryReportAndSkipTheLineWithoutADebugInterface)
     ThePlatform().hasDebugInterface = true;
     EXPECT_EQ(ReturnErrorCodeIfNotTrue(nullptr), -5);
     EXPECT_EQ(ThePlatform().fetches, 2);
-    EXPECT_EQ(TakeLines().size(), 1u);
+    QN_CHECK_AT("sample", 5)
+    QN_ASSERT(ThePlatform().fetches == 0); // which does not ask
+    EXPECT_EQ(ThePlatform().fetches, 2);
+    EXPECT_EQ(TakeLines().size(), 2u);
 }

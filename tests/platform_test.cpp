@@ -163,6 +163,9 @@ TEST(Platform, ACallbackGetsTheTextAsItIsAndMayPrintItself)
     EXPECT_THROW(debug->DebugPrint(1, "thrown"), int);
     emsplatform::SetDebugCallback(nullptr);
     debug->DebugPrint(1, "nobody listens");
+    emsplatform::SetDebugStream(nullptr);
+    debug->DebugPrint(1, "nobody listens");
+    debug->Flush();
 }
 
 TEST(Platform, AFileGetsWholeLinesFromAllThreads)

@@ -36,12 +36,11 @@ namespace NSQN_EMSUTIL_AGENT {
 /// calls may block, for as long as the platform takes to answer.
 EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 
-/// The printf-formatted text, whole, whatever its length up to the 2^31 - 1 characters that printf
-/// can count. A text of up to 511 characters takes one formatting pass; a longer one a pass for
-/// each doubling of a 512-byte buffer until it fits.
+/// The printf-formatted text, whole, up to 2^30 - 1 characters. A text of up to 511 characters takes
+/// one formatting pass; a longer one a pass for each doubling of a 512-byte buffer until it fits.
 ///
-/// A format that the platform's formatter rejects (a null pointer, a lone "%" at the end, a width
-/// beyond int) gives the empty string. Does not block; may be called from anywhere.
+/// A longer text, and a format that the platform's formatter rejects (a null pointer, a lone "%" at
+/// the end, a width beyond int), give the empty string. Does not block; may be called from anywhere.
 EMSUTIL_API std::string string_format(const char* format, ...)
     __attribute__((format(printf, 1, 2)));
 

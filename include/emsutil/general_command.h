@@ -136,7 +136,8 @@ public:
 ///
 /// It runs on the thread that runs the command, with no lock of the library held: it may register,
 /// add and run commands. An exception that it throws leaves runGeneralCmd(); commands still queued
-/// stay queued, in order.
+/// stay queued, in order. In a drain it must not wait for a thread that adds: that thread may itself
+/// be waiting for this drain to make room.
 typedef int (*EmsGeneralCmdHandler)(EmsGeneralCmd*, EmsGeneralCmd*);
 
 /// Registers a handler for the life of the process. An object at namespace scope registers while
@@ -145,27 +146,28 @@ class EMSUTIL_API RegEmsUtilCmd
 {
 public:
     /// Registers `handler` under a copy of `name`, any bytes, the empty name included. The first
-    /// registration of a name stays in force; a later one, or a null handler, is ignored. May
-    /// block for another registration or look-up.
+    /// registration of a name stays in force; a later one, or a null handler, is ignored. Waits for
+    /// no more than another registration or look-up, so it may be called from anywhere.
     RegEmsUtilCmd(std::string& name, EmsGeneralCmdHandler handler);
 };
 
 /// Queues a copy of `cmd`, which stays the caller's.
 ///
 /// The queue is full from 16384 bytes on, counted as sizeof(EmsGeneralCmd) a command: 205 commands
-/// on x86-64. While it is full the call blocks, without a time limit, until a drain takes one;
-/// called by a handler on the thread that drains, it never blocks, but queues past the limit.
-/// A handler must therefore not wait for another thread's add.
+/// on x86-64. While it is full the call waits for room, without a time limit, until a drain takes
+/// one. On the thread that drains, that is from a handler that a drain runs, it never waits for room,
+/// but queues past the limit. From a timer callback or a buffer's destructor it would hold up what
+/// runs there.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the handler of `cmd.name` at once on the calling thread, with `cmd` itself: what the
 /// handler changes there the caller sees. Does nothing when the name has none. The queue is not
-/// touched.
+/// touched. May be called from anywhere that the handler may run.
 EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the queued commands on the calling thread in the order in which they were added, those
 /// added meanwhile included, until the queue is empty. A command whose name has no handler when
-/// its turn comes is dropped.
+/// its turn comes is dropped. May be called from a handler too; what is queued then runs inside it.
 ///
 /// REQUIRES: no other thread is draining. Two drains lose no command and run none twice, but one
 /// may take what the other has seen and leave it blocked until the next add.

@@ -24,5 +24,5 @@ int main()
     RegEmsUtilCmd registration(cmd.name, Print);
     addGeneralCmd(cmd);
     runGeneralCmd();
-    return g_nRuns == 1 ? 0 : 1;
+    return g_nRuns == 1 && g_nLines == 1 ? 0 : 1;
 }

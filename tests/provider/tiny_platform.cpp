@@ -1,10 +1,14 @@
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
 
+#include <algorithm>
 #include <cstdio>
+
+int g_nLines = 0;
 
 void NSQN_util::DebugInterface::DebugPrint(int level, const char* format, ...)
 {
+    ++g_nLines;
     std::printf("%d ", level);
     va_list args;
     va_start(args, format);
@@ -18,8 +22,13 @@ NSQN_util::DebugInterface* NSQN_util::GetDefaultDebugInterface()
     return &debug;
 }
 
-int vsnprintf_s(char* dest, std::size_t, std::size_t count, const char* format, va_list args)
+int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
+                va_list args)
 {
-    const int length = std::vsnprintf(dest, count + 1, format, args);
-    return length > static_cast<int>(count) ? -1 : length;
+    const std::size_t room = std::min(count, destMax - 1);
+    const int length = std::vsnprintf(dest, room + 1, format, args);
+    if (length < 0) {
+        dest[0] = '\0';
+    }
+    return length > static_cast<int>(room) ? -1 : length;
 }

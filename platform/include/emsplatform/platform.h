@@ -21,7 +21,8 @@ void GetEmsCfgFile(std::string& path);
 /// The process's name. Set before threads start; read only from then on.
 extern std::string g_ProcName;
 
-/// Turns the lock error manager on. False unless the host sets it; written and read atomically.
+/// Turns the lock error manager on. False unless the host sets it. The library reads it with
+/// std::atomic_ref; a host that changes it while threads run writes it so.
 extern bool g_bEnableMitLockErrMgr;
 
 } // namespace NSQN_util

@@ -23,7 +23,7 @@ using DebugCallback =
     std::function<void(DebugOperation operation, int level, const std::string& text)>;
 
 /// Where debug lines go: standard error at first. A stream or a file gets each text as one whole
-/// line, with a newline added to a text that has none at its end.
+/// line, with a newline added to a text that has none at its end. A null one drops the lines.
 void SetDebugStream(std::FILE* stream);
 void SetDebugCallback(DebugCallback callback);
 
@@ -34,7 +34,7 @@ bool SetDebugFile(const std::string& path);
 /// The lowest level that DebugPrint shows: 0 at first. libemsutil prints at level 1.
 void SetLowestDebugLevel(int level);
 
-/// The install path (at first the directory that the process was started in), the process's name
+/// The install path (at first the current directory at the first question), the process's name
 /// (at first the program's), and the configuration file (at first "ems.cfg" in the install path).
 void SetInstallPath(const std::string& path);
 void SetProcessName(const std::string& name);

@@ -2,8 +2,9 @@
 
 namespace NSQN_util {
 
-struct DebugInterface
+class DebugInterface
 {
+public:
     virtual void First() {}
     virtual void Second() {}
     virtual void DebugPrint(int level, const char* format, ...);
@@ -13,3 +14,6 @@ struct DebugInterface
 DebugInterface* GetDefaultDebugInterface();
 
 } // namespace NSQN_util
+
+/// Of this platform's own: how many lines there were.
+extern int g_nLines;
