@@ -14,9 +14,9 @@ namespace NSQN_EMSUTIL_AGENT {
 /// passes to the caller, and the next call tries again.
 ///
 /// `instance` is a plain pointer, constant-initialised, published with release and read with
-/// acquire.
-template <class T>
-T* CreateOnce(T*& instance)
+/// acquire. `check` is called under the lock, where the object has just been made.
+template <class T, class Check>
+T* CreateOnce(T*& instance, Check check)
 {
     const std::atomic_ref<T*> published(instance);
     if (T* existing = published.load(std::memory_order_acquire)) {
@@ -32,8 +32,15 @@ T* CreateOnce(T*& instance)
     }
     if (instance == nullptr) {
         published.store(new T, std::memory_order_release);
+        check();
     }
     return instance;
+}
+
+template <class T>
+T* CreateOnce(T*& instance)
+{
+    return CreateOnce(instance, [] {});
 }
 
 } // namespace NSQN_EMSUTIL_AGENT

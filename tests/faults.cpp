@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/time.h>
 
 namespace {
 
@@ -38,6 +39,8 @@ void* Allocate(std::size_t size)
 
 namespace faults {
 
+std::atomic<long long> g_llClock = REAL_CLOCK;
+void (*g_pOnClock)() = nullptr;
 void (*g_pOnConditionWait)() = nullptr;
 
 FailNth::FailNth(Call call, int n, int error) : m_Call(call)
@@ -85,6 +88,24 @@ int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* lock)
         faults::g_pOnConditionWait();
     }
     return next(condition, lock);
+}
+
+int gettimeofday(timeval* now, void* zone) noexcept
+{
+    static auto* const next = Next<int(timeval*, void*)>("gettimeofday");
+    if (faults::g_pOnClock != nullptr) {
+        faults::g_pOnClock();
+    }
+    const long long clock = faults::g_llClock;
+    if (clock == faults::REAL_CLOCK) {
+        return next(now, zone);
+    }
+    if (clock == faults::FAILING_CLOCK) {
+        *now = {-7, -7}; // what a failed call leaves is not to be used
+        return -1;
+    }
+    *now = {clock / 1000000, clock % 1000000};
+    return 0;
 }
 
 } // extern "C"

@@ -3,6 +3,7 @@
 
 /// Faults in the calls that the library makes, put in by defining those calls in the test program.
 
+#include <atomic>
 #include <cerrno>
 
 namespace faults {
@@ -25,6 +26,14 @@ public:
 private:
     Call m_Call;
 };
+
+/// What gettimeofday() answers, in microseconds since the epoch; or one of the two below.
+constexpr long long REAL_CLOCK = -1;
+constexpr long long FAILING_CLOCK = -2;
+extern std::atomic<long long> g_llClock;
+
+/// Called by each gettimeofday(); null for nobody.
+extern void (*g_pOnClock)();
 
 /// Called by each thread that is about to wait for a condition; null for nobody.
 extern void (*g_pOnConditionWait)();

@@ -91,7 +91,20 @@ DebugInterface* GetDefaultDebugInterface()
     return ThePlatform().hasDebugInterface ? &TheRecorder() : nullptr;
 }
 
+void GetEmsCfgFile(std::string& path)
+{
+    path = "test.cfg";
+}
+
 } // namespace NSQN_util
+
+int eKorGetRegInt(const char* key, int& value, const char* file)
+{
+    ++ThePlatform().modeReads;
+    return key == std::string("MsgHandleMode") && file == std::string("test.cfg")
+               ? ThePlatform().readMode(value)
+               : 0;
+}
 
 // The stand-in's formatter, under another name (see CMakeLists.txt).
 int StandInVsnprintf(char* dest, std::size_t destMax, std::size_t count, const char* format,

@@ -20,6 +20,9 @@ struct TestPlatform
     std::function<void(const std::string& line)> onLine; // called before a line is recorded
 
     std::vector<std::size_t> formatCounts; // the count of each vsnprintf_s
+
+    std::function<int(int& value)> readMode; // the answer to "MsgHandleMode" in "test.cfg"
+    std::atomic<int> modeReads = 0;
 };
 
 TestPlatform& ThePlatform();

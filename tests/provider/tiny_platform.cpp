@@ -22,6 +22,13 @@ NSQN_util::DebugInterface* NSQN_util::GetDefaultDebugInterface()
     return &debug;
 }
 
+void NSQN_util::GetEmsCfgFile(std::string&) {}
+
+int eKorGetRegInt(const char*, int&, const char*)
+{
+    return 0;
+}
+
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args)
 {

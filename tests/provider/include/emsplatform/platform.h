@@ -2,6 +2,15 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <string>
+
+namespace NSQN_util {
+
+void GetEmsCfgFile(std::string& path);
+
+} // namespace NSQN_util
+
+int eKorGetRegInt(const char* key, int& value, const char* file);
 
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args);

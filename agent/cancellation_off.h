@@ -1,0 +1,25 @@
+#ifndef AGENT_CANCELLATION_OFF_H
+#define AGENT_CANCELLATION_OFF_H
+
+#include <pthread.h>
+
+namespace NSQN_EMSUTIL_AGENT {
+
+/// Keeps the calling thread from being cancelled. A cancelled thread unwinds by an exception of a
+/// kind that must not end in a handler for all exceptions, nor leave a destructor: the process
+/// would be aborted.
+class CancellationOff
+{
+public:
+    CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nFormerState); }
+    ~CancellationOff() { pthread_setcancelstate(m_nFormerState, nullptr); }
+    CancellationOff(const CancellationOff&) = delete;
+    CancellationOff& operator=(const CancellationOff&) = delete;
+
+private:
+    int m_nFormerState = PTHREAD_CANCEL_ENABLE;
+};
+
+} // namespace NSQN_EMSUTIL_AGENT
+
+#endif

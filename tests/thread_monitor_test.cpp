@@ -1,0 +1,498 @@
+#include <barrier>
+#include <climits>
+#include <latch>
+#include <semaphore>
+#include <thread>
+
+#include <pthread.h>
+
+#include <gtest/gtest.h>
+
+#include "agent/emsutil_thread.h"
+#include "emsutil/diagnostics.h"
+#include "emsutil/thread_monitor.h"
+#include "tests/faults.h"
+#include "tests/test_platform.h"
+
+using namespace NSQN_EMSUTIL_AGENT;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr long long SECOND = 1'000'000; // microseconds
+constexpr long long START = 1'790'000'000 * SECOND;
+
+/// All records, by thread id.
+std::map<unsigned long, EmsThreadInfo> Records()
+{
+    std::list<EmsThreadInfo> infos;
+    GetEmsThreadInfo(infos, 0);
+    std::map<unsigned long, EmsThreadInfo> records;
+    for (const EmsThreadInfo& info : infos) {
+        records.emplace(info.m_ulThreadId, info);
+    }
+    return records;
+}
+
+EmsThreadInfo MyRecord()
+{
+    const auto records = Records();
+    const auto mine = records.find(pthread_self());
+    return mine != records.end() ? mine->second : EmsThreadInfo();
+}
+
+long long Microseconds(const ACE_Time_Value& time)
+{
+    return time.sec() * SECOND + time.usec();
+}
+
+/// Status, start (seconds after START), duration, maximum (seconds), events.
+using State = std::tuple<int, double, double, double, long long>;
+
+State MyState()
+{
+    const EmsThreadInfo record = MyRecord();
+    const auto seconds = [](long long time) {
+        return static_cast<double>(time) / static_cast<double>(SECOND);
+    };
+    return {record.m_nStatus, seconds(Microseconds(record.m_StartTime) - START),
+            seconds(Microseconds(record.m_Duration)), seconds(Microseconds(record.m_MaxDuration)),
+            record.m_llRecvs};
+}
+
+/// The clock moves only here.
+class ThreadMonitor : public testing::Test
+{
+protected:
+    ThreadMonitor() { SetClock(0); }
+    ~ThreadMonitor() override { faults::g_llClock = faults::REAL_CLOCK; }
+
+    static void SetClock(double seconds)
+    {
+        faults::g_llClock = START + static_cast<long long>(seconds * static_cast<double>(SECOND));
+    }
+};
+
+/// Enters with these values and stays inside until it is destroyed, on a thread of its own.
+class Worker
+{
+public:
+    explicit Worker(const EmsThreadInfoMap& values)
+        : m_Thread([this, own = values]() mutable {
+              RegEmsThreadInfo inside(&own);
+              m_ulThreadId = pthread_self();
+              m_Entered.count_down();
+              m_Leave.acquire();
+          })
+    {
+        m_Entered.wait();
+    }
+    ~Worker()
+    {
+        m_Leave.release();
+        m_Thread.join();
+    }
+
+    unsigned long ThreadId() const { return m_ulThreadId; }
+
+private:
+    unsigned long m_ulThreadId = 0;
+    std::latch m_Entered{1};
+    std::binary_semaphore m_Leave{0};
+    std::thread m_Thread;
+};
+
+} // namespace
+
+TEST_F(ThreadMonitor, ARecordFollowsEntriesAndExits)
+{
+    EmsThreadInfoMap values;
+    AddEmsThreadInfo(values, "jobs", 7);
+    {
+        RegEmsThreadInfo inside(&values);
+        EXPECT_EQ(MyState(), (State{1, 0, 0, 0, 1}));
+        EXPECT_EQ(MyRecord().m_InfoMap, values);
+        SetClock(2.000001);
+    }
+    EXPECT_EQ(MyState(), (State{0, 2.000001, 0, 0, 2}));
+    SetClock(5.000001);
+    {
+        RegEmsThreadInfo inside(nullptr);
+        EXPECT_EQ(MyState(), (State{1, 2.000001, 3, 3, 3}));
+        EXPECT_EQ(MyRecord().m_InfoMap, values);
+        SetClock(9);
+    }
+    SetClock(10);
+    RegEmsThreadInfo outer(nullptr);
+    EXPECT_EQ(MyState(), (State{1, 9, 1, 3, 5}));
+    {
+        SetClock(14);
+        RegEmsThreadInfo inner(nullptr);
+        EXPECT_EQ(MyState(), (State{1, 9, 5, 5, 6}));
+    }
+    EXPECT_EQ(MyState(), (State{0, 14, 5, 5, 7})); // though the outer stretch goes on
+    SetClock(13);
+    RegEmsThreadInfo setBack(nullptr);
+    EXPECT_EQ(MyState(), (State{1, 14, 5, 5, 8}));
+}
+
+TEST_F(ThreadMonitor, AFailedClockCountsAsZero)
+{
+    faults::g_llClock = faults::FAILING_CLOCK;
+    RegEmsThreadInfo inside(nullptr);
+    EXPECT_EQ(Microseconds(MyRecord().m_StartTime), 0);
+    EXPECT_FALSE(IsEmsThreadTimeout(1));
+    EXPECT_TRUE(IsEmsThreadTimeout(-1));
+    SetClock(0);
+    EXPECT_TRUE(IsEmsThreadTimeout(1'790'000'000));
+    EXPECT_FALSE(IsEmsThreadTimeout(1'790'000'001));
+}
+
+TEST_F(ThreadMonitor, NamedValuesAreSetByTheLastCallAndMergedAtEntries)
+{
+    EmsThreadInfoMap values;
+    AddEmsThreadInfo(values, "n", INT_MIN);
+    EXPECT_EQ(values["n"], std::pair(std::string("-2147483648"), 1));
+    AddEmsThreadInfo(values, "n", INT_MAX);
+    EXPECT_EQ(values["n"], std::pair(std::string("2147483647"), 1));
+    AddEmsThreadInfo(values, "n", "text");
+    EXPECT_EQ(values["n"], std::pair(std::string("text"), 0));
+    AddEmsThreadInfo(values, "n", "other");
+    AddEmsThreadInfo(values, "", 0);
+    AddEmsThreadInfo(values, nullptr, 1);
+    AddEmsThreadInfo(values, nullptr, "x");
+    AddEmsThreadInfo(values, "x", nullptr);
+    EXPECT_EQ(values, (EmsThreadInfoMap{{"", {"0", 1}}, {"n", {"other", 0}}}));
+    values["long"] = {std::string(100, 'l'), 7};
+    AddEmsThreadInfo(values, "long", values["long"].first.c_str() + 50);
+    EXPECT_EQ(values["long"], std::pair(std::string(50, 'l'), 0));
+
+    RegEmsThreadInfo first(&values);
+    EmsThreadInfoMap expected = values;
+    values = {{"n", {"new", 0}}, {"later", {"1", 1}}};
+    EXPECT_EQ(MyRecord().m_InfoMap, expected);
+    RegEmsThreadInfo second(&values);
+    expected["n"].first = "new";
+    expected["later"] = {"1", 1};
+    EXPECT_EQ(MyRecord().m_InfoMap, expected);
+}
+
+TEST_F(ThreadMonitor, TheFirstEntryDecidesWhoIsAReportThread)
+{
+    EXPECT_FALSE(IsEmsThreadReport(pthread_self()));
+    RegEmsThreadInfo first(nullptr);
+    EmsThreadInfoMap report = {{"Report", {"", 9}}};
+    RegEmsThreadInfo second(&report);
+    EXPECT_FALSE(IsEmsThreadReport(pthread_self()));
+    EXPECT_TRUE(MyRecord().m_InfoMap.contains("Report"));
+    const Worker worker(report);
+    EXPECT_TRUE(IsEmsThreadReport(worker.ThreadId()));
+    const Worker other(EmsThreadInfoMap{{"report", {"", 0}}});
+    EXPECT_FALSE(IsEmsThreadReport(other.ThreadId()));
+}
+
+TEST_F(ThreadMonitor, AStretchThatEndsElsewhereLeavesForTheThreadThatEntered)
+{
+    auto* inside = new RegEmsThreadInfo(nullptr);
+    std::thread([inside] { delete inside; }).join();
+    EXPECT_EQ(MyState(), (State{0, 0, 0, 0, 2}));
+    EXPECT_EQ(Records().size(), 1u);
+}
+
+TEST_F(ThreadMonitor, AReusedIdFindsTheOldRecordAndAnExitMakesNone)
+{
+    EmsThreadInfoMgr& mgr = *EmsThreadInfoMgr::Instance();
+    EmsThreadInfo event;
+    event.m_ulThreadId = 7;
+    mgr.UpdateThreadInfo(event, nullptr);
+    EXPECT_EQ(Records().size(), 0u);
+    event.m_nStatus = 1;
+    event.m_Duration = ACE_Time_Value(5);
+    event.m_llRecvs = 99;
+    const EmsThreadInfoMap values = {{"a", {"1", 1}}};
+    mgr.UpdateThreadInfo(event, &values);
+    EXPECT_EQ(Records()[7].m_llRecvs, 1);
+    EXPECT_EQ(Microseconds(Records()[7].m_Duration), 0);
+
+    EmsThreadInfo another;
+    another.m_ulThreadId = 7;
+    another.m_nStatus = 1;
+    another.m_StartTime = ACE_Time_Value(3);
+    const EmsThreadInfoMap report = {{"Report", {"", 0}}};
+    mgr.UpdateThreadInfo(another, &report);
+    EXPECT_EQ(Records()[7].m_llRecvs, 2);
+    EXPECT_EQ(Microseconds(Records()[7].m_Duration), 3 * SECOND);
+    EXPECT_EQ(Records()[7].m_InfoMap.size(), 2u);
+    EXPECT_FALSE(IsEmsThreadReport(7));
+}
+
+TEST_F(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
+{
+    EXPECT_FALSE(IsEmsThreadTimeout(-1));
+    {
+        RegEmsThreadInfo left(nullptr);
+    }
+    SetClock(100);
+    EXPECT_FALSE(IsEmsThreadTimeout(1)); // outside
+    std::list<EmsThreadInfo> infos(2);
+    GetEmsThreadInfo(infos, 1);
+    EXPECT_EQ(infos.size(), 2u);
+
+    const Worker worker(EmsThreadInfoMap{}); // a record of its own, from now on
+    RegEmsThreadInfo inside(nullptr);
+    SetClock(102.999999);
+    EXPECT_FALSE(IsEmsThreadTimeout(0));
+    EXPECT_TRUE(IsEmsThreadTimeout(102)); // since this thread left
+    EXPECT_FALSE(IsEmsThreadTimeout(103));
+    GetEmsThreadInfo(infos, 3);
+    EXPECT_EQ(infos.size(), 3u);
+    SetClock(103);
+    EXPECT_TRUE(IsEmsThreadTimeout(103));
+    EXPECT_FALSE(IsEmsThreadTimeout(104));
+    GetEmsThreadInfo(infos, 3);
+    ASSERT_EQ(infos.size(), 5u);
+    EXPECT_EQ(infos.front().m_llRecvs, 0);
+    EXPECT_EQ(Microseconds(Records()[pthread_self()].m_Duration), 103 * SECOND);
+    EXPECT_EQ(Microseconds(Records()[pthread_self()].m_MaxDuration), 100 * SECOND);
+    EXPECT_EQ(Microseconds(Records()[worker.ThreadId()].m_Duration), 3 * SECOND);
+
+    SetClock(-1);
+    EXPECT_FALSE(IsEmsThreadTimeout(1));
+    EXPECT_TRUE(IsEmsThreadTimeout(-1));
+    EXPECT_TRUE(IsEmsThreadTimeout(LONG_MIN));
+}
+
+TEST_F(ThreadMonitor, TheStatisticsAreOneText)
+{
+    StatEmsThreadInfo();
+    EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"});
+
+    EmsThreadInfoMgr& mgr = *EmsThreadInfoMgr::Instance();
+    EmsThreadInfo event;
+    event.m_ulThreadId = 0xab12345678;
+    event.m_nStatus = 1;
+    event.m_StartTime = ACE_Time_Value(-2, -1999);
+    const EmsThreadInfoMap values = {
+        {"100%s", {std::string("nul\0cut", 7), 0}},
+        {"int", {" -2147483649x", 1}},
+        {"odd", {"x", 7}},
+        {"text", {"", 0}},
+        {"word", {"x", 1}},
+    };
+    mgr.UpdateThreadInfo(event, &values);
+    event.m_ulThreadId = 1;
+    event.m_StartTime = ACE_Time_Value(1'790'000'000, 999'999);
+    mgr.UpdateThreadInfo(event, nullptr);
+    event.m_StartTime.sec(1'790'000'003);
+    mgr.UpdateThreadInfo(event, nullptr);
+    StatEmsThreadInfo();
+    EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"
+                                 " thread id           1\n"
+                                 " thread status       1\n"
+                                 " thread start        1790000000999\n"
+                                 " thread duration     3000\n"
+                                 " thread max duration 3000\n"
+                                 " thread recvs        2\n"
+                                 " 100%s nul\n"
+                                 " int 2147483647\n"
+                                 " Impossible type 7\n"
+                                 " text \n"
+                                 " word 0\n"
+                                 " thread id           12345678\n"
+                                 " thread status       1\n"
+                                 " thread start        -2001\n"
+                                 " thread duration     0\n"
+                                 " thread max duration 0\n"
+                                 " thread recvs        1\n"
+                                 " 100%s nul\n"
+                                 " int 2147483647\n"
+                                 " Impossible type 7\n"
+                                 " text \n"
+                                 " word 0\n"});
+}
+
+TEST_F(ThreadMonitor, ADebugInterfaceMayEnterAStretchOfItsOwn)
+{
+    ThePlatform().onLine = [](const std::string&) { RegEmsThreadInfo inside(nullptr); };
+    StatEmsThreadInfo();
+    ThePlatform().onLine = nullptr;
+    EXPECT_EQ(MyRecord().m_llRecvs, 2);
+    ThePlatform().hasDebugInterface = false;
+    StatEmsThreadInfo();
+}
+
+TEST_F(ThreadMonitor, WithoutAMonitorNothingHappensAndErrnoTellsWhy)
+{
+    EmsThreadInfoMap report = {{"Report", {"", 0}}};
+    std::list<EmsThreadInfo> infos(1);
+    void (*const calls[])(EmsThreadInfoMap&, std::list<EmsThreadInfo>&) = {
+        [](auto& map, auto&) { new RegEmsThreadInfo(&map); },
+        [](auto&, auto&) { EXPECT_FALSE(IsEmsThreadTimeout(-1)); },
+        [](auto&, auto&) { EXPECT_FALSE(IsEmsThreadReport(pthread_self())); },
+        [](auto&, auto&) { StatEmsThreadInfo(); },
+        [](auto&, auto& list) { GetEmsThreadInfo(list, 0); },
+        [](auto&, auto& list) { GetEmsThreadInfo(list, 1); },
+    };
+    const auto failAll = [&](faults::Call lock, int nth) {
+        for (const auto call : calls) {
+            const faults::FailNth fault(lock, nth, EDEADLK);
+            errno = 0;
+            call(report, infos);
+            EXPECT_EQ(errno, fault.Happened() ? EDEADLK : 0);
+        }
+    };
+    failAll(faults::MUTEX_LOCK, 1); // ACE's lock for static objects
+    EXPECT_EQ(IsEmsThreadTimeout(0), false);
+    EXPECT_FALSE(IsEmsThreadReport(0)); // the monitor is there from here on
+    failAll(faults::WRITE_LOCK, 1);     // the entry's and the overdue query's
+    failAll(faults::READ_LOCK, 1);      // the others'; the entry gets through
+    EXPECT_EQ(Records().size(), 1u);
+    EXPECT_EQ(infos.size(), 1u);
+    EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"}); // with the write locks failing
+}
+
+TEST_F(ThreadMonitor, AFailedReportLockLeavesTheRecord)
+{
+    EXPECT_FALSE(IsEmsThreadReport(0));
+    EmsThreadInfoMap report = {{"Report", {"", 0}}};
+    const faults::FailNth fault(faults::WRITE_LOCK, 2, EAGAIN);
+    errno = 0;
+    RegEmsThreadInfo inside(&report);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(MyRecord().m_llRecvs, 1);
+    EXPECT_FALSE(IsEmsThreadReport(pthread_self()));
+}
+
+TEST_F(ThreadMonitor, AQueryThatRunsOutOfMemoryAppendsNothing)
+{
+    const std::string longText(100, 't');
+    const EmsThreadInfoMap values = {{longText, {longText, 0}}};
+    const Worker first(values);
+    const Worker second(values);
+    for (const long seconds : {0L, -1L}) {
+        std::list<EmsThreadInfo> infos(1);
+        int failures = 0;
+        for (int n = 1; infos.size() == 1; ++n) {
+            const faults::FailNth fault(faults::ALLOCATION, n);
+            try {
+                GetEmsThreadInfo(infos, seconds);
+            } catch (const std::bad_alloc&) {
+                EXPECT_EQ(infos.size(), 1u);
+                ++failures;
+            }
+        }
+        EXPECT_EQ(infos.size(), 3u);
+        EXPECT_EQ(failures, 8); // two records: the element, its value, that one's name and text
+    }
+}
+
+TEST_F(ThreadMonitor, AThreadIsNotCancelledWhileItLeaves)
+{
+    // The clock asks whether to cancel. Were the answer yes, the process would be aborted.
+    std::thread worker([] {
+        RegEmsThreadInfo inside(nullptr);
+        pthread_cancel(pthread_self());
+        faults::g_pOnClock = pthread_testcancel;
+    });
+    worker.join();
+    faults::g_pOnClock = nullptr;
+    EXPECT_EQ(Records().begin()->second.m_llRecvs, 2);
+}
+
+TEST(MsgHandleMode, IsReadOnceAndOnlyZeroAndOneCount)
+{
+    const struct
+    {
+        int result;
+        int value;
+        int mode;
+    } cases[] = {{1, 0, 0}, {1, 1, 1}, {1, 2, 1}, {1, -1, 1}, {0, 0, 1}, {2, 0, 1}};
+    for (const auto& test : cases) {
+        // Each in a process of its own, as the first answer holds.
+        EXPECT_EXIT(
+            {
+                ThePlatform().readMode = [&](int& value) {
+                    value = test.value;
+                    return test.result;
+                };
+                const int first = ReadMsgHandleModeSwitcher();
+                ThePlatform().readMode = [&](int& value) {
+                    value = 1 - test.mode;
+                    return 1;
+                };
+                const int second = ReadMsgHandleModeSwitcher();
+                std::_Exit(first == second && ThePlatform().modeReads == 1 ? first : 9);
+            },
+            testing::ExitedWithCode(test.mode), "");
+    }
+}
+
+TEST(MsgHandleMode, AThrowingPlatformLeavesItUnreadAndThreadsReadItOnce)
+{
+    ThePlatform().readMode = [](int&) -> int { throw std::runtime_error("no configuration"); };
+    EXPECT_THROW(ReadMsgHandleModeSwitcher(), std::runtime_error);
+    ThePlatform().readMode = [](int& value) {
+        value = 0;
+        return 1;
+    };
+    std::barrier<> all(8);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&all] {
+            all.arrive_and_wait();
+            EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(ThePlatform().modeReads, 2);
+}
+
+TEST(ThreadMonitorRaces, EntriesExitsAndQueriesKeepExactCounts)
+{
+    constexpr int rounds = 200;
+    long long expected = 0;
+    for (const int threads : {2, 8, 32}) {
+        std::barrier<> all(threads); // the first use is at once, and so is the end: no id is reused
+        std::vector<std::thread> workers;
+        for (int t = 0; t < threads; ++t) {
+            workers.emplace_back([&all, t] {
+                all.arrive_and_wait();
+                EmsThreadInfoMap values = {{"Report", {"", 0}}};
+                for (int i = 0; i < rounds; ++i) {
+                    AddEmsThreadInfo(values, "round", i);
+                    RegEmsThreadInfo inside(&values);
+                    std::list<EmsThreadInfo> infos;
+                    switch ((i + t) % 5) {
+                    case 0:
+                        GetEmsThreadInfo(infos, -1);
+                        break;
+                    case 1:
+                        GetEmsThreadInfo(infos, 0);
+                        break;
+                    case 2:
+                        IsEmsThreadTimeout(1000);
+                        break;
+                    case 3:
+                        StatEmsThreadInfo();
+                        break;
+                    default:
+                        EXPECT_TRUE(IsEmsThreadReport(pthread_self()));
+                        break;
+                    }
+                }
+                all.arrive_and_wait();
+            });
+        }
+        for (std::thread& worker : workers) {
+            worker.join();
+        }
+        expected += 2LL * threads * rounds;
+    }
+    long long events = 0;
+    for (const auto& [id, record] : Records()) {
+        events += record.m_llRecvs;
+    }
+    EXPECT_EQ(events, expected);
+}
