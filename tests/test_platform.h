@@ -19,7 +19,8 @@ struct TestPlatform
     std::function<void()> onFetch;                       // called in each fetch
     std::function<void(const std::string& line)> onLine; // called before a line is recorded
 
-    std::vector<std::size_t> formatCounts; // the count of each vsnprintf_s
+    // The count of each vsnprintf_s of this thread.
+    static inline thread_local std::vector<std::size_t> formatCounts;
 
     std::function<int(int& value)> readMode; // the answer to "MsgHandleMode" in "test.cfg"
     std::atomic<int> modeReads = 0;

@@ -326,7 +326,10 @@ TEST_F(ThreadMonitor, WithoutAMonitorNothingHappensAndErrnoTellsWhy)
     EmsThreadInfoMap report = {{"Report", {"", 0}}};
     std::list<EmsThreadInfo> infos(1);
     void (*const calls[])(EmsThreadInfoMap&, std::list<EmsThreadInfo>&) = {
-        [](auto& map, auto&) { new RegEmsThreadInfo(&map); },
+        [](auto& map, auto&) {
+            alignas(RegEmsThreadInfo) static char neverLeft[sizeof(RegEmsThreadInfo)];
+            new (neverLeft) RegEmsThreadInfo(&map);
+        },
         [](auto&, auto&) { EXPECT_FALSE(IsEmsThreadTimeout(-1)); },
         [](auto&, auto&) { EXPECT_FALSE(IsEmsThreadReport(pthread_self())); },
         [](auto&, auto&) { StatEmsThreadInfo(); },
