@@ -1,4 +1,6 @@
+#include <chrono>
 #include <climits>
+#include <thread>
 
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/setup.h>
@@ -15,6 +17,7 @@ namespace {
 
 constexpr int HIGHEST_EXIT_STATUS = 255;
 constexpr int MOST_REPEATS = 1000000; // they are all in memory at once
+constexpr int LONGEST_PAUSE_MS = 60000;
 
 void Show(Host&, EmsGeneralCmd& cmd)
 {
@@ -91,6 +94,17 @@ void Help(Host&, EmsGeneralCmd&)
     }
 }
 
+void Pause(Host& host, EmsGeneralCmd& cmd)
+{
+    const auto time = IntOf(FindPair(cmd, "ms"), 0, LONGEST_PAUSE_MS);
+    if (!time) {
+        host.ReportBadCommand(cmd, "needs ms:long=N, at most " + std::to_string(LONGEST_PAUSE_MS));
+        return;
+    }
+    Console::Instance().Flush(); // whoever watches sees what led here
+    std::this_thread::sleep_for(std::chrono::milliseconds(*time));
+}
+
 void Quit(Host& host, EmsGeneralCmd& cmd)
 {
     const Pair* const statusPair = FindPair(cmd, "status");
@@ -106,6 +120,7 @@ const HandlerTable g_Handlers = {
     {"debug", Handler<Debug>, "text=TEXT [level:long=N]: writes a debug line, at level 1"},
     {"help", Handler<Help>, "lists the commands"},
     {"level", Handler<Level>, "value:long=N: sets the lowest level of the debug lines shown"},
+    {"pause", Handler<Pause>, "ms:long=N: waits for N milliseconds"},
     {"quit", Handler<Quit>, "[status:long=N]: ends the process; what follows is skipped"},
     {"repeat", Handler<Repeat>,
      "times:long=N command=NAME ...: adds NAME N times, with the rest and n:long=1, 2 and so on"},

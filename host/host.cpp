@@ -43,7 +43,7 @@ Host& Host::Instance()
     return *g_pHost;
 }
 
-Host::Host(const HostOptions& options) : m_Options(options)
+Host::Host(const HostOptions& options) : m_Options(options), m_Workers(options.m_nWorkers)
 {
     g_pHost = this;
 }
@@ -60,6 +60,7 @@ int Host::Run(const std::vector<std::string>& scripts)
         DrainUntilRead();
         reader.join();
     }
+    m_Workers.End();
     Console& console = Console::Instance();
     const bool written = console.Flush();
     if (!written) {
@@ -242,6 +243,11 @@ void Host::Quit(int status)
 {
     m_nQuitStatus = status;
     Stop();
+}
+
+void Host::Submit(const std::string& name, std::function<void()> job)
+{
+    m_Workers.Submit(name, [this, job = std::move(job)] { Completes(job); });
 }
 
 void Host::Stop()

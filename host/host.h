@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "emsutil/general_command.h"
 #include "host/line_reader.h"
 #include "host/tally.h"
+#include "host/worker_pool.h"
 
 namespace emshost {
 
@@ -20,6 +22,7 @@ struct HostOptions
 {
     bool m_bDirect = false; // run each command as it is read, without the queue
     bool m_bStrict = false; // stop at the first error
+    int m_nWorkers = 2;     // threads for jobs
 };
 
 /// The process: reads scripts and has the library run their commands.
@@ -52,6 +55,9 @@ public:
     void ReportBadCommand(const EmsGeneralCmd& cmd, const std::string& what);
     /// Ends the process: nothing more is read, and what is queued is skipped.
     void Quit(int status);
+    /// Hands a job to the worker threads. What it throws counts as a failed command.
+    void Submit(const std::string& name, std::function<void()> job);
+    WorkerPool& Workers() { return m_Workers; }
 
 private:
     enum class Delivery { Queued, AtOnce };
@@ -83,6 +89,8 @@ private:
     std::condition_variable m_News;
     bool m_bAdded = false;
     bool m_bAllRead = false;
+
+    WorkerPool m_Workers; // destroyed first: its jobs use the others
 };
 
 } // namespace emshost

@@ -16,6 +16,7 @@
 namespace {
 
 constexpr int WRONG_USE = 2;
+constexpr int MOST_WORKERS = 64;
 
 /// A standard descriptor that came closed would be handed out again for something else.
 void OpenStandardDescriptors()
@@ -48,6 +49,9 @@ int Run(int argc, char** argv)
     app.add_flag("--direct", options.m_bDirect,
                  "Run each command as it is read, without the queue");
     app.add_flag("--strict", options.m_bStrict, "Stop at the first error");
+    app.add_option("--workers", options.m_nWorkers, "The number of worker threads, 2 unless set")
+        ->check(CLI::Range(1, MOST_WORKERS))
+        ->type_name("N");
     app.add_option("--debug-file", debugFile, "Append debug lines to FILE, not to standard error")
         ->type_name("FILE");
     app.add_option_function<std::string>("--install-path", emsplatform::SetInstallPath,

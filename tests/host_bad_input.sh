@@ -66,8 +66,32 @@ printf 'run file=itself\nshow n=1\n' >itself
 expect 1 '1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 ' \
     'itself:1: run: nested more than 16 deep' itself
 
+# A second stuck worker of one; the process ends all the same, with its jobs.
+cat >workers <<'END'
+work job:long=1
+work job=a times:long=-1
+work job=a ms:long=60001
+overdue
+pause
+stick
+stick
+work job=a ms:long=60000
+await
+show n=1
+END
+needs='emshost: work: needs job=NAME [times:long=N], at most 100000, [ms:long=N], at most 60000'
+expect 1 '1 ' "$needs
+$needs
+$needs
+emshost: overdue: needs seconds:long=N
+emshost: pause: needs ms:long=N, at most 60000
+emshost: stick: all workers are stuck already" --workers 1 workers
+
 expect 0 '' '' /dev/null
-"$emshost" --unknown >out 2>err
-[ $? = 2 ] || { echo "an unknown option: exit status $?" && failures=$((failures + 1)); }
+for option in --unknown --workers=0 --workers=65; do
+    "$emshost" $option >out 2>err </dev/null
+    got=$?
+    [ $got = 2 ] || { echo "$option: exit status $got" && failures=$((failures + 1)); }
+done
 
 exit $((failures > 0))
