@@ -1,0 +1,406 @@
+#include <climits>
+#include <latch>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include <pthread.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/faults.h"
+#include "tests/test_platform.h"
+#include "util/translog.h"
+
+using namespace NSQN_util;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+/// Notes its name when it is deleted.
+std::string g_Deleted;
+
+struct Buffer : QNTransactionBuffer
+{
+    explicit Buffer(std::string name) : m_strName(std::move(name)) {}
+    ~Buffer() override { g_Deleted += m_strName + ' '; }
+    std::string m_strName;
+};
+
+std::string TakeDeleted()
+{
+    return std::exchange(g_Deleted, {});
+}
+
+std::pair<int, int> Counts(unsigned long handle)
+{
+    const QNTransactionLogImpl& log = *g_TransLogMap.at(handle);
+    return {log.m_nRefCount, log.m_nRefCountEx};
+}
+
+std::string Line(int number, const char* text)
+{
+    return "1|file:translog:" + std::to_string(number) + "," + text;
+}
+
+const std::string LINE_224 = Line(224, "QN_LOG_IF_NOT_TRUE: ret >= TRANSLOG_REFCOUNT_NULL");
+const std::string LINE_262 = Line(262, "QN_RETURN_ERRORCODE_IF_NOT_TRUE: NULL != m_pImpl");
+const std::string LINE_353 = Line(353, "QN_LOG_IF_NOT_TRUE: m_nRefCount <= TRANSLOG_REFCOUNT_NULL");
+const std::string LINE_354 =
+    Line(354, "QN_LOG_IF_NOT_TRUE: m_nRefCountEx <= TRANSLOG_REFCOUNT_NULL");
+const std::string LINE_402 = Line(402, "QN_LOG_IF_NOT_TRUE: m_nRefCount > TRANSLOG_REFCOUNT_NULL");
+const std::string LINE_419 = Line(419, "QN_LOG_IF_NOT_TRUE: n > TRANSLOG_REFCOUNT_NULL");
+const std::string LINE_439 =
+    Line(439, "QN_LOG_IF_NOT_TRUE: m_nRefCountEx > TRANSLOG_REFCOUNT_NULL");
+const std::string LINE_440 = Line(440, "QN_LOG_IF_NOT_TRUE: m_nRefCount > m_nRefCountEx");
+const std::string LINE_467 = Line(467, "QN_RETURN_IF_NOT_TRUE: NULL != pBuffer");
+const std::string LINE_471 =
+    Line(471, "QN_RETURN_IF_NOT_TRUE: m_TransBufMap.find(key) == m_TransBufMap.end()");
+
+} // namespace
+
+TEST(TransactionLog, HandleValuesCountFromOneAndSkipZeroAndThoseInUse)
+{
+    QNTransactionLog first;
+    EXPECT_EQ(first.GetHandle(), 1u);
+    EXPECT_EQ(QNTransactionLog().GetHandle(), 2u);
+    QNTransactionLog::ClearAllLog(); // `first` is left behind, as documented
+    TakeLines();
+    EXPECT_EQ(QNTransactionLog().GetHandle(), 3u);
+
+    QNTransactionLog one; // 4
+    g_nNextTransLogHandle = ULONG_MAX;
+    QNTransactionLog last;
+    EXPECT_EQ(last.GetHandle(), ULONG_MAX);
+    EXPECT_EQ(QNTransactionLog(ULONG_MAX).GetHandle(), ULONG_MAX);
+    EXPECT_EQ(QNTransactionLog().GetHandle(), 1u);
+    g_nNextTransLogHandle = 4;
+    EXPECT_EQ(QNTransactionLog().GetHandle(), 5u);
+    EXPECT_EQ(TakeLines(), Lines{});
+    new (&first) QNTransactionLog(0ul); // its log is gone
+}
+
+TEST(TransactionLog, AnUnattachedHandleDoesNothing)
+{
+    unsigned long destroyed = QNTransactionLog().GetHandle();
+    for (const unsigned long handle : {0ul, destroyed, 77ul, ULONG_MAX}) {
+        QNTransactionLog log(handle);
+        EXPECT_FALSE(log.IsValid());
+        EXPECT_EQ(log.AddRef(5), 0);
+        EXPECT_EQ(log.AddRef(-5), 0);
+        EXPECT_EQ(log.Release(), 0);
+        Buffer kept("kept");
+        log.AddBuffer("a", 1, &kept);
+        log.AddBuffer("a", 1, nullptr);
+        EXPECT_EQ(log.GetBuffer("a", 1), nullptr);
+        EXPECT_EQ(log.RemoveBuffer("a", 1), nullptr);
+        EXPECT_EQ(TakeLines(), Lines{});
+        EXPECT_EQ(log.GetHandle(), 0u);
+        EXPECT_EQ(TakeLines(), Lines{LINE_262});
+    }
+}
+
+TEST(TransactionLog, LivesWhileAHandleOrAnExtraReferenceDoes)
+{
+    unsigned long handle = 0;
+    {
+        QNTransactionLog log;
+        handle = log.GetHandle();
+        EXPECT_EQ(Counts(handle), std::pair(1, 0));
+        EXPECT_EQ(log.AddRef(1), 1);
+        EXPECT_EQ(Counts(handle), std::pair(2, 1));
+        log.AddBuffer("text", 1, new Buffer("text"));
+    }
+    EXPECT_EQ(Counts(handle), std::pair(1, 1)); // an orphan
+    std::thread([handle] {
+        QNTransactionLog log(handle);
+        EXPECT_EQ(Counts(handle), std::pair(2, 1));
+        EXPECT_NE(log.GetBuffer("text", 1), nullptr);
+        EXPECT_EQ(log.Release(), 0);
+        EXPECT_EQ(Counts(handle), std::pair(1, 0));
+        EXPECT_EQ(TakeDeleted(), "");
+    }).join();
+    EXPECT_EQ(TakeDeleted(), "text ");
+    EXPECT_FALSE(QNTransactionLog(handle).IsValid());
+
+    std::optional<QNTransactionLog> creator(std::in_place);
+    std::optional<QNTransactionLog> second(std::in_place, creator->GetHandle());
+    handle = creator->GetHandle();
+    creator.reset();
+    EXPECT_TRUE(QNTransactionLog(handle).IsValid());
+    second.reset();
+    EXPECT_FALSE(QNTransactionLog(handle).IsValid());
+    EXPECT_TRUE(g_TransLogMap.empty());
+    EXPECT_EQ(TakeLines(), Lines{});
+}
+
+TEST(TransactionLog, ExtraReferencesAreCountedAndMisuseOnlyReported)
+{
+    QNTransactionLog log;
+    const unsigned long handle = log.GetHandle();
+    EXPECT_EQ(log.AddRef(1), 1);
+    EXPECT_EQ(log.AddRef(2), 3);
+    EXPECT_EQ(log.Release(), 2);
+    EXPECT_EQ(Counts(handle), std::pair(3, 2));
+    EXPECT_EQ(log.AddRef(INT_MAX), 2);
+    EXPECT_EQ(log.AddRef(INT_MAX - 3), INT_MAX - 1);
+    EXPECT_EQ(log.AddRef(1), INT_MAX - 1);
+    EXPECT_FALSE(QNTransactionLog(handle).IsValid()); // no room to count it
+    EXPECT_EQ(Counts(handle), std::pair(INT_MAX, INT_MAX - 1));
+    EXPECT_EQ(TakeLines(), Lines{});
+
+    EXPECT_EQ(log.AddRef(0), INT_MAX - 1);
+    EXPECT_EQ(log.AddRef(INT_MIN), INT_MAX - 1);
+    EXPECT_EQ(Counts(handle), std::pair(INT_MAX, INT_MAX - 1));
+    EXPECT_EQ(TakeLines(), (Lines{LINE_419, LINE_419}));
+
+    QNTransactionLog other;
+    EXPECT_EQ(other.Release(), 0);
+    EXPECT_EQ(Counts(other.GetHandle()), std::pair(1, 0));
+    EXPECT_EQ(TakeLines(), Lines{LINE_439});
+
+    // Counts that no caller can bring about: the checks are there for a log that is damaged.
+    QNTransactionLogImpl& damaged = *g_TransLogMap.at(other.GetHandle());
+    damaged.m_nRefCount = 2;
+    damaged.m_nRefCountEx = 2;
+    EXPECT_EQ(other.Release(), 1);
+    EXPECT_EQ(TakeLines(), Lines{LINE_440});
+    damaged.m_nRefCount = -5;
+    damaged.m_nRefCountEx = -3;
+    EXPECT_EQ(other.Release(), -3);
+    EXPECT_EQ(TakeLines(), (Lines{LINE_439, LINE_440, LINE_224}));
+    damaged.m_nRefCount = 0;
+    damaged.m_nRefCountEx = 1;
+    std::destroy_at(&other);
+    EXPECT_EQ(TakeLines(), (Lines{LINE_402, LINE_354}));
+    new (&other) QNTransactionLog(0ul);
+    QNTransactionLog::ClearAllLog(); // of the references too many
+    new (&log) QNTransactionLog(0ul);
+}
+
+TEST(TransactionLog, ClearAllLogDeletesLogsAndBuffersInOrder)
+{
+    for (const char* name : {"first", "second"}) {
+        QNTransactionLog orphan;
+        orphan.AddRef(1);
+        orphan.AddBuffer("b", 2, new Buffer(std::string(name) + "b2"));
+        orphan.AddBuffer("a", 1, new Buffer(std::string(name) + "a1"));
+    }
+    g_TransLogMap[99] = nullptr;
+    QNTransactionLog::ClearAllLog();
+    EXPECT_EQ(TakeDeleted(), "firsta1 firstb2 seconda1 secondb2 ");
+    EXPECT_EQ(TakeLines(), (Lines{LINE_353, LINE_354, LINE_353, LINE_354}));
+    EXPECT_TRUE(g_TransLogMap.empty());
+    EXPECT_EQ(g_nNextTransLogHandle, 3u);
+    QNTransactionLog::ClearAllLog();
+}
+
+TEST(TransactionLog, BuffersAreFiledUnderNameAndNumber)
+{
+    const std::string nul("a\0", 2);
+    auto log = std::make_unique<QNTransactionLog>();
+    QNTransactionLog other(log->GetHandle());
+    auto* const p = new Buffer("a1");
+    const auto q = std::make_unique<Buffer>("q");
+    log->AddBuffer("a", 1, p);
+    log->AddBuffer("a", 1, q.get());
+    log->AddBuffer("a", 1, nullptr);
+    log->AddBuffer("b", 1, nullptr);
+    EXPECT_EQ(TakeLines(), (Lines{LINE_471, LINE_467, LINE_467}));
+    EXPECT_EQ(other.GetBuffer("a", 1), p);
+    for (const auto& [name, number] : {std::pair("a", 2ul), {"A", 1ul}, {"b", 1ul}, {"", 1ul}}) {
+        EXPECT_EQ(log->GetBuffer(name, number), nullptr);
+        EXPECT_EQ(log->RemoveBuffer(name, number), nullptr);
+    }
+    other.AddBuffer("b", 2, new Buffer("b2"));
+    other.AddBuffer("\xff", 0, new Buffer("ff"));
+    other.AddBuffer("ab", 0, new Buffer("ab0"));
+    other.AddBuffer("a", ULONG_MAX, new Buffer("aMax"));
+    other.AddBuffer(nul, 0, new Buffer("aNul"));
+    other.AddBuffer("", 7, new Buffer("empty7"));
+    other.AddBuffer("taken", 1, new Buffer("taken"));
+    const std::unique_ptr<QNTransactionBuffer> taken(log->RemoveBuffer("taken", 1));
+    EXPECT_NE(taken, nullptr);
+    EXPECT_EQ(log->RemoveBuffer("taken", 1), nullptr);
+    log.reset();
+    EXPECT_EQ(TakeDeleted(), "");
+    std::destroy_at(&other);
+    EXPECT_EQ(TakeDeleted(), "empty7 a1 aMax aNul ab0 b2 ff ");
+    new (&other) QNTransactionLog(0ul);
+    EXPECT_EQ(TakeLines(), Lines{});
+}
+
+TEST(TransactionLog, ADebugInterfaceThatThrowsEndsNoDestructor)
+{
+    QNTransactionLog log;
+    log.AddBuffer("a", 1, new Buffer("a1"));
+    QNTransactionLogImpl& impl = *g_TransLogMap.at(log.GetHandle());
+    impl.m_nRefCount = 0;
+    impl.m_nRefCountEx = 5;
+    ThePlatform().onLine = [](const std::string&) { throw std::runtime_error("disk full"); };
+    std::destroy_at(&log); // lines 402 and 354
+    EXPECT_EQ(TakeDeleted(), "a1 ");
+    new (&log) QNTransactionLog;
+    EXPECT_THROW(log.Release(), std::runtime_error);
+    EXPECT_THROW(log.AddRef(0), std::runtime_error);
+    EXPECT_THROW(log.AddBuffer("a", 1, nullptr), std::runtime_error);
+    EXPECT_THROW(QNTransactionLog(0ul).GetHandle(), std::runtime_error);
+    log.AddRef(1);
+    QNTransactionLog::ClearAllLog();
+    ThePlatform().onLine = nullptr;
+    new (&log) QNTransactionLog(0ul);
+    std::thread([] { EXPECT_TRUE(QNTransactionLog().IsValid()); }).join(); // no lock is held
+}
+
+TEST(TransactionLog, AThreadIsNotCancelledWhileALogGoes)
+{
+    struct CancelPoint : Buffer
+    {
+        using Buffer::Buffer;
+        ~CancelPoint() override { pthread_testcancel(); }
+    };
+    for (const bool clearAll : {false, true}) {
+        std::thread([clearAll] {
+            std::optional<QNTransactionLog> log(std::in_place);
+            log->AddBuffer("a", 1, new CancelPoint("a1"));
+            log->AddRef(clearAll ? 1 : 0);
+            pthread_cancel(pthread_self());
+            log.reset();
+            QNTransactionLog::ClearAllLog();
+        }).join();
+        EXPECT_EQ(TakeDeleted(), "a1 ");
+    }
+}
+
+TEST(TransactionLog, ALockThatFailsGivesTheNegativeResult)
+{
+    const auto with = [](faults::Call call, int nth, const auto& body) {
+        const faults::FailNth fault(call, nth);
+        body();
+        return fault.Happened();
+    };
+    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [] {
+        QNTransactionLog log;
+        EXPECT_FALSE(log.IsValid());
+    }));
+    QNTransactionLog log;
+    const unsigned long handle = log.GetHandle();
+    EXPECT_EQ(handle, 1u);
+    Buffer buffer("kept");
+    EXPECT_TRUE(
+        with(faults::READ_LOCK, 1, [&] { EXPECT_FALSE(QNTransactionLog(handle).IsValid()); }));
+    EXPECT_TRUE(
+        with(faults::MUTEX_LOCK, 1, [&] { EXPECT_FALSE(QNTransactionLog(handle).IsValid()); }));
+    EXPECT_TRUE(with(faults::MUTEX_LOCK, 1, [&] { EXPECT_EQ(log.AddRef(1), 0); }));
+    EXPECT_EQ(log.AddRef(1), 1);
+    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [&] { EXPECT_EQ(log.Release(), 0); }));
+    EXPECT_TRUE(with(faults::MUTEX_LOCK, 1, [&] { EXPECT_EQ(log.Release(), 0); }));
+    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [&] { log.AddBuffer("a", 1, &buffer); }));
+    EXPECT_EQ(log.GetBuffer("a", 1), nullptr);
+    log.AddBuffer("a", 1, &buffer);
+    EXPECT_TRUE(with(faults::READ_LOCK, 1, [&] { EXPECT_EQ(log.GetBuffer("a", 1), nullptr); }));
+    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [&] { EXPECT_EQ(log.RemoveBuffer("a", 1), nullptr); }));
+    EXPECT_EQ(log.RemoveBuffer("a", 1), &buffer);
+    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [] { QNTransactionLog::ClearAllLog(); }));
+    EXPECT_EQ(Counts(handle), std::pair(2, 1));
+    for (const faults::Call call : {faults::WRITE_LOCK, faults::MUTEX_LOCK}) {
+        std::optional<QNTransactionLog> lost(std::in_place, handle);
+        EXPECT_TRUE(with(call, 1, [&] { lost.reset(); })); // its reference stays
+    }
+    EXPECT_EQ(Counts(handle), std::pair(4, 1));
+    // The lock of the buffers: they go with the log all the same.
+    log.AddBuffer("a", 1, new Buffer("a1"));
+    EXPECT_TRUE(with(faults::WRITE_LOCK, 2, [] { QNTransactionLog::ClearAllLog(); }));
+    EXPECT_EQ(TakeDeleted(), "a1 ");
+    new (&log) QNTransactionLog(0ul);
+}
+
+TEST(TransactionLog, WhenMemoryRunsOutNothingStaysBehind)
+{
+    int failures = 0;
+    for (int n = 1; g_TransLogMap.empty(); ++n) {
+        const faults::FailNth fault(faults::ALLOCATION, n);
+        try {
+            QNTransactionLog log;
+            log.AddRef(1);
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(g_TransLogMap.empty());
+            ++failures;
+        }
+    }
+    EXPECT_EQ(failures, 2); // the log and its place in the registry
+    QNTransactionLog log(g_TransLogMap.begin()->first);
+    const std::string name(100, 'n');
+    const auto buffer = std::make_unique<Buffer>("kept");
+    for (int n = 1; log.RemoveBuffer(name, 1) == nullptr; ++n) {
+        const faults::FailNth fault(faults::ALLOCATION, n);
+        try {
+            log.AddBuffer(name, 1, buffer.get());
+        } catch (const std::bad_alloc&) {
+            ++failures;
+        }
+    }
+    EXPECT_EQ(failures, 5); // the key, its copy, its place
+    log.Release();
+    std::thread([] { EXPECT_TRUE(QNTransactionLog().IsValid()); }).join(); // no lock is held
+}
+
+TEST(TransactionLogStress, SixteenThreadsOnSharedLogsKeepExactTotals)
+{
+#ifdef __SANITIZE_THREAD__
+    constexpr int rounds = 500;
+#else
+    constexpr int rounds = 8000; // of 8 operations, by 16 threads: 1,024,000
+#endif
+    constexpr int threads = 16;
+    constexpr unsigned long logs = 4;
+    static std::atomic<int> deleted;
+    struct Counted : QNTransactionBuffer
+    {
+        ~Counted() override { ++deleted; }
+    };
+    std::vector<unsigned long> handles;
+    for (unsigned long i = 0; i < logs; ++i) {
+        QNTransactionLog log;
+        log.AddRef(1);
+        handles.push_back(log.GetHandle());
+    }
+    std::atomic<int> taken = 0;
+    std::latch all(threads);
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+        workers.emplace_back([&, t] {
+            all.arrive_and_wait();
+            for (int i = 0; i < rounds; ++i) {
+                QNTransactionLog own;
+                own.AddBuffer("own", 1, new Counted);
+                QNTransactionLog shared(handles[static_cast<unsigned>(i + t) % logs]);
+                shared.AddRef(2);
+                const auto number = static_cast<unsigned long>(t * rounds + i);
+                shared.AddBuffer("shared", number, new Counted);
+                EXPECT_NE(shared.GetBuffer("shared", number), nullptr);
+                if (i % 2 == 0) {
+                    delete shared.RemoveBuffer("shared", number);
+                    ++taken;
+                }
+                EXPECT_GE(shared.Release(), 0);
+            }
+        });
+    }
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+    int references = 0;
+    std::size_t filed = 0;
+    ASSERT_EQ(g_TransLogMap.size(), logs);
+    for (const auto& [handle, log] : g_TransLogMap) {
+        EXPECT_EQ(log->m_nRefCount, log->m_nRefCountEx);
+        references += log->m_nRefCountEx;
+        filed += log->m_TransBufMap.size();
+    }
+    EXPECT_EQ(references, static_cast<int>(logs) + threads * rounds);
+    EXPECT_EQ(filed, static_cast<std::size_t>(threads * rounds - taken));
+    EXPECT_EQ(deleted, threads * rounds + taken);
+    QNTransactionLog::ClearAllLog();
+    EXPECT_EQ(deleted, 2 * threads * rounds);
+}

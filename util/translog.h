@@ -1,0 +1,63 @@
+#ifndef UTIL_TRANSLOG_H
+#define UTIL_TRANSLOG_H
+
+#include <atomic>
+#include <map>
+#include <string>
+#include <utility>
+
+#include <ace/RW_Thread_Mutex.h>
+#include <ace/Thread_Mutex.h>
+
+#include "emsutil/transaction_log.h"
+
+namespace NSQN_util {
+
+/// The count that means no reference.
+constexpr int TRANSLOG_REFCOUNT_NULL = 0;
+
+/// A log. It is open to the handles, which work on it, and to tests.
+///
+/// Lock order: g_TransLogMapLock before m_RefCountLock or m_TransBufLock.
+class QNTransactionLogImpl
+{
+public:
+    using TransBufKey = std::pair<std::string, unsigned long>;
+
+    QNTransactionLogImpl() = default;
+    /// Writes a line for references that remain and deletes the buffers. REQUIRES:
+    /// g_TransLogMapLock is held for writing; so no thread attaches meanwhile.
+    ~QNTransactionLogImpl();
+    QNTransactionLogImpl(const QNTransactionLogImpl&) = delete;
+    QNTransactionLogImpl& operator=(const QNTransactionLogImpl&) = delete;
+
+    /// Counts a handle object. False when it cannot be counted.
+    bool AttachHandle();
+    /// Takes one off and returns whether the log is to be destroyed. Does not throw.
+    bool DetachHandle();
+
+    int AddRef(int n);
+    /// REQUIRES: g_TransLogMapLock is held for writing.
+    int Release();
+
+    void AddBuffer(const std::string& name, unsigned long num, QNTransactionBuffer* pBuffer);
+    QNTransactionBuffer* GetBuffer(const std::string& name, unsigned long num);
+    QNTransactionBuffer* RemoveBuffer(const std::string& name, unsigned long num);
+
+    std::map<TransBufKey, QNTransactionBuffer*> m_TransBufMap; // guarded by m_TransBufLock
+    ACE_RW_Thread_Mutex m_TransBufLock;
+    // Changed under m_RefCountLock; the checks read them without it.
+    std::atomic<int> m_nRefCount = 1;   // all references: attached handles and extra ones
+    std::atomic<int> m_nRefCountEx = 0; // the extra ones
+    ACE_Thread_Mutex m_RefCountLock;
+    unsigned long m_nHandle = 0; // set when registered, constant from then on
+};
+
+/// The logs of the process by handle value; it does not own them.
+extern std::map<unsigned long, QNTransactionLogImpl*> g_TransLogMap; // guarded by g_TransLogMapLock
+extern ACE_RW_Thread_Mutex g_TransLogMapLock;
+extern unsigned long g_nNextTransLogHandle; // guarded by g_TransLogMapLock
+
+} // namespace NSQN_util
+
+#endif
