@@ -26,6 +26,12 @@ bool IsInteger(std::string_view text)
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+/// Of UTF-8.
+bool IsInsideCharacter(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
 /// Reads from left to right. What returns a bool returns false after an error, with the error set.
 class LineParser
 {
@@ -166,23 +172,25 @@ private:
         if (At(':')) {
             ++m_nAt;
             pair.rtype = NVTP_TYPE_LONG;
+            const std::size_t typeBegin = m_nAt;
             const std::string_view type = TakeBare(NAME_ENDS);
             if (named && At('=') && type != "long") {
-                return Fail("unknown type " + Quoted(type) + ", only long is known", begin);
+                return Fail("unknown type " + Quoted(type) + ", only long is known", typeBegin);
             }
         }
         if (!named || !At('=')) {
             return FailExpected("name=value", begin);
         }
-        ++m_nAt;
+        const std::size_t valueBegin = ++m_nAt;
+        const bool quoted = At('"');
         if (!TakeWord(pair.value, VALUE_ENDS)) {
             return false;
         }
         if (!AtWordEnd()) {
-            return FailExpected("name=value", begin);
+            return Fail(quoted ? "text after a closing quote" : "quote inside a bare value", m_nAt);
         }
         return pair.rtype != NVTP_TYPE_LONG || IsInteger(pair.value) ||
-               Fail(Quoted(pair.value) + " is not an integer", begin);
+               Fail(Quoted(pair.value) + " is not an integer", valueBegin);
     }
 
     bool ParseObjects(EmsGeneralObjList& list)
@@ -224,8 +232,15 @@ ParseResult ParseCommand(std::string_view line, EmsGeneralCmd& cmd, std::string&
 
 std::string Quoted(std::string_view text)
 {
+    std::size_t size = text.size();
+    if (size > LONGEST_QUOTED) {
+        size = LONGEST_QUOTED;
+        while (size > 0 && IsInsideCharacter(text[size])) {
+            --size;
+        }
+    }
     std::string quoted = "\"";
-    for (const char character : text.substr(0, LONGEST_QUOTED)) {
+    for (const char character : text.substr(0, size)) {
         const auto byte = static_cast<unsigned char>(character);
         if (byte < 0x20 || byte == 0x7f) {
             quoted += string_format("\\x%02x", byte);
@@ -236,7 +251,7 @@ std::string Quoted(std::string_view text)
         }
         quoted += character;
     }
-    return quoted + (text.size() > LONGEST_QUOTED ? "\"..." : "\"");
+    return quoted + (text.size() > size ? "\"..." : "\"");
 }
 
 } // namespace emshost

@@ -1,7 +1,10 @@
 #include "host/console.h"
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <string>
+#include <system_error>
 
 #include <unistd.h>
 
@@ -14,12 +17,10 @@ using namespace std::chrono_literals;
 constexpr auto BEFORE_FIRST_PROGRESS = 1s;
 constexpr auto BETWEEN_PROGRESS = 200ms;
 
-void WriteLine(std::FILE* stream, std::string_view line)
+bool WriteLine(std::FILE* stream, std::string_view line)
 {
-    std::fwrite(line.data(), 1, line.size(), stream);
-    if (!line.ends_with('\n')) {
-        std::fputc('\n', stream);
-    }
+    return std::fwrite(line.data(), 1, line.size(), stream) == line.size() &&
+           (line.ends_with('\n') || std::fputc('\n', stream) != EOF);
 }
 
 } // namespace
@@ -39,10 +40,15 @@ Console::Console()
 void Console::Print(std::string_view line)
 {
     const std::lock_guard guard(m_Mutex);
+    if (m_bOutputLost) {
+        return;
+    }
     if (m_bOutputOnTerminal) {
         Erase();
     }
-    WriteLine(stdout, line);
+    if (!WriteLine(stdout, line)) {
+        LoseOutput();
+    }
 }
 
 void Console::Message(std::string_view line)
@@ -52,26 +58,37 @@ void Console::Message(std::string_view line)
     WriteLine(stderr, line);
 }
 
-void Console::Progress(std::uint64_t read, std::uint64_t run)
+void Console::Progress(const std::atomic<std::uint64_t>& read,
+                       const std::atomic<std::uint64_t>& run)
 {
     if (!m_bErrorOnTerminal) {
         return;
     }
     const Clock::time_point now = Clock::now();
-    if (now.time_since_epoch().count() < m_nNextProgress) {
+    if (IsTooEarly(now)) {
         return;
     }
     const std::lock_guard guard(m_Mutex);
+    if (IsTooEarly(now)) { // another thread came first
+        return;
+    }
     m_nNextProgress = (now + BETWEEN_PROGRESS).time_since_epoch().count();
     m_bProgressShown = true;
-    std::fprintf(stderr, "\r%" PRIu64 " read, %" PRIu64 " run", read, run);
+    std::fprintf(stderr, "\r%" PRIu64 " read, %" PRIu64 " run", read.load(), run.load());
 }
 
-bool Console::Flush()
+void Console::Flush()
 {
     const std::lock_guard guard(m_Mutex);
     Erase();
-    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    if (!m_bOutputLost && std::fflush(stdout) != 0) {
+        LoseOutput();
+    }
+}
+
+bool Console::IsTooEarly(Clock::time_point now) const
+{
+    return now.time_since_epoch().count() < m_nNextProgress;
 }
 
 /// With the lock held.
@@ -81,6 +98,15 @@ void Console::Erase()
         std::fputs("\r\033[K", stderr);
         m_bProgressShown = false;
     }
+}
+
+/// With the lock held, at once after the write that failed.
+void Console::LoseOutput()
+{
+    const std::string reason = std::generic_category().message(errno);
+    m_bOutputLost = true;
+    Erase();
+    WriteLine(stderr, "emshost: standard output: " + reason);
 }
 
 } // namespace emshost

@@ -17,24 +17,30 @@ class Console
 public:
     static Console& Instance();
 
-    /// Writes a line of results. It reaches a pipe or a file at the latest with Flush().
+    /// Writes a line of results. It reaches a pipe or a file at the latest with Flush(). Once a
+    /// line could not be written, a message has said why and no more are.
     void Print(std::string_view line);
     /// Writes a message at once. A line end at its end is added where there is none.
     void Message(std::string_view line);
     /// Shows how far the process is: on a terminal only, from one second on, not too often.
-    void Progress(std::uint64_t read, std::uint64_t run);
-    /// Takes the progress away and writes out all results. False when results have been lost.
-    bool Flush();
+    void Progress(const std::atomic<std::uint64_t>& read, const std::atomic<std::uint64_t>& run);
+    /// Takes the progress away and writes out all results.
+    void Flush();
+    /// Whether results have been lost.
+    bool IsOutputLost() const { return m_bOutputLost; }
 
 private:
     using Clock = std::chrono::steady_clock;
 
     Console();
+    bool IsTooEarly(Clock::time_point now) const;
     void Erase();
+    void LoseOutput();
 
     const bool m_bOutputOnTerminal;
     const bool m_bErrorOnTerminal;
     std::atomic<Clock::rep> m_nNextProgress;
+    std::atomic<bool> m_bOutputLost = false;
     std::mutex m_Mutex; // one line at a time; guards the next
     bool m_bProgressShown = false;
 };

@@ -6,6 +6,7 @@
 #include <emsplatform/setup.h>
 
 #include "emsutil/diagnostics.h"
+#include "host/command_parser.h"
 #include "host/console.h"
 #include "host/handlers.h"
 
@@ -49,10 +50,13 @@ void Debug(Host& host, EmsGeneralCmd& cmd)
 
 void RunFile(Host& host, EmsGeneralCmd& cmd)
 {
-    if (const auto file = TextOf(FindPair(cmd, "file"))) {
-        host.RunScript(cmd, *file);
-    } else {
+    const auto file = TextOf(FindPair(cmd, "file"));
+    if (!file) {
         host.ReportBadCommand(cmd, "needs file=PATH");
+    } else if (file->find('\0') != std::string::npos) {
+        host.ReportBadCommand(cmd, Quoted(*file) + " cannot be a path");
+    } else {
+        host.RunScript(cmd, *file);
     }
 }
 

@@ -21,14 +21,11 @@
 
 namespace emshost {
 
-/// What the library calls for `Function`: counts the run, or skips it when the process is to end.
-template <void (*Function)(Host&, EmsGeneralCmd&)>
+/// What the library calls for `Function`.
+template <Host::Function* Function>
 int Handler(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 {
-    Host& host = Host::Instance();
-    if (host.BeginCommand()) {
-        Function(host, *cmd);
-    }
+    Host::Instance().RunCommand(*cmd, *Function);
     return 0;
 }
 

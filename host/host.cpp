@@ -1,6 +1,8 @@
 #include "host/host.h"
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <thread>
 #include <utility>
 
@@ -14,27 +16,10 @@ using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
 
-constexpr int DEEPEST_NESTING = 16;
+constexpr std::size_t DEEPEST_NESTING = 16;
 constexpr auto IDLE_BEFORE_FLUSH = std::chrono::milliseconds(50);
 
 constinit Host* g_pHost = nullptr;
-
-/// Gives a variable another value until the end of a scope.
-template <class Value>
-class Temporarily
-{
-public:
-    Temporarily(Value& variable, Value value)
-        : m_Variable(variable), m_Former(std::exchange(variable, value))
-    {}
-    ~Temporarily() { m_Variable = m_Former; }
-    Temporarily(const Temporarily&) = delete;
-    Temporarily& operator=(const Temporarily&) = delete;
-
-private:
-    Value& m_Variable;
-    const Value m_Former;
-};
 
 } // namespace
 
@@ -62,30 +47,31 @@ int Host::Run(const std::vector<std::string>& scripts)
     }
     m_Workers.End();
     Console& console = Console::Instance();
-    const bool written = console.Flush();
-    if (!written) {
-        console.Message("emshost: standard output could not be written");
-    }
+    console.Flush();
     console.Message(m_Tally.Summary(std::chrono::steady_clock::now() - m_Start));
-    return m_Tally.IsAllWell() && written ? m_nQuitStatus : 1;
+    return m_Tally.IsAllWell() && !console.IsOutputLost() ? m_nQuitStatus : 1;
 }
 
 void Host::ReadAll(const std::vector<std::string>& scripts, Delivery delivery)
 {
+    LineReader::BeforeWait beforeWait;
+    if (delivery == Delivery::AtOnce) { // else the thread that drains sees to it
+        beforeWait = [this] { FlushResults(); };
+    }
     if (scripts.empty()) {
-        LineReader standardInput(m_Interrupt);
+        LineReader standardInput(m_Interrupt, beforeWait);
         ReadScript(standardInput, delivery);
     }
     for (const std::string& script : scripts) {
-        LineReader reader(script, m_Interrupt);
+        LineReader reader(script, m_Interrupt, beforeWait);
         if (!ReadScript(reader, delivery)) {
             return;
         }
     }
 }
 
-/// False when nothing more is to be read.
-bool Host::ReadScript(LineReader& reader, Delivery delivery)
+/// False when nothing more is to be read. `askedBy` begins the message when not all can be read.
+bool Host::ReadScript(LineReader& reader, Delivery delivery, const std::string& askedBy)
 {
     EmsGeneralCmd cmd;
     while (!m_bStopped) {
@@ -104,7 +90,7 @@ bool Host::ReadScript(LineReader& reader, Delivery delivery)
             break;
         case LineReader::Result::Failed:
             ++m_Tally.m_nUnreadScripts;
-            Console::Instance().Message(reader.Error());
+            Console::Instance().Message(askedBy + reader.Error());
             return !m_Options.m_bStrict;
         case LineReader::Result::End:
             return true;
@@ -118,12 +104,15 @@ bool Host::ReadScript(LineReader& reader, Delivery delivery)
 /// False when nothing more is to be read.
 bool Host::ReadLine(const LineReader& reader, Delivery delivery, EmsGeneralCmd& cmd)
 {
+    Position position;
     std::string error;
     switch (ParseCommand(reader.Line(), cmd, error)) {
     case ParseResult::Command:
         ++m_Tally.m_nRead;
         ShowProgress();
-        Deliver(cmd, delivery);
+        position.name = reader.Path();
+        position.value = reader.Where();
+        Deliver(cmd, position, delivery);
         return true;
     case ParseResult::Blank:
         return true;
@@ -135,8 +124,9 @@ bool Host::ReadLine(const LineReader& reader, Delivery delivery, EmsGeneralCmd& 
     return !m_Options.m_bStrict;
 }
 
-void Host::Deliver(EmsGeneralCmd& cmd, Delivery delivery)
+void Host::Deliver(EmsGeneralCmd& cmd, const Position& position, Delivery delivery)
 {
+    cmd.nvtps.nvtps.push_back(position); // RunCommand() takes it off
     // The library drops a command without a handler silently.
     if (!HandlerHelp().contains(cmd.name)) {
         m_Tally.CountWithoutHandler(cmd.name);
@@ -161,7 +151,7 @@ void Host::DrainUntilRead()
             std::unique_lock lock(m_NewsMutex);
             if (!m_News.wait_for(lock, IDLE_BEFORE_FLUSH, news)) {
                 lock.unlock();
-                Console::Instance().Flush();
+                FlushResults();
                 lock.lock();
                 m_News.wait(lock, news);
             }
@@ -182,15 +172,27 @@ void Host::Announce(bool& news)
     }
 }
 
-bool Host::BeginCommand()
+void Host::RunCommand(EmsGeneralCmd& cmd, Function& function)
 {
+    if (Console::Instance().IsOutputLost()) {
+        Stop();
+    }
     if (m_bStopped) {
         ++m_Tally.m_nSkipped;
-        return false;
+        return;
     }
     ++m_Tally.m_nRun;
     ShowProgress();
-    return true;
+
+    struct EndOfRun
+    {
+        std::list<Position>& m_Running;
+        ~EndOfRun() { m_Running.pop_back(); }
+    };
+    std::list<Position>& pairs = cmd.nvtps.nvtps;
+    m_Running.splice(m_Running.end(), pairs, std::prev(pairs.end()));
+    const EndOfRun end{m_Running};
+    function(*this, cmd);
 }
 
 void Host::RunScript(const EmsGeneralCmd& by, const std::string& path)
@@ -198,42 +200,56 @@ void Host::RunScript(const EmsGeneralCmd& by, const std::string& path)
     if (!MayNest(by)) {
         return;
     }
-    LineReader reader(path, m_Interrupt);
-    const Temporarily nesting(m_nNesting, m_nNesting + 1);
-    const Temporarily<const LineReader*> position(m_pReader, &reader);
-    if (!ReadScript(reader, Delivery::AtOnce)) {
+    // One that runs itself twice would otherwise run 2^DEEPEST_NESTING times.
+    if (std::any_of(m_Running.begin(), m_Running.end(),
+                    [&](const Position& position) { return position.name == path; })) {
+        ReportBadCommand(by, path + " is being run already");
+        return;
+    }
+    LineReader reader(path, m_Interrupt, [this] { FlushResults(); });
+    if (!ReadScript(reader, Delivery::AtOnce, Where(by) + ": ")) {
         Stop();
     }
 }
 
 void Host::Add(const EmsGeneralCmd& by, EmsGeneralCmd& cmd)
 {
-    if (m_Options.m_bDirect) {
-        if (MayNest(by)) {
-            const Temporarily nesting(m_nNesting, m_nNesting + 1);
-            ++m_Tally.m_nAdded;
-            Deliver(cmd, Delivery::AtOnce);
-        }
-        return;
+    const Delivery delivery = m_Options.m_bDirect ? Delivery::AtOnce : Delivery::Queued;
+    if (delivery == Delivery::Queued || MayNest(by)) {
+        ++m_Tally.m_nAdded;
+        Deliver(cmd, m_Running.back(), delivery);
     }
-    ++m_Tally.m_nAdded;
-    Deliver(cmd, Delivery::Queued);
 }
 
 bool Host::MayNest(const EmsGeneralCmd& by)
 {
-    if (m_nNesting < DEEPEST_NESTING) {
+    if (m_Running.size() <= DEEPEST_NESTING) {
         return true;
     }
     ReportBadCommand(by, "nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
     return false;
 }
 
+/// What begins a message about the command that runs now.
+std::string Host::Where(const EmsGeneralCmd& cmd) const
+{
+    return m_Running.back().value + ": " + cmd.name;
+}
+
+/// Nobody is to wait for results while the process waits.
+void Host::FlushResults()
+{
+    Console& console = Console::Instance();
+    console.Flush();
+    if (console.IsOutputLost()) {
+        Stop();
+    }
+}
+
 void Host::ReportBadCommand(const EmsGeneralCmd& cmd, const std::string& what)
 {
     ++m_Tally.m_nBadCommands;
-    const std::string where = m_pReader != nullptr ? m_pReader->Where() : "emshost";
-    Console::Instance().Message(where + ": " + cmd.name + ": " + what);
+    Console::Instance().Message(Where(cmd) + ": " + what);
     if (m_Options.m_bStrict) {
         Stop();
     }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -45,8 +46,10 @@ public:
 
     // For handlers, on the main thread.
 
-    /// Counts a command. False when it is to be skipped, as the process is to end.
-    bool BeginCommand();
+    using Function = void(Host&, EmsGeneralCmd&);
+
+    /// Has `function` do a command, and counts that; or skips it when the process is to end.
+    void RunCommand(EmsGeneralCmd& cmd, Function& function);
     /// Reads another script and runs its commands at once.
     void RunScript(const EmsGeneralCmd& by, const std::string& path);
     /// Queues a command; in direct mode, where nobody drains, runs it at once.
@@ -60,15 +63,21 @@ public:
     WorkerPool& Workers() { return m_Workers; }
 
 private:
+    /// Where a command was read: the path of the script, and the line as messages have it. It goes
+    /// through the queue as the command's last pair.
+    using Position = NSQN_EMSUTIL_AGENT::EmsNameAndValueStringTypePair;
+
     enum class Delivery { Queued, AtOnce };
 
     void ReadAll(const std::vector<std::string>& scripts, Delivery delivery);
-    bool ReadScript(LineReader& reader, Delivery delivery);
+    bool ReadScript(LineReader& reader, Delivery delivery, const std::string& askedBy = "");
     bool ReadLine(const LineReader& reader, Delivery delivery, EmsGeneralCmd& cmd);
-    void Deliver(EmsGeneralCmd& cmd, Delivery delivery);
+    void Deliver(EmsGeneralCmd& cmd, const Position& position, Delivery delivery);
     void DrainUntilRead();
     void Announce(bool& news);
     bool MayNest(const EmsGeneralCmd& by);
+    std::string Where(const EmsGeneralCmd& cmd) const;
+    void FlushResults();
     template <class Body>
     bool Completes(Body body);
     void ShowProgress();
@@ -82,8 +91,7 @@ private:
 
     // Of the main thread.
     int m_nQuitStatus = 0;
-    int m_nNesting = 0;                    // of commands that run inside another
-    const LineReader* m_pReader = nullptr; // where the command that runs now stands, if known
+    std::list<Position> m_Running; // the commands that run, one inside another
 
     std::mutex m_NewsMutex; // guards the following
     std::condition_variable m_News;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,6 +17,12 @@
 namespace emshost {
 
 using NSQN_EMSUTIL_AGENT::string_format;
+
+namespace {
+
+constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
+
+} // namespace
 
 Interrupt::Interrupt() : m_nDescriptor(::eventfd(0, EFD_CLOEXEC))
 {
@@ -37,15 +44,16 @@ void Interrupt::Raise()
 
 // Not blocking, so that the opening of a named pipe does not wait for its writer beyond the reach
 // of the interrupt.
-LineReader::LineReader(const std::string& path, const Interrupt& interrupt)
-    : m_strName(path), m_nInterrupt(interrupt.Descriptor()),
+LineReader::LineReader(const std::string& path, const Interrupt& interrupt, BeforeWait beforeWait)
+    : m_strPath(path), m_strName(path.empty() ? "\"\"" : path),
+      m_nInterrupt(interrupt.Descriptor()), m_BeforeWait(std::move(beforeWait)),
       m_nDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)),
       m_nOpenError(m_nDescriptor < 0 ? errno : 0), m_Buffer(2 * LONGEST_LINE)
 {}
 
-LineReader::LineReader(const Interrupt& interrupt)
-    : m_strName("stdin"), m_nInterrupt(interrupt.Descriptor()), m_nDescriptor(STDIN_FILENO),
-      m_Buffer(2 * LONGEST_LINE)
+LineReader::LineReader(const Interrupt& interrupt, BeforeWait beforeWait)
+    : m_strName("stdin"), m_nInterrupt(interrupt.Descriptor()), m_BeforeWait(std::move(beforeWait)),
+      m_nDescriptor(STDIN_FILENO), m_Buffer(2 * LONGEST_LINE)
 {}
 
 LineReader::~LineReader()
@@ -78,8 +86,8 @@ LineReader::Result LineReader::Next()
         if (const void* found = std::memchr(begin + searched, '\n', size - searched)) {
             return Take(static_cast<std::size_t>(static_cast<const char*>(found) - begin), 1);
         }
-        // Too long even if a CR is its last byte: hand it over as it is, to be refused.
-        if (size >= LONGEST_LINE + 2) {
+        // Too long even with a byte-order mark and a CR: hand it over as it is, to be refused.
+        if (size >= BYTE_ORDER_MARK.size() + LONGEST_LINE + 2) {
             m_bInLongLine = true;
             return Take(size, 0);
         }
@@ -100,6 +108,9 @@ LineReader::Result LineReader::Take(std::size_t length, std::size_t lineEnd)
     m_nBegin += length + lineEnd;
     if (!IsText(m_Line)) {
         return Result::Failed;
+    }
+    if (m_nLineNumber == 1 && m_Line.starts_with(BYTE_ORDER_MARK)) {
+        m_Line.remove_prefix(BYTE_ORDER_MARK.size());
     }
     if (m_Line.ends_with('\r')) {
         m_Line.remove_suffix(1);
@@ -152,7 +163,13 @@ LineReader::Result LineReader::ReadMore()
     m_nBegin = 0;
     for (;;) {
         pollfd waited[] = {{m_nDescriptor, POLLIN, 0}, {m_nInterrupt, POLLIN, 0}};
-        ssize_t count = ::poll(waited, 2, -1);
+        ssize_t count = ::poll(waited, 2, 0);
+        if (count == 0) {
+            if (m_BeforeWait) {
+                m_BeforeWait();
+            }
+            count = ::poll(waited, 2, -1);
+        }
         if (count > 0) {
             if (waited[1].revents != 0) {
                 return Result::Interrupted;

@@ -2,6 +2,7 @@
 #define HOST_LINE_READER_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,22 +41,28 @@ public:
         Interrupted, ///< the interrupt has been raised
     };
 
+    /// Called each time before a reader waits for input. May be empty.
+    using BeforeWait = std::function<void()>;
+
     /// Reads a file, or a pipe by its name. That it cannot be opened is told by Next().
-    LineReader(const std::string& path, const Interrupt& interrupt);
+    LineReader(const std::string& path, const Interrupt& interrupt, BeforeWait beforeWait);
     /// Reads standard input.
-    explicit LineReader(const Interrupt& interrupt);
+    LineReader(const Interrupt& interrupt, BeforeWait beforeWait);
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
 
     Result Next();
 
-    /// Without its line end, which is LF or CR LF; valid until the following Next().
+    /// Without its line end, which is LF or CR LF, and without a byte-order mark before the first;
+    /// valid until the following Next().
     std::string_view Line() const { return m_Line; }
     /// A whole message, with the file, and the line where there is one.
     const std::string& Error() const { return m_strError; }
     /// "file:line" of the line that Next() gave last.
     std::string Where() const;
+    /// The path of the file; empty for standard input.
+    const std::string& Path() const { return m_strPath; }
 
 private:
     // Line stands for "go on" in the results of the last two.
@@ -64,8 +71,10 @@ private:
     Result SkipToLineEnd();
     Result ReadMore();
 
-    const std::string m_strName;
+    const std::string m_strPath;
+    const std::string m_strName; // for messages
     const int m_nInterrupt;
+    const BeforeWait m_BeforeWait;
     const int m_nDescriptor;
     int m_nOpenError = 0;
     std::vector<char> m_Buffer;

@@ -18,12 +18,13 @@ namespace {
 constexpr int WRONG_USE = 2;
 constexpr int MOST_WORKERS = 64;
 
-/// A standard descriptor that came closed would be handed out again for something else.
+/// A standard descriptor that came closed would be handed out again for something else. Nothing can
+/// be written to what stands in for it, so that results do not get lost silently.
 void OpenStandardDescriptors()
 {
-    int descriptor = ::open("/dev/null", O_RDWR);
+    int descriptor = ::open("/dev/null", O_RDONLY);
     while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
-        descriptor = ::open("/dev/null", O_RDWR);
+        descriptor = ::open("/dev/null", O_RDONLY);
     }
     ::close(descriptor);
 }
@@ -45,7 +46,13 @@ int Run(int argc, char** argv)
         "The command \"help\" lists the commands.",
         "emshost");
     app.set_version_flag("--version", "emshost " EMSHOST_VERSION);
-    app.add_option("SCRIPT", scripts, "Files of commands, one a line");
+    app.footer(
+        "The exit status is 0, or what quit gives; 1 when a script could not be read in whole, a\n"
+        "command was wrong, or results were lost; 2 for wrong use.");
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return "emshost: " + CLI::FailureMessage::simple(failed, error);
+    });
+    app.add_option("SCRIPT", scripts, "Files of commands, one a line")->type_name("");
     app.add_flag("--direct", options.m_bDirect,
                  "Run each command as it is read, without the queue");
     app.add_flag("--strict", options.m_bStrict, "Stop at the first error");

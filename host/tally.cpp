@@ -25,7 +25,7 @@ void AddNames(std::vector<Row>& rows, std::vector<NameCount> names, bool namesLe
         return left.second > right.second;
     });
     for (std::size_t index = 0; index < std::min(names.size(), MOST_NAMES_SHOWN); ++index) {
-        rows.emplace_back("  " + names[index].first, std::to_string(names[index].second));
+        rows.emplace_back("  " + Quoted(names[index].first), std::to_string(names[index].second));
     }
     if (names.size() > MOST_NAMES_SHOWN) {
         rows.emplace_back(string_format("  and %s%zu more", namesLeftOut ? "at least " : "",
@@ -58,13 +58,12 @@ std::string Aligned(const std::vector<Row>& rows)
 
 void Tally::CountWithoutHandler(const std::string& name)
 {
-    const std::string shown = Quoted(name);
     const std::lock_guard guard(m_Mutex);
     ++m_nWithoutHandler;
-    if (const auto found = m_CountByName.find(shown); found != m_CountByName.end()) {
+    if (const auto found = m_CountByName.find(name); found != m_CountByName.end()) {
         ++found->second;
     } else if (m_CountByName.size() < MOST_NAMES_KEPT) {
-        m_CountByName.emplace(shown, 1);
+        m_CountByName.emplace(name, 1);
     } else {
         m_bNamesLeftOut = true;
     }

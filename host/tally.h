@@ -22,6 +22,8 @@ public:
     std::atomic<std::uint64_t> m_nBadCommands = 0;
     std::atomic<std::uint64_t> m_nUnreadScripts = 0;
 
+    /// For when a command is handed to the library, which does not tell its turn: one that is
+    /// queued behind the end of the process counts too.
     void CountWithoutHandler(const std::string& name);
 
     /// Whether everything could be done as it was written.

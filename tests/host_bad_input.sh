@@ -57,14 +57,33 @@ binary:1: not a text file (byte 0x00)" binary
 
 # What the arguments of a command lack comes out when it runs; a nested script knows its line.
 printf 'show n=1\nlevel value=1\nrun file=missing\nshow n=2\n' >arguments
-needs='level: needs value:long=N'
-expect 1 '1 2 ' "emshost: $needs
-missing: No such file or directory" arguments
+needs='arguments:2: level: needs value:long=N'
+for mode in '' --direct; do
+    expect 1 '1 2 ' "$needs
+arguments:3: run: missing: No such file or directory" $mode arguments
+done
 printf 'run file=arguments\n' >outer
-expect 1 '1 ' "arguments:2: $needs" --strict outer
-printf 'run file=itself\nshow n=1\n' >itself
-expect 1 '1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 ' \
-    'itself:1: run: nested more than 16 deep' itself
+expect 1 '1 ' "$needs" --strict outer
+printf 'show n=1\nrepeat command=run times:long=1 file="nul\\x00"\n' >added
+expect 1 '1 ' 'added:2: run: "nul\x00" cannot be a path' added
+
+# A script that is being run is not run again, by whichever way; 17 different ones are too many.
+printf 'show n=1\nrun file=second\nrun file=first\n' >first
+printf 'show n=2\nrun file=first\n' >second
+for mode in '' --direct; do
+    expect 1 '1 2 ' 'second:2: run: first is being run already
+first:3: run: first is being run already' $mode first
+done
+for number in $(seq 17); do
+    printf 'show n=%d\nrun file=deep%d\n' "$number" $((number + 1)) >deep"$number"
+done
+expect 1 "$(seq -s ' ' 17) " 'deep17:2: run: nested more than 16 deep' deep1
+
+# A byte-order mark belongs to no line, and shifts no column.
+printf '\357\273\277show n=1\nshow n=2\n' >marked
+expect 0 '1 2 ' '' marked
+printf '\357\273\277show n=1"\n' >marked
+expect 1 '' 'marked:1: quote inside a bare value at column 9' marked
 
 # A second stuck worker of one; the process ends all the same, with its jobs.
 cat >workers <<'END'
@@ -79,19 +98,35 @@ work job=a ms:long=60000
 await
 show n=1
 END
-needs='emshost: work: needs job=NAME [times:long=N], at most 100000, [ms:long=N], at most 60000'
-expect 1 '1 ' "$needs
-$needs
-$needs
-emshost: overdue: needs seconds:long=N
-emshost: pause: needs ms:long=N, at most 60000
-emshost: stick: all workers are stuck already" --workers 1 workers
+needs='work: needs job=NAME [times:long=N], at most 100000, [ms:long=N], at most 60000'
+expect 1 '1 ' "workers:1: $needs
+workers:2: $needs
+workers:3: $needs
+workers:4: overdue: needs seconds:long=N
+workers:5: pause: needs ms:long=N, at most 60000
+workers:7: stick: all workers are stuck already" --workers 1 workers
 
 expect 0 '' '' /dev/null
 for option in --unknown --workers=0 --workers=65; do
     "$emshost" $option >out 2>err </dev/null
     got=$?
     [ $got = 2 ] || { echo "$option: exit status $got" && failures=$((failures + 1)); }
+done
+
+# Who cannot write what it has to say says why, once, and stops.
+unwritten() {
+    got=$1 reason=$2
+    shift 2
+    if [ "$got" != 1 ] || [ "$(sed '/^read  */,$d' err)" != "emshost: standard output: $reason" ]; then
+        echo "emshost $*: exit status $got, messages:" && cat err
+        failures=$((failures + 1))
+    fi
+}
+for mode in '' --direct; do
+    yes 'show n=1' | timeout 20 "$emshost" $mode >/dev/full 2>err
+    unwritten $? 'No space left on device' $mode
+    "$emshost" $mode good >&- 2>err
+    unwritten $? 'Bad file descriptor' $mode
 done
 
 exit $((failures > 0))

@@ -83,14 +83,13 @@ TEST(HostParser, ErrorsTellWhatAndWhere)
         {"c a:long", R"(expected name=value, found "a:long" at column 3)"},
         {"c =1", R"(expected name=value, found "=1" at column 3)"},
         {"c :long=1", R"(expected name=value, found ":long=1" at column 3)"},
-        {"c a=x\"y\"", R"(expected name=value, found "a=x\"y\"" at column 3)"},
-        {"c a=\"x\"y", R"(expected name=value, found "a=\"x\"y" at column 3)"},
-        {"c a:int=1", R"(unknown type "int", only long is known at column 3)"},
-        {"c a:=1", R"(unknown type "", only long is known at column 3)"},
-        {"c a:long=12x", R"("12x" is not an integer at column 3)"},
-        {"c a:long=", R"("" is not an integer at column 3)"},
-        {"c a:long=+", R"("+" is not an integer at column 3)"},
-        {"c a:long=\"\\x001\"", R"("\x001" is not an integer at column 3)"},
+        {"c a=x\"y\"", "quote inside a bare value at column 6"},
+        {"c a=\"x\"y", "text after a closing quote at column 8"},
+        {"c a:int=1", R"(unknown type "int", only long is known at column 5)"},
+        {"c a:=1", R"(unknown type "", only long is known at column 5)"},
+        {"c a:long=12x", R"("12x" is not an integer at column 10)"},
+        {"c a:long=+", R"("+" is not an integer at column 10)"},
+        {"c a:long=\"\\x001\"", R"("\x001" is not an integer at column 10)"},
         {"c a=\"x", "unterminated quote at column 5"},
         {"c a=\"x\\", "unterminated quote at column 5"},
         {"c a=\"x\\\"", "unterminated quote at column 5"},
@@ -117,6 +116,7 @@ TEST(HostParser, QuotedTextIsFitForAMessage)
 {
     EXPECT_EQ(Quoted("a\"\\\n\0\x7f"sv), R"("a\"\\\x0a\x00\x7f")");
     EXPECT_EQ(Quoted(std::string(41, 'x')), '"' + std::string(40, 'x') + "\"...");
+    EXPECT_EQ(Quoted(std::string(38, 'x') + "\u20ac"), '"' + std::string(38, 'x') + "\"...");
 }
 
 } // namespace

@@ -27,8 +27,20 @@ done
 "$emshost" <quits >out 2>err
 [ $? = 3 ] && numbers | cmp -s - expected || fail "quit in the middle"
 
+# What is done is seen while the process waits for more.
+mkfifo input answers
+echo 'run file=input' >runs
+for arguments in '' --direct runs; do
+    [ "$arguments" = runs ] && from=/dev/null || from=input
+    "$emshost" $arguments <"$from" >answers 2>err &
+    exec 3<>input 4<answers # for both ways, so that no opening waits
+    echo 'show n=1' >&3
+    read -r answer <&4 || fail "no answer from emshost $arguments"
+    exec 3>&- 4<&-
+    wait $!
+done
+
 # Standard input stays open: nothing but quit can end the process.
-mkfifo input
 "$emshost" <input >out 2>err &
 exec 3>input
 echo 'quit status:long=4' >&3
