@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <climits>
 #include <thread>
@@ -93,8 +94,13 @@ void Repeat(Host& host, EmsGeneralCmd& cmd)
 
 void Help(Host&, EmsGeneralCmd&)
 {
+    std::size_t width = 0;
     for (const auto& [name, help] : HandlerHelp()) {
-        Console::Instance().Print(string_format("%-8s %s", name.c_str(), help));
+        width = std::max(width, name.size());
+    }
+    for (const auto& [name, help] : HandlerHelp()) {
+        Console::Instance().Print(
+            string_format("%-*s  %s", static_cast<int>(width), name.c_str(), help));
     }
 }
 

@@ -1,6 +1,7 @@
 #include "host/handlers.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 
 namespace emshost {
@@ -61,6 +62,23 @@ std::optional<int> IntOf(const Pair* pair, int lowest, int highest)
         return std::nullopt;
     }
     return static_cast<int>(value);
+}
+
+std::optional<unsigned long> UnsignedOf(const Pair* pair)
+{
+    if (pair == nullptr || pair->rtype != NVTP_TYPE_LONG) {
+        return std::nullopt;
+    }
+    std::string_view digits = pair->value;
+    if (digits.starts_with('+')) {
+        digits.remove_prefix(1);
+    }
+    unsigned long value = 0;
+    const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    if (parsed.ec != std::errc() || parsed.ptr != digits.data() + digits.size()) {
+        return std::nullopt;
+    }
+    return value;
 }
 
 } // namespace emshost

@@ -53,6 +53,7 @@ using Pair = NSQN_EMSUTIL_AGENT::EmsNameAndValueStringTypePair;
 const Pair* FindPair(const EmsGeneralCmd& cmd, std::string_view name);
 std::optional<std::string> TextOf(const Pair* pair);
 std::optional<int> IntOf(const Pair* pair, int lowest, int highest);
+std::optional<unsigned long> UnsignedOf(const Pair* pair);
 
 } // namespace emshost
 

@@ -113,6 +113,40 @@ for option in --unknown --workers=0 --workers=65; do
     [ $got = 2 ] || { echo "$option: exit status $got" && failures=$((failures + 1)); }
 done
 
+# Names and numbers of logs; what is held at the end is nobody's error.
+cat >logs <<'END'
+log-open name:long=1
+log-open name=a
+log-open name=a
+log-attach name=b handle=1
+log-attach name=a handle:long=1
+log-attach name=b handle:long=18446744073709551616
+log-attach name=b handle:long=-1
+log-close
+log-close log=b
+log-file log=a name=x text=y
+log-file log=a name=x number:long=1
+log-read log=a number:long=1
+log-ref log=a
+log-work handle:long=1 name=x number:long=-1
+log-clear
+show n=1
+END
+expect 1 '1 ' "logs:1: log-open: needs name=NAME
+logs:3: log-open: a handle has the name \"a\" already
+logs:4: log-attach: needs handle:long=H
+logs:5: log-attach: a handle has the name \"a\" already
+logs:6: log-attach: needs handle:long=H
+logs:7: log-attach: needs handle:long=H
+logs:8: log-close: needs log=NAME
+logs:9: log-close: no handle has the name \"b\"
+logs:10: log-file: needs name=BUFFER number:long=N
+logs:11: log-file: needs text=TEXT
+logs:12: log-read: needs name=BUFFER number:long=N
+logs:13: log-ref: needs count:long=N
+logs:14: log-work: needs name=BUFFER number:long=N
+logs:15: log-clear: handles are attached: 1" logs
+
 # Who cannot write what it has to say says why, once, and stops.
 unwritten() {
     got=$1 reason=$2
