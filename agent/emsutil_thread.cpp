@@ -36,9 +36,11 @@ ACE_Time_Value Now()
     return gettimeofday(&now, nullptr) == 0 ? ACE_Time_Value(now) : ACE_Time_Value::zero;
 }
 
-/// Applies an event to a thread that has a record.
+/// Applies an event to a thread that has a record. The values come first: an entry that runs out of
+/// memory has not taken place, as no exit follows it.
 void UpdateRecord(EmsThreadInfo& record, const EmsThreadInfo& event, const EmsThreadInfoMap* pInfo)
 {
+    MergeInfoMap(record, pInfo);
     record.m_nStatus = event.m_nStatus;
     ++record.m_llRecvs;
     if (event.m_nStatus == STATUS_OUTSIDE) {
@@ -51,7 +53,6 @@ void UpdateRecord(EmsThreadInfo& record, const EmsThreadInfo& event, const EmsTh
     if (record.m_Duration > record.m_MaxDuration) {
         record.m_MaxDuration = record.m_Duration;
     }
-    MergeInfoMap(record, pInfo);
 }
 
 /// An entry or an exit of a thread, now.
@@ -66,7 +67,7 @@ void ReportEvent(unsigned long threadId, int status, const EmsThreadInfoMap* pIn
     }
 }
 
-/// The time that a thread inside its stretch is counted for; zero and more only for such a one.
+/// Whether a thread is inside its stretch and has been counted for the threshold or more.
 bool IsOverdue(const EmsThreadInfo& record, const ACE_Time_Value& now,
                const ACE_Time_Value& threshold)
 {
@@ -167,13 +168,19 @@ void EmsThreadInfoMgr::AddRecord(EmsThreadInfo& info, const EmsThreadInfoMap* pI
     info.m_MaxDuration = ACE_Time_Value::zero;
     info.m_llRecvs = 1;
     MergeInfoMap(info, pInfo);
-    m_ThreadInfoMap.emplace(info.m_ulThreadId, info);
-
-    if (pInfo != nullptr && pInfo->contains(REPORT_NAME)) {
-        const WriteGuard guard(m_ReportThreadLock);
-        if (guard.locked()) {
-            m_ReportThreadSet.insert(info.m_ulThreadId);
-        }
+    const auto record = m_ThreadInfoMap.emplace(info.m_ulThreadId, info).first;
+    if (pInfo == nullptr || !pInfo->contains(REPORT_NAME)) {
+        return;
+    }
+    const WriteGuard guard(m_ReportThreadLock);
+    if (!guard.locked()) {
+        return;
+    }
+    try {
+        m_ReportThreadSet.insert(info.m_ulThreadId);
+    } catch (...) {
+        m_ThreadInfoMap.erase(record); // the entry has not taken place
+        throw;
     }
 }
 

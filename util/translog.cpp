@@ -21,7 +21,44 @@ using CountGuard = ACE_Guard<ACE_Thread_Mutex>;
 /// Of a count that only the holder of its lock changes: cheaper than an atomic addition.
 void Change(std::atomic<int>& count, int by)
 {
-    count.store(count.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
+    count.store(count.load(std::memory_order_relaxed) + by, std::memory_order_release);
+}
+
+// The checks of counts that have been read. Their text is what is printed, hence the names.
+
+void CheckReleasable(int m_nRefCount, int m_nRefCountEx)
+{
+    QN_CHECK_AT("translog", 439)
+    QN_LOG_IF_NOT_TRUE(m_nRefCountEx > TRANSLOG_REFCOUNT_NULL);
+    QN_CHECK_AT("translog", 440)
+    QN_LOG_IF_NOT_TRUE(m_nRefCount > m_nRefCountEx);
+}
+
+// Those on the way of a handle's destructor: a debug interface that fails keeps neither the
+// reference nor the log, and a thread is not cancelled in it.
+
+void CheckReferenced(int m_nRefCount)
+{
+    if (m_nRefCount > TRANSLOG_REFCOUNT_NULL) {
+        return; // as always: this costs no call
+    }
+    const CancellationOff uncancelled;
+    try {
+        QN_CHECK_AT("translog", 402)
+        QN_LOG_IF_NOT_TRUE(m_nRefCount > TRANSLOG_REFCOUNT_NULL);
+    } catch (...) {
+    }
+}
+
+void CheckUnreferenced(int m_nRefCount, int m_nRefCountEx)
+{
+    try {
+        QN_CHECK_AT("translog", 353)
+        QN_LOG_IF_NOT_TRUE(m_nRefCount <= TRANSLOG_REFCOUNT_NULL);
+        QN_CHECK_AT("translog", 354)
+        QN_LOG_IF_NOT_TRUE(m_nRefCountEx <= TRANSLOG_REFCOUNT_NULL);
+    } catch (...) {
+    }
 }
 
 /// A handle value that no log has. REQUIRES: g_TransLogMapLock is held for writing.
@@ -44,16 +81,19 @@ constinit unsigned long g_nNextTransLogHandle = 1;
 
 QNTransactionBuffer::~QNTransactionBuffer() = default;
 
-QNTransactionLogImpl::~QNTransactionLogImpl()
+void QNTransactionLogImpl::Destroy(QNTransactionLogImpl* log)
 {
-    try {
-        QN_CHECK_AT("translog", 353)
-        QN_LOG_IF_NOT_TRUE(m_nRefCount <= TRANSLOG_REFCOUNT_NULL);
-        QN_CHECK_AT("translog", 354)
-        QN_LOG_IF_NOT_TRUE(m_nRefCountEx <= TRANSLOG_REFCOUNT_NULL);
-    } catch (...) {
-        // A debug interface that fails does not keep a log alive.
+    if (log == nullptr) {
+        return;
     }
+    const CancellationOff uncancelled; // in the debug interface, and in the buffers' destructors
+    CheckUnreferenced(log->m_nRefCount, log->m_nRefCountEx);
+    log->DeleteBuffers();
+    delete log;
+}
+
+void QNTransactionLogImpl::DeleteBuffers()
+{
     // Not tested: the log goes either way, and its buffers with it.
     const WriteGuard guard(m_TransBufLock);
     for (auto& [key, buffer] : m_TransBufMap) {
@@ -75,12 +115,7 @@ bool QNTransactionLogImpl::AttachHandle()
 
 bool QNTransactionLogImpl::DetachHandle()
 {
-    try {
-        QN_CHECK_AT("translog", 402)
-        QN_LOG_IF_NOT_TRUE(m_nRefCount > TRANSLOG_REFCOUNT_NULL);
-    } catch (...) {
-        // A debug interface that fails does not keep the reference.
-    }
+    CheckReferenced(m_nRefCount);
     const CountGuard guard(m_RefCountLock);
     if (!guard.locked()) {
         return false;
@@ -107,10 +142,8 @@ int QNTransactionLogImpl::AddRef(int n)
 
 int QNTransactionLogImpl::Release()
 {
-    QN_CHECK_AT("translog", 439)
-    QN_LOG_IF_NOT_TRUE(m_nRefCountEx > TRANSLOG_REFCOUNT_NULL);
-    QN_CHECK_AT("translog", 440)
-    QN_LOG_IF_NOT_TRUE(m_nRefCount > m_nRefCountEx);
+    const int extra = m_nRefCountEx.load(std::memory_order_acquire);
+    CheckReleasable(m_nRefCount, extra);
     int ret = 0;
     {
         const CountGuard guard(m_RefCountLock);
@@ -197,11 +230,10 @@ QNTransactionLog::~QNTransactionLog()
     if (m_pImpl == nullptr) {
         return;
     }
-    const CancellationOff uncancelled;
     const WriteGuard guard(g_TransLogMapLock);
     if (guard.locked() && m_pImpl->DetachHandle()) {
         g_TransLogMap.erase(m_pImpl->m_nHandle);
-        delete m_pImpl;
+        QNTransactionLogImpl::Destroy(m_pImpl);
         m_pImpl = nullptr;
     }
 }
@@ -234,13 +266,12 @@ int QNTransactionLog::Release()
 
 void QNTransactionLog::ClearAllLog()
 {
-    const CancellationOff uncancelled;
     const WriteGuard guard(g_TransLogMapLock);
     if (!guard.locked()) {
         return;
     }
     for (const auto& [handle, impl] : g_TransLogMap) {
-        delete impl;
+        QNTransactionLogImpl::Destroy(impl);
     }
     g_TransLogMap.clear();
 }

@@ -24,10 +24,13 @@ class QNTransactionLogImpl
 public:
     using TransBufKey = std::pair<std::string, unsigned long>;
 
+    /// The end of a log that was registered: writes lines for references that remain and deletes
+    /// the buffers and `log`, which may be null. Does not throw. REQUIRES: g_TransLogMapLock is
+    /// held for writing; so no thread attaches meanwhile.
+    static void Destroy(QNTransactionLogImpl* log);
+
     QNTransactionLogImpl() = default;
-    /// Writes a line for references that remain and deletes the buffers. REQUIRES:
-    /// g_TransLogMapLock is held for writing; so no thread attaches meanwhile.
-    ~QNTransactionLogImpl();
+    ~QNTransactionLogImpl() = default;
     QNTransactionLogImpl(const QNTransactionLogImpl&) = delete;
     QNTransactionLogImpl& operator=(const QNTransactionLogImpl&) = delete;
 
@@ -46,11 +49,15 @@ public:
 
     std::map<TransBufKey, QNTransactionBuffer*> m_TransBufMap; // guarded by m_TransBufLock
     ACE_RW_Thread_Mutex m_TransBufLock;
-    // Changed under m_RefCountLock; the checks read them without it.
+    // Changed under m_RefCountLock; the checks read them without it. Of the two, the extra
+    // references are written last and read first, so that a reader never finds them ahead of all.
     std::atomic<int> m_nRefCount = 1;   // all references: attached handles and extra ones
     std::atomic<int> m_nRefCountEx = 0; // the extra ones
     ACE_Thread_Mutex m_RefCountLock;
     unsigned long m_nHandle = 0; // set when registered, constant from then on
+
+private:
+    void DeleteBuffers();
 };
 
 /// The logs of the process by handle value; it does not own them.

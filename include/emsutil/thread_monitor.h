@@ -28,8 +28,10 @@
 /// IsEmsThreadReport(). Under glibc readers go first: queries that run back to back on several
 /// threads can hold entries and exits up without limit, so poll with pauses, from one thread.
 /// Ownership: the caller's map stays the caller's and is not kept; records are handed out as
-/// copies. Errors: when a lock cannot be taken, a call does nothing and answers no, with errno set
-/// to the lock call's code. std::bad_alloc passes to the caller, with no lock held.
+/// copies./// Errors: when a lock cannot be taken, a call does nothing and answers no, with errno
+/// set to the lock call's code; when only that of the report threads fails, a first entry is
+/// recorded, but not as a report thread's. std::bad_alloc passes to the caller, with no lock held;
+/// an entry that throws has not taken place.
 
 #include <list>
 #include <map>
@@ -58,7 +60,7 @@ struct EmsThreadInfo
     unsigned long m_ulThreadId = 0; ///< as pthread_self() gave it
     int m_nStatus = 0;              ///< 1 inside its stretch, 0 outside
     ACE_Time_Value m_StartTime;     ///< its first entry; its latest exit once it has left
-    ACE_Time_Value m_Duration;      ///< from m_StartTime to its latest entry
+    ACE_Time_Value m_Duration;      ///< from the start that its latest entry found to that entry
     ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that an entry has set
     long long m_llRecvs = 0;        ///< entries and exits so far
     EmsThreadInfoMap m_InfoMap;     ///< all named values that it has passed in

@@ -34,7 +34,9 @@
 /// Errors: an operation that cannot take its lock does nothing and gives its negative result, and
 /// misuse writes a line through the debug interface, "file:translog:<number>,<what did not hold>".
 /// std::bad_alloc and what the debug interface throws pass to the caller, with no lock held and
-/// nothing left half done, but never leave a handle's destructor or ClearAllLog().
+/// nothing left half done, but never leave a handle's destructor or ClearAllLog(), where a thread
+/// cannot be cancelled either. A handle whose destructor cannot take its locks keeps its reference,
+/// and so the log until ClearAllLog().
 
 #include <string>
 
@@ -62,11 +64,12 @@ public:
     /// on; 0 is never one. Unattached when a lock fails.
     QNTransactionLog();
 
-    /// Attaches to the log of this handle value; stays unattached when there is none.
+    /// Attaches to the log of this handle value; stays unattached when there is none, when a lock
+    /// fails, and when the log has INT_MAX references.
     explicit QNTransactionLog(unsigned long handle);
 
     /// Drops the handle's reference and, when it was the last, deletes the log with its buffers, in
-    /// the order of their keys. Does not throw; a thread cannot be cancelled in it.
+    /// the order of their keys.
     ~QNTransactionLog();
 
     QNTransactionLog(const QNTransactionLog&) = delete;
