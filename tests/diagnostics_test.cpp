@@ -1,6 +1,13 @@
 #include <barrier>
 #include <climits>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <thread>
+
+#include <pthread.h>
 
 #include <gtest/gtest.h>
 
@@ -214,4 +221,193 @@ TEST(Checks, AskThePlatformAtEveryReportAndSkipTheLineWithoutADebugInterface)
     QN_ASSERT(ThePlatform().fetches == 0); // which does not ask
     EXPECT_EQ(ThePlatform().fetches, 2);
     EXPECT_EQ(TakeLines().size(), 2u);
+}
+
+namespace {
+
+/// The report file of a process called "report", in a folder of the test's own.
+class ReportFile : public testing::Test
+{
+protected:
+    ReportFile() : m_Root(testing::TempDir() + "emsutil_report/")
+    {
+        std::filesystem::remove_all(m_Root);
+        std::filesystem::create_directories(m_Root + "bin");
+        std::filesystem::create_directories(m_Root + "var/dump");
+        ThePlatform().parentPath = m_Root + "bin/";
+        NSQN_util::g_ProcName = "report";
+    }
+
+    bool Exists() const { return std::filesystem::exists(m_Root + "var/dump/report.rpt"); }
+
+    /// What the file holds, which is then removed.
+    std::string Take() const
+    {
+        std::ifstream file(m_Root + "var/dump/report.rpt");
+        std::string text(std::istreambuf_iterator<char>(file), {});
+        std::filesystem::remove(m_Root + "var/dump/report.rpt");
+        return text;
+    }
+
+    const std::string m_Root;
+};
+
+std::size_t OpenFiles()
+{
+    return static_cast<std::size_t>(
+        std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+} // namespace
+
+TEST_F(ReportFile, KeepsMessagesAsTheyAreFormattedUpTo511Characters)
+{
+    const auto trace = EmsUtilTraced;
+    trace(nullptr); // makes no writer: the name counts that the process has at the first entry
+    NSQN_util::g_ProcName = "other";
+    EmsUtilReport(nullptr);
+    NSQN_util::g_ProcName = "report";
+    const std::size_t files = OpenFiles();
+    EmsUtilTraced("%s", "");
+    EmsUtilTraced("%512d", 1);
+    trace("abc%");
+    EXPECT_FALSE(Exists());
+    EmsUtilTraced("%511d", 1);
+    EXPECT_EQ(Take(), std::string(510, ' ') + "1");
+    EmsUtilTraced("a%cc", 0);
+    NSQN_util::g_ProcName = "later";
+    EmsUtilTraced("%s", "abc");
+    EXPECT_EQ(Take(), std::string("a\0cabc", 6));
+    std::filesystem::remove_all(m_Root + "var");
+    EmsUtilReport("lost");
+    EXPECT_FALSE(std::filesystem::exists(m_Root + "var"));
+    EXPECT_EQ(OpenFiles(), files);
+    std::filesystem::create_directories(m_Root + "var/dump");
+    {
+        const faults::FailNth fault(faults::MUTEX_LOCK);
+        EmsUtilTraced("lost");
+        EXPECT_TRUE(fault.Happened());
+    }
+    std::thread([] { EmsUtilTraced("kept"); }).join();
+    EXPECT_EQ(Take(), "kept");
+}
+
+TEST_F(ReportFile, TheResultOfTheTimeDecidesOnTheStamp)
+{
+    EmsUtilReport("message\n");
+    const std::string entry = Take();
+    tm parsed;
+    const char* const behind = strptime(entry.c_str(), "%a %b %e %H:%M:%S %Y", &parsed);
+    ASSERT_EQ(behind, entry.c_str() + 24);
+    EXPECT_STREQ(behind, "message\n");
+    faults::g_pCtime = [](char* buffer) { return std::strcpy(buffer, "stamp\n"); };
+    EmsUtilReport("message");
+    EXPECT_EQ(Take(), "stampmessage");
+    faults::g_pCtime = [](char* buffer) -> char* {
+        std::strcpy(buffer, "stamp\n");
+        return nullptr;
+    };
+    EmsUtilReport("message");
+    EXPECT_EQ(Take(), "message");
+    faults::g_pCtime = nullptr;
+}
+
+TEST_F(ReportFile, EntriesOfManyThreadsAreWhole)
+{
+    constexpr int threads = 8;
+#ifdef __SANITIZE_THREAD__
+    constexpr int each = 500;
+#else
+    constexpr int each = 10000;
+#endif
+    faults::g_pCtime = [](char* buffer) { return std::strcpy(buffer, "stamp \n"); };
+    std::vector<std::thread> writers;
+    for (int t = 0; t < threads; ++t) {
+        writers.emplace_back([t] {
+            const std::string word(50, static_cast<char>('a' + t));
+            for (int i = 0; i < each; ++i) {
+                EmsUtilReport("%d %s\n", i, word.c_str());
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    faults::g_pCtime = nullptr;
+    std::istringstream file(Take());
+    std::map<std::string, int> next;
+    std::string stamp;
+    std::string word;
+    for (int number = 0; file >> stamp >> number >> word;) {
+        ASSERT_EQ(stamp, "stamp");
+        ASSERT_EQ(word.size(), 50u);
+        ASSERT_EQ(number, next[word]++);
+    }
+    ASSERT_EQ(next.size(), static_cast<std::size_t>(threads));
+    for (const auto& [name, count] : next) {
+        EXPECT_EQ(count, each);
+    }
+}
+
+TEST(TimeGuard, WritesItsDescriptionAndWholeMilliseconds)
+{
+    const struct
+    {
+        long long begin; // microseconds, as is the next
+        long long end;
+        const char* elapsed;
+    } cases[] = {
+        {1'999, 2'000, "1"},
+        {1'000, 2'999, "1"},
+        {5'000'000, 4'000'000, "0"},
+        {faults::FAILING_CLOCK, 1'790'000'000'000'000, "2147483647"},
+        {0, 2'147'483'647'000, "2147483647"},
+        {0, 2'147'483'646'999, "2147483646"},
+        {7'000, faults::FAILING_CLOCK, "0"},
+    };
+    for (const auto& test : cases) {
+        faults::g_llClock = test.begin;
+        {
+            const AgentTimeGuard guard("%s", "100%d");
+            faults::g_llClock = test.end;
+        }
+        EXPECT_EQ(TakeLines(),
+                  (Lines{"1|100%d\n", std::string("1|used time(ms): ") + test.elapsed + "\n"}));
+    }
+    faults::g_llClock = 0;
+    {
+        const AgentTimeGuard guard(nullptr);
+    }
+    EXPECT_EQ(TakeLines(), Lines{"1|used time(ms): 0\n"});
+    const std::string fits(511, 'f');
+    {
+        const AgentTimeGuard guard("%s", fits.c_str());
+    }
+    EXPECT_EQ(TakeLines(), (Lines{"1|" + fits + "\n", "1|used time(ms): 0\n"}));
+
+    const std::string check = "1|file:emsutil_util:103,QN_LOG_IF_TRUE: irlen < 0";
+    {
+        const AgentTimeGuard guard("%sff", fits.c_str());
+    }
+    EXPECT_EQ(TakeLines(), (Lines{check, "1|" + fits + "\n", "1|used time(ms): 0\n"}));
+    {
+        const AgentTimeGuard guard("cannot be told in ASCII: %ls", L"\u20ac");
+    }
+    EXPECT_EQ(TakeLines(), (Lines{check, "1|used time(ms): 0\n"}));
+    faults::g_llClock = faults::REAL_CLOCK;
+}
+
+TEST(TimeGuard, EndsQuietlyWhateverHappens)
+{
+    {
+        const AgentTimeGuard guard("description");
+        ThePlatform().onLine = [](const std::string&) { throw std::runtime_error("disk full"); };
+    }
+    ThePlatform().onLine = [](const std::string&) { pthread_testcancel(); };
+    std::thread([] {
+        const AgentTimeGuard guard("description");
+        pthread_cancel(pthread_self());
+    }).join();
+    ThePlatform().onLine = nullptr;
+    EXPECT_EQ(TakeLines().size(), 2u); // of the cancelled thread
 }

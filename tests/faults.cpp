@@ -1,6 +1,7 @@
 #include "tests/faults.h"
 
 #include <cstdlib>
+#include <ctime>
 #include <new>
 
 #include <dlfcn.h>
@@ -40,6 +41,7 @@ void* Allocate(std::size_t size)
 namespace faults {
 
 std::atomic<long long> g_llClock = REAL_CLOCK;
+char* (*g_pCtime)(char* buffer) = nullptr;
 void (*g_pOnClock)() = nullptr;
 void (*g_pOnConditionWait)() = nullptr;
 
@@ -90,6 +92,12 @@ int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* lock)
     return next(condition, lock);
 }
 
+char* ctime_r(const time_t* time, char* buffer) noexcept
+{
+    static auto* const next = Next<char*(const time_t*, char*)>("ctime_r");
+    return faults::g_pCtime != nullptr ? faults::g_pCtime(buffer) : next(time, buffer);
+}
+
 int gettimeofday(timeval* now, void* zone) noexcept
 {
     static auto* const next = Next<int(timeval*, void*)>("gettimeofday");
@@ -109,6 +117,8 @@ int gettimeofday(timeval* now, void* zone) noexcept
 }
 
 } // extern "C"
+
+// All of them, as a sanitizer has all of its own.
 
 void* operator new(std::size_t size)
 {
@@ -149,6 +159,11 @@ void operator delete(void* memory, std::size_t) noexcept
 }
 
 void operator delete[](void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, const std::nothrow_t&) noexcept
 {
     std::free(memory);
 }

@@ -32,6 +32,9 @@ constexpr long long REAL_CLOCK = -1;
 constexpr long long FAILING_CLOCK = -2;
 extern std::atomic<long long> g_llClock;
 
+/// What ctime_r() does instead of its work; null for its work.
+extern char* (*g_pCtime)(char* buffer);
+
 /// Called by each gettimeofday(); null for nobody.
 extern void (*g_pOnClock)();
 

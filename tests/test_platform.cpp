@@ -91,6 +91,16 @@ DebugInterface* GetDefaultDebugInterface()
     return ThePlatform().hasDebugInterface ? &TheRecorder() : nullptr;
 }
 
+std::string GetEKORPath()
+{
+    return "install";
+}
+
+std::string GetParentPath(const std::string& path)
+{
+    return path == "install" ? ThePlatform().parentPath : "";
+}
+
 void GetEmsCfgFile(std::string& path)
 {
     path = "test.cfg";

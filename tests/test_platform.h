@@ -24,6 +24,8 @@ struct TestPlatform
 
     std::function<int(int& value)> readMode; // the answer to "MsgHandleMode" in "test.cfg"
     std::atomic<int> modeReads = 0;
+
+    std::string parentPath; // of the install path
 };
 
 TestPlatform& ThePlatform();

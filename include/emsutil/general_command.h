@@ -136,8 +136,8 @@ public:
 ///
 /// It runs on the thread that runs the command, with no lock of the library held: it may register,
 /// add and run commands. An exception that it throws leaves runGeneralCmd(); commands still queued
-/// stay queued, in order. In a drain it must not wait for a thread that adds: that thread may itself
-/// be waiting for this drain to make room.
+/// stay queued, in order. In a drain it must not wait for a thread that adds: that thread may
+/// itself be waiting for this drain to make room.
 typedef int (*EmsGeneralCmdHandler)(EmsGeneralCmd*, EmsGeneralCmd*);
 
 /// Registers a handler for the life of the process. An object at namespace scope registers while
@@ -155,9 +155,9 @@ public:
 ///
 /// The queue is full from 16384 bytes on, counted as sizeof(EmsGeneralCmd) a command: 205 commands
 /// on x86-64. While it is full the call waits for room, without a time limit, until a drain takes
-/// one. On the thread that drains, that is from a handler that a drain runs, it never waits for room,
-/// but queues past the limit. From a timer callback or a buffer's destructor it would hold up what
-/// runs there.
+/// one. On the thread that drains, that is from a handler that a drain runs, it never waits for
+/// room, but queues past the limit. From a timer callback or a buffer's destructor it would hold up
+/// what runs there.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the handler of `cmd.name` at once on the calling thread, with `cmd` itself: what the

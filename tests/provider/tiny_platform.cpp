@@ -22,6 +22,19 @@ NSQN_util::DebugInterface* NSQN_util::GetDefaultDebugInterface()
     return &debug;
 }
 
+std::string NSQN_util::g_ProcName = "provider";
+bool NSQN_util::g_bEnableMitLockErrMgr = false;
+
+std::string NSQN_util::GetEKORPath()
+{
+    return "/opt/provider";
+}
+
+std::string NSQN_util::GetParentPath(const std::string&)
+{
+    return "/opt/";
+}
+
 void NSQN_util::GetEmsCfgFile(std::string&) {}
 
 int eKorGetRegInt(const char*, int&, const char*)

@@ -6,7 +6,11 @@
 
 namespace NSQN_util {
 
+std::string GetEKORPath();
+std::string GetParentPath(const std::string& path);
 void GetEmsCfgFile(std::string& path);
+extern std::string g_ProcName;
+extern bool g_bEnableMitLockErrMgr;
 
 } // namespace NSQN_util
 

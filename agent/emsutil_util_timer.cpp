@@ -1,0 +1,102 @@
+#include "agent/emsutil_util_timer.h"
+
+#include <memory>
+#include <new>
+#include <thread>
+
+#include <emsplatform/debug_interface.h>
+
+#include "emsutil/diagnostics.h"
+
+QNTask::QNTask(eKorTaskMgr* taskMgr, const char* name) : eKorGnlTask(taskMgr, name) {}
+
+QNTask::~QNTask() = default;
+
+namespace NSQN_EMSUTIL_AGENT {
+
+namespace {
+
+constexpr const char* TASK_NAME = "EmsUtilAgentTimerTask";
+constexpr unsigned int INTERVAL = 1; // units of the task manager
+constexpr int STATE_FINISHED = 3;
+
+eKorTaskMgr* FindTaskMgr(unsigned char id)
+{
+    eKorAppMgr* const appMgr = eKorGetAppMgr();
+    return appMgr != nullptr ? appMgr->FindTaskMgrByID(id) : nullptr;
+}
+
+/// Brings a task to its end on every way out of its expiry.
+class AtItsEnd
+{
+public:
+    explicit AtItsEnd(eKorTask& task) : m_Task(task) {}
+    ~AtItsEnd() { m_Task.eKorSetTaskState(STATE_FINISHED); }
+    AtItsEnd(const AtItsEnd&) = delete;
+    AtItsEnd& operator=(const AtItsEnd&) = delete;
+
+private:
+    eKorTask& m_Task;
+};
+
+} // namespace
+
+EmsUtilAgentTimerTask::EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* name,
+                                             EmsUtilTimerInterface& timer, void* param)
+    : QNTask(taskMgr, name), m_Interface(timer)
+{
+    if (param != nullptr && m_Interface.pfnCopyParam != nullptr) {
+        m_pParam = m_Interface.pfnCopyParam(param);
+    }
+}
+
+EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
+{
+    if (m_pParam != nullptr && m_Interface.pfnFreeParam != nullptr) {
+        m_Interface.pfnFreeParam(m_pParam);
+    }
+    m_pParam = nullptr;
+}
+
+void EmsUtilAgentTimerTask::InitTaskCmdReqProcess(CmdMSG*)
+{
+    m_lTimerID = SetTaskTimeInterval(INTERVAL);
+    m_bArmed.store(true, std::memory_order_release);
+}
+
+void EmsUtilAgentTimerTask::eKorTaskTimeInterval(long)
+{
+    while (!m_bArmed.load(std::memory_order_acquire)) {
+        std::this_thread::yield();
+    }
+    const AtItsEnd end(*this);
+    DelTaskTimeInterval(m_lTimerID);
+    if (m_Interface.pfnTimeout != nullptr) {
+        m_Interface.pfnTimeout(m_pParam);
+    }
+}
+
+void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer, void* param)
+{
+    eKorTaskMgr* const taskMgr = FindTaskMgr(taskMgrId);
+    if (taskMgr == nullptr) {
+        if (NSQN_util::DebugInterface* debug = GetEmsUtilAgentDebugInterface()) {
+            debug->DebugPrint(1, "Find TaskMgrID %d failed\n", taskMgrId);
+        }
+        return;
+    }
+    std::unique_ptr<EmsUtilAgentTimerTask> task(
+        new (std::nothrow) EmsUtilAgentTimerTask(taskMgr, TASK_NAME, timer, param));
+    if (task == nullptr) {
+        if (NSQN_util::DebugInterface* debug = GetEmsUtilAgentDebugInterface()) {
+            debug->DebugPrint(1, "new EmsUtilAgentTimerTask task failed bytes %u\n",
+                              static_cast<unsigned int>(sizeof(EmsUtilAgentTimerTask)));
+        }
+        return;
+    }
+    taskMgr->AllocReqID(task.get());
+    taskMgr->TMInitInsertTask(task.get());
+    task.release()->InitTaskCmdReqProcess(nullptr); // by then it is the manager's, and may end
+}
+
+} // namespace NSQN_EMSUTIL_AGENT

@@ -1,0 +1,44 @@
+#ifndef AGENT_EMSUTIL_UTIL_TIMER_H
+#define AGENT_EMSUTIL_UTIL_TIMER_H
+
+#include <atomic>
+
+#include <emsplatform/task.h>
+
+#include "emsutil/timer.h"
+
+/// The library's base for tasks on the platform's task framework.
+class QNTask : public eKorGnlTask, public PSyncHelp
+{
+public:
+    QNTask(eKorTaskMgr* taskMgr, const char* name);
+    ~QNTask() override;
+};
+
+namespace NSQN_EMSUTIL_AGENT {
+
+/// One timer. Once inserted it is the task manager's, which destroys it when it has fired.
+class EmsUtilAgentTimerTask : public QNTask
+{
+public:
+    EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* name, EmsUtilTimerInterface& timer,
+                          void* param);
+    ~EmsUtilAgentTimerTask() override;
+
+    /// Arms the interval. The task may be gone when it returns.
+    void InitTaskCmdReqProcess(CmdMSG* msg) override;
+    /// Disarms it, runs the function, and comes to the task's end.
+    void eKorTaskTimeInterval(long id) override;
+
+private:
+    std::atomic<long> m_lTimerID = 0; // of the newest interval
+    EmsUtilTimerInterface m_Interface;
+    void* m_pParam = nullptr;
+    /// Whether m_lTimerID is stored. The last that the arming thread does with the task is to set
+    /// it; an expiry that is earlier waits for those few instructions.
+    std::atomic<bool> m_bArmed = false;
+};
+
+} // namespace NSQN_EMSUTIL_AGENT
+
+#endif

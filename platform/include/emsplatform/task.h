@@ -1,0 +1,109 @@
+#ifndef EMSPLATFORM_TASK_H
+#define EMSPLATFORM_TASK_H
+
+/// The platform's task framework, as far as libemsutil builds on it: a process has an application
+/// manager, which knows task managers by id; a task manager owns tasks and delivers their events.
+
+typedef int eKorErrorCode;
+
+// Messages between tasks; tasks of libemsutil neither send nor read any.
+struct CmdMSG;
+struct QNCmdMsg;
+
+class eKorTaskMgr;
+
+namespace emsplatform {
+class TaskManager;
+class TaskStore;
+} // namespace emsplatform
+
+/// A task of a task manager.
+///
+/// libemsutil is compiled against the order of the virtual operations, here and in eKorGnlTask.
+class eKorTask
+{
+public:
+    /// `name` is kept as it is, so it is a literal.
+    eKorTask(eKorTaskMgr* taskMgr, const char* name);
+    virtual ~eKorTask();
+    eKorTask(const eKorTask&) = delete;
+    eKorTask& operator=(const eKorTask&) = delete;
+
+    /// Called with the message that starts the task, or null. This platform does not call it.
+    virtual void InitTaskCmdReqProcess(CmdMSG* msg);
+    virtual void eKorTaskCmdRecv(CmdMSG* msg) = 0;
+    virtual void eKorTaskCmdResp(eKorErrorCode code, CmdMSG* msg) = 0;
+    /// Called each time that the interval timer with this id expires.
+    virtual void eKorTaskTimeInterval(long id);
+
+    /// Arms a timer that expires after `interval` of the manager's units of time, at least one, and
+    /// again and again until it is disarmed. Returns its id, which is above 0 and never given
+    /// twice; -1 when memory runs out. An expiry may come on another thread before the call has
+    /// returned.
+    long SetTaskTimeInterval(unsigned int interval);
+    /// Disarms it. An id that is not armed is ignored.
+    void DelTaskTimeInterval(long id);
+    /// At state 3 the task is at its end: the manager destroys it, once the event that it is in, if
+    /// any, has returned. Other states mean nothing to the manager.
+    void eKorSetTaskState(int state);
+
+    const char* Name() const { return m_pName; }
+
+private:
+    friend class emsplatform::TaskStore;
+
+    emsplatform::TaskStore& Store() const;
+
+    eKorTaskMgr* const m_pTaskMgr;
+    const char* const m_pName;
+    // Guarded by the manager's lock.
+    unsigned long m_ulReqID = 0;
+    int m_nIntervals = 0;
+    bool m_bInserted = false;
+    bool m_bFinished = false;
+};
+
+/// A task that takes every event and does nothing with it.
+class eKorGnlTask : public eKorTask
+{
+public:
+    using eKorTask::eKorTask;
+
+    void eKorTaskCmdRecv(CmdMSG* msg) override;
+    void eKorTaskCmdResp(eKorErrorCode code, CmdMSG* msg) override;
+    virtual void HandleNoAsn1Msg(QNCmdMsg* msg);
+};
+
+/// A base that tasks have on other platforms; here it does nothing.
+class PSyncHelp
+{
+public:
+    virtual ~PSyncHelp();
+};
+
+/// Owns tasks and delivers their events. Any thread may call it.
+class eKorTaskMgr
+{
+public:
+    /// Gives the task a request id, above 0, and returns it.
+    unsigned long AllocReqID(eKorTask* task);
+    /// Takes the task: it is the manager's from here on. Returns 0; std::bad_alloc leaves it the
+    /// caller's.
+    int TMInitInsertTask(eKorTask* task);
+
+protected:
+    eKorTaskMgr() = default;
+    ~eKorTaskMgr() = default;
+};
+
+class eKorAppMgr
+{
+public:
+    /// The task manager with this id, or null.
+    eKorTaskMgr* FindTaskMgrByID(unsigned char id);
+};
+
+/// The process's application manager; null while it has no task manager.
+eKorAppMgr* eKorGetAppMgr();
+
+#endif

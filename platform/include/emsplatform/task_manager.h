@@ -1,0 +1,79 @@
+#ifndef EMSPLATFORM_TASK_MANAGER_H
+#define EMSPLATFORM_TASK_MANAGER_H
+
+/// How a host or a test sets task managers up. The library uses nothing of it.
+///
+///     emsplatform::TaskManager* manager = emsplatform::AddTaskManager(7, {});
+///     manager->Start();
+///     ... // ScheduleEmsUtilTimer(7, ...) from any thread
+///     manager->Stop();
+///
+/// Thread safety: any thread may call any operation, a task's event included.
+/// Ownership: a task manager owns the tasks inserted into it.
+/// Errors: what an event throws is written to the debug interface, and the manager goes on.
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "emsplatform/task.h"
+
+namespace emsplatform {
+
+struct TaskManagerOptions
+{
+    /// What an interval of 1 lasts: a tenth of a second unless set.
+    std::chrono::microseconds m_Unit = std::chrono::milliseconds(100);
+
+    /// Without a clock the manager delivers events on a thread of its own, by the monotonic clock:
+    /// setting the wall clock moves nothing. With one, which tells the time since any fixed moment
+    /// and is called with the manager's lock held, the host delivers them by DeliverExpired().
+    std::function<std::chrono::nanoseconds()> m_Clock;
+};
+
+class TaskManager : public eKorTaskMgr
+{
+public:
+    explicit TaskManager(TaskManagerOptions options);
+    /// Stops. Not to be called from an event.
+    ~TaskManager();
+    TaskManager(const TaskManager&) = delete;
+    TaskManager& operator=(const TaskManager&) = delete;
+
+    /// Begins, or begins again, to deliver events. Timers that were armed before count from when
+    /// they were. Does nothing while it delivers them, or from an event. Throws std::system_error
+    /// when there is no thread or kernel timer to be had.
+    void Start();
+
+    /// Ends it and destroys all tasks, pending timers and all: before it returns, or, called from
+    /// an event, after that event has returned. May be called at any time, as often as you like.
+    /// Tasks inserted later are kept for a later Start() or Stop().
+    void Stop();
+
+    /// Delivers, on this thread, the timers that have expired, each once; destroys the tasks that
+    /// have come to their end. Returns how many it delivered: 0 from an event, or before Start().
+    std::size_t DeliverExpired();
+
+    TaskStore& Store() { return *m_pStore; }
+
+private:
+    class KernelTimer;
+
+    void Run();
+
+    const std::unique_ptr<KernelTimer> m_pTimer; // null when the host delivers
+    const std::unique_ptr<TaskStore> m_pStore;
+    std::mutex m_ControlLock; // held by Start() and Stop(); taken before the store's
+    std::thread m_Thread;     // guarded by m_ControlLock
+};
+
+/// Makes the process's task manager of this id, which then lives as long as the process; null when
+/// there is one already.
+TaskManager* AddTaskManager(unsigned char id, TaskManagerOptions options);
+
+} // namespace emsplatform
+
+#endif

@@ -1,0 +1,160 @@
+#include "emsplatform/task_manager.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <ctime>
+#include <system_error>
+#include <utility>
+
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include "platform/task_store.h"
+
+namespace emsplatform {
+
+using std::chrono::microseconds;
+using std::chrono::nanoseconds;
+using std::chrono::seconds;
+
+/// One timer of the kernel, on the monotonic clock, whatever the number of tasks.
+class TaskManager::KernelTimer
+{
+public:
+    KernelTimer() : m_nFile(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC))
+    {
+        if (m_nFile == -1) {
+            throw std::system_error(errno, std::generic_category(), "no timer for a task manager");
+        }
+    }
+    ~KernelTimer() { close(m_nFile); }
+    KernelTimer(const KernelTimer&) = delete;
+    KernelTimer& operator=(const KernelTimer&) = delete;
+
+    static nanoseconds Now()
+    {
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return seconds(now.tv_sec) + nanoseconds(now.tv_nsec);
+    }
+
+    void Set(microseconds when)
+    {
+        when = std::max(when, microseconds(1)); // 0 would disarm it
+        const auto whole = std::chrono::floor<seconds>(when);
+        const itimerspec spec{{}, {whole.count(), nanoseconds(when - whole).count()}};
+        timerfd_settime(m_nFile, TFD_TIMER_ABSTIME, &spec, nullptr);
+    }
+
+    void Wait()
+    {
+        std::uint64_t expiries = 0;
+        while (read(m_nFile, &expiries, sizeof expiries) == -1 && errno == EINTR) {
+        }
+    }
+
+private:
+    const int m_nFile;
+};
+
+TaskManager::TaskManager(TaskManagerOptions options)
+    : m_pTimer(options.m_Clock ? nullptr : std::make_unique<KernelTimer>()),
+      m_pStore(std::make_unique<TaskStore>(options.m_Unit,
+                                           m_pTimer ? KernelTimer::Now : std::move(options.m_Clock),
+                                           [timer = m_pTimer.get()](microseconds when) {
+                                               if (timer != nullptr) {
+                                                   timer->Set(when);
+                                               }
+                                           }))
+{}
+
+TaskManager::~TaskManager()
+{
+    Stop();
+}
+
+void TaskManager::Start()
+{
+    if (m_pStore->IsDeliveringHere()) {
+        return;
+    }
+    const std::lock_guard control(m_ControlLock);
+    if (m_pStore->IsRunning()) {
+        return;
+    }
+    if (m_Thread.joinable()) {
+        m_Thread.join(); // an event has stopped it
+    }
+    m_pStore->Begin();
+    if (m_pTimer != nullptr) {
+        try {
+            m_Thread = std::thread(&TaskManager::Run, this);
+        } catch (...) {
+            m_pStore->End();
+            throw;
+        }
+    }
+}
+
+void TaskManager::Stop()
+{
+    if (m_pStore->IsDeliveringHere()) {
+        m_pStore->End();
+        return;
+    }
+    const std::lock_guard control(m_ControlLock);
+    m_pStore->End();
+    if (m_Thread.joinable()) {
+        m_Thread.join();
+    }
+    m_pStore->DestroyTasks();
+}
+
+std::size_t TaskManager::DeliverExpired()
+{
+    return m_pStore->Deliver();
+}
+
+void TaskManager::Run()
+{
+    while (m_pStore->IsRunning()) {
+        m_pTimer->Wait();
+        m_pStore->Deliver();
+    }
+}
+
+namespace {
+
+constexpr std::size_t MOST_TASK_MANAGERS = 256; // ids are a byte
+
+constinit std::array<std::atomic<TaskManager*>, MOST_TASK_MANAGERS> g_TaskManagers = {};
+constinit std::atomic<bool> g_bHasTaskManager = false;
+constinit eKorAppMgr g_AppMgr = {};
+
+} // namespace
+
+TaskManager* AddTaskManager(unsigned char id, TaskManagerOptions options)
+{
+    auto manager = std::make_unique<TaskManager>(std::move(options));
+    TaskManager* none = nullptr;
+    if (!g_TaskManagers[id].compare_exchange_strong(none, manager.get())) {
+        return nullptr;
+    }
+    g_bHasTaskManager = true;
+    return manager.release();
+}
+
+} // namespace emsplatform
+
+eKorTaskMgr* eKorAppMgr::FindTaskMgrByID(unsigned char id)
+{
+    return emsplatform::g_TaskManagers[id];
+}
+
+eKorAppMgr* eKorGetAppMgr()
+{
+    return emsplatform::g_bHasTaskManager ? &emsplatform::g_AppMgr : nullptr;
+}

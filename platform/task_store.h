@@ -1,0 +1,131 @@
+#ifndef PLATFORM_TASK_STORE_H
+#define PLATFORM_TASK_STORE_H
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include <ace/Null_Mutex.h>
+#include <ace/Timer_Heap_T.h>
+
+#include "emsplatform/task.h"
+
+namespace emsplatform {
+
+/// The tasks of one manager and their interval timers.
+///
+/// Its lock is never held while code of a task runs, and no other lock of the platform is taken
+/// under it.
+class TaskStore
+{
+public:
+    using Microseconds = std::chrono::microseconds;
+
+    /// `alarm` is told, with the lock held, when Deliver() is next to be called; only when that has
+    /// changed, as setting a kernel timer is dear.
+    TaskStore(Microseconds unit, std::function<std::chrono::nanoseconds()> clock,
+              std::function<void(Microseconds)> alarm);
+    ~TaskStore();
+    TaskStore(const TaskStore&) = delete;
+    TaskStore& operator=(const TaskStore&) = delete;
+
+    unsigned long AllocReqID(eKorTask& task);
+    void Insert(eKorTask& task);
+    long Arm(eKorTask& task, unsigned int interval);
+    void Disarm(long id);
+    void Finish(eKorTask& task);
+    /// Of a task that is being destroyed.
+    void Forget(eKorTask& task);
+
+    /// Whether this thread is in an event that the store delivers.
+    bool IsDeliveringHere() const;
+    bool IsRunning();
+    void Begin();
+    /// Deliver() ends, and destroys all tasks, once the event that it is in has returned.
+    void End();
+    /// Waits for Deliver() on another thread and destroys the tasks that there are.
+    void DestroyTasks();
+    std::size_t Deliver();
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+
+    struct Interval
+    {
+        long m_lId;
+        eKorTask* m_pTask;
+        long m_lQueueId;
+    };
+
+    /// The queue only keeps the timers: what has expired is taken from it.
+    struct NoUpcall
+    {
+        template <class... Arguments>
+        int registration(Arguments&&...)
+        {
+            return 0;
+        }
+        template <class... Arguments>
+        int preinvoke(Arguments&&...)
+        {
+            return 0;
+        }
+        template <class... Arguments>
+        int timeout(Arguments&&...)
+        {
+            return 0;
+        }
+        template <class... Arguments>
+        int postinvoke(Arguments&&...)
+        {
+            return 0;
+        }
+        template <class... Arguments>
+        int cancel_type(Arguments&&...)
+        {
+            return 0;
+        }
+        template <class... Arguments>
+        int cancel_timer(Arguments&&...)
+        {
+            return 0;
+        }
+        template <class... Arguments>
+        int deletion(Arguments&&...)
+        {
+            return 0;
+        }
+    };
+
+    // All with the lock held; those that take it release it meanwhile.
+    void DisarmAll(eKorTask& task);
+    void Take(eKorTask& task);
+    void DestroyFinished(Lock& lock);
+    void DestroyAll(Lock& lock);
+    void SetAlarm();
+
+    const Microseconds m_Unit;
+    const std::function<std::chrono::nanoseconds()> m_Clock;
+    const std::function<void(Microseconds)> m_Alarm;
+
+    std::mutex m_Lock; // guards the following
+    ACE_Timer_Heap_T<const Interval*, NoUpcall, ACE_Null_Mutex> m_Timers;
+    std::unordered_map<long, Interval> m_Intervals; // by id; the queue points into it
+    std::unordered_set<eKorTask*> m_Tasks;
+    std::vector<eKorTask*> m_Finished; // to be destroyed
+    std::optional<Microseconds> m_NextAlarm;
+    unsigned long m_ulLastReqID = 0;
+    long m_lLastInterval = 0;
+    bool m_bRunning = false;
+    bool m_bDelivering = false;
+    std::condition_variable m_Delivered;
+};
+
+} // namespace emsplatform
+
+#endif

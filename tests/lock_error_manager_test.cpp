@@ -1,0 +1,72 @@
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+// The records can be seen here and nowhere else.
+#define private public
+#include "emsutil/lock_error_manager.h"
+#undef private
+
+#include <emsplatform/platform.h>
+
+#include "tests/faults.h"
+
+using NSQN_util::QNMitLockErrMgr;
+using Records = std::map<int, std::string>;
+
+TEST(LockErrorManager, KeepsTheFirstTextOfAThreadWhileTheSwitchIsOn)
+{
+    QNMitLockErrMgr& locks = *QNMitLockErrMgr::Instance();
+    locks.InsertThrIDandInfo(1, "off");
+    locks.InsertThrIDandInfo(1, nullptr);
+    EXPECT_EQ(locks.m_ThrIDInfoMap, Records{});
+
+    NSQN_util::g_bEnableMitLockErrMgr = true;
+    char text[] = "A";
+    locks.InsertThrIDandInfo(7, text);
+    text[0] = 'B';
+    locks.InsertThrIDandInfo(7, text);
+    locks.InsertThrIDandInfo(0, "zero");
+    locks.InsertThrIDandInfo(-1, "negative");
+    EXPECT_THROW(locks.InsertThrIDandInfo(8, nullptr), std::logic_error);
+    locks.EraseThrIDandInfo(9);
+    EXPECT_EQ(locks.m_ThrIDInfoMap, (Records{{-1, "negative"}, {0, "zero"}, {7, "A"}}));
+    locks.EraseThrIDandInfo(7);
+    locks.InsertThrIDandInfo(7, text);
+    EXPECT_EQ(locks.m_ThrIDInfoMap.at(7), "B");
+    for (void (*const call)(QNMitLockErrMgr&) :
+         {+[](QNMitLockErrMgr& mgr) { mgr.InsertThrIDandInfo(8, "lost"); },
+          +[](QNMitLockErrMgr& mgr) { mgr.EraseThrIDandInfo(7); }}) {
+        const faults::FailNth fault(faults::MUTEX_LOCK);
+        call(locks);
+        EXPECT_TRUE(fault.Happened());
+    }
+    NSQN_util::g_bEnableMitLockErrMgr = false;
+    locks.EraseThrIDandInfo(7);
+    EXPECT_EQ(locks.m_ThrIDInfoMap.size(), 3u);
+}
+
+TEST(LockErrorManager, IsMadeOnFirstUseAndAnewAfterDestroy)
+{
+    QNMitLockErrMgr::Destroy();
+    EXPECT_EQ(QNMitLockErrMgr::m_pInstance, nullptr);
+    {
+        const faults::FailNth fault(faults::MUTEX_LOCK);
+        EXPECT_EQ(QNMitLockErrMgr::Instance(), nullptr);
+    }
+    QNMitLockErrMgr* const first = QNMitLockErrMgr::Instance();
+    EXPECT_EQ(QNMitLockErrMgr::Instance(), first);
+    EXPECT_EQ(QNMitLockErrMgr::m_pInstance, first);
+    NSQN_util::g_bEnableMitLockErrMgr = true;
+    first->InsertThrIDandInfo(7, "A");
+    {
+        const faults::FailNth fault(faults::MUTEX_LOCK);
+        QNMitLockErrMgr::Destroy();
+    }
+    EXPECT_EQ(QNMitLockErrMgr::m_pInstance, first);
+    QNMitLockErrMgr::Destroy();
+    EXPECT_EQ(QNMitLockErrMgr::m_pInstance, nullptr);
+    EXPECT_EQ(QNMitLockErrMgr::Instance()->m_ThrIDInfoMap, Records{});
+    QNMitLockErrMgr::Destroy();
+}
