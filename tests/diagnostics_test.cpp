@@ -15,6 +15,7 @@
 #include "emsutil/diagnostics.h"
 #include "tests/faults.h"
 #include "tests/test_platform.h"
+#include "tests/threads.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using Lines = std::vector<std::string>;
@@ -111,14 +112,8 @@ TEST(DebugInterface, FirstCallersFetchSideBySide)
     constexpr int threads = 8;
     std::barrier<> all(threads);
     ThePlatform().onFetch = [&] { all.arrive_and_wait(); };
-    std::vector<std::thread> callers;
-    for (int i = 0; i < threads; ++i) {
-        callers.emplace_back(
-            [] { EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface()); });
-    }
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
+    RunOnThreads(threads,
+                 [](int) { EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface()); });
     EXPECT_EQ(ThePlatform().fetches, threads);
     EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface());
     EXPECT_EQ(ThePlatform().fetches, threads);
@@ -321,18 +316,12 @@ TEST_F(ReportFile, EntriesOfManyThreadsAreWhole)
     constexpr int each = 10000;
 #endif
     faults::g_pCtime = [](char* buffer) { return std::strcpy(buffer, "stamp \n"); };
-    std::vector<std::thread> writers;
-    for (int t = 0; t < threads; ++t) {
-        writers.emplace_back([t] {
-            const std::string word(50, static_cast<char>('a' + t));
-            for (int i = 0; i < each; ++i) {
-                EmsUtilReport("%d %s\n", i, word.c_str());
-            }
-        });
-    }
-    for (std::thread& writer : writers) {
-        writer.join();
-    }
+    RunOnThreads(threads, [](int thread) {
+        const std::string word(50, static_cast<char>('a' + thread));
+        for (int i = 0; i < each; ++i) {
+            EmsUtilReport("%d %s\n", i, word.c_str());
+        }
+    });
     faults::g_pCtime = nullptr;
     std::istringstream file(Take());
     std::map<std::string, int> next;

@@ -1,8 +1,5 @@
 #include <algorithm>
-#include <barrier>
 #include <climits>
-#include <latch>
-#include <semaphore>
 #include <thread>
 
 #include <pthread.h>
@@ -14,6 +11,7 @@
 #include "emsutil/thread_monitor.h"
 #include "tests/faults.h"
 #include "tests/test_platform.h"
+#include "tests/threads.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using Lines = std::vector<std::string>;
@@ -74,34 +72,16 @@ protected:
     }
 };
 
-/// Enters with these values and stays inside until it is destroyed, on a thread of its own.
-class Worker
+/// The entry of a thread with an id of the test's own, now.
+void Enter(unsigned long threadId, const EmsThreadInfoMap* values = nullptr)
 {
-public:
-    explicit Worker(const EmsThreadInfoMap& values)
-        : m_Thread([this, own = values]() mutable {
-              RegEmsThreadInfo inside(&own);
-              m_ulThreadId = pthread_self();
-              m_Entered.count_down();
-              m_Leave.acquire();
-          })
-    {
-        m_Entered.wait();
-    }
-    ~Worker()
-    {
-        m_Leave.release();
-        m_Thread.join();
-    }
-
-    unsigned long ThreadId() const { return m_ulThreadId; }
-
-private:
-    unsigned long m_ulThreadId = 0;
-    std::latch m_Entered{1};
-    std::binary_semaphore m_Leave{0};
-    std::thread m_Thread;
-};
+    EmsThreadInfo event;
+    event.m_ulThreadId = threadId;
+    event.m_nStatus = 1;
+    const long long now = faults::g_llClock;
+    event.m_StartTime = ACE_Time_Value(now / SECOND, now % SECOND);
+    EmsThreadInfoMgr::Instance()->UpdateThreadInfo(event, values);
+}
 
 } // namespace
 
@@ -180,51 +160,28 @@ TEST_F(ThreadMonitor, NamedValuesAreSetByTheLastCallAndMergedAtEntries)
 
 TEST_F(ThreadMonitor, TheFirstEntryDecidesWhoIsAReportThread)
 {
-    EXPECT_FALSE(IsEmsThreadReport(pthread_self()));
-    RegEmsThreadInfo first(nullptr);
-    EmsThreadInfoMap report = {{"Report", {"", 9}}};
-    RegEmsThreadInfo second(&report);
-    EXPECT_FALSE(IsEmsThreadReport(pthread_self()));
-    EXPECT_TRUE(MyRecord().m_InfoMap.contains("Report"));
-    const Worker worker(report);
-    EXPECT_TRUE(IsEmsThreadReport(worker.ThreadId()));
-    const Worker other(EmsThreadInfoMap{{"report", {"", 0}}});
-    EXPECT_FALSE(IsEmsThreadReport(other.ThreadId()));
+    const EmsThreadInfoMap report = {{"Report", {"", 9}}};
+    const EmsThreadInfoMap other = {{"report", {"", 0}}};
+    Enter(1);
+    Enter(1, &report); // or a new thread that has got the id of an ended one
+    Enter(2, &report);
+    Enter(3, &other);
+    EXPECT_FALSE(IsEmsThreadReport(1));
+    EXPECT_TRUE(IsEmsThreadReport(2));
+    EXPECT_FALSE(IsEmsThreadReport(3));
+    EXPECT_FALSE(IsEmsThreadReport(4));
+    EXPECT_EQ(Records()[1].m_InfoMap, report);
 }
 
-TEST_F(ThreadMonitor, AStretchThatEndsElsewhereLeavesForTheThreadThatEntered)
+TEST_F(ThreadMonitor, AnExitIsOfTheThreadThatEnteredAndMakesNoRecord)
 {
     auto* inside = new RegEmsThreadInfo(nullptr);
     std::thread([inside] { delete inside; }).join();
     EXPECT_EQ(MyState(), (State{0, 0, 0, 0, 2}));
-    EXPECT_EQ(Records().size(), 1u);
-}
-
-TEST_F(ThreadMonitor, AReusedIdFindsTheOldRecordAndAnExitMakesNone)
-{
-    EmsThreadInfoMgr& mgr = *EmsThreadInfoMgr::Instance();
     EmsThreadInfo event;
     event.m_ulThreadId = 7;
-    mgr.UpdateThreadInfo(event, nullptr);
-    EXPECT_EQ(Records().size(), 0u);
-    event.m_nStatus = 1;
-    event.m_Duration = ACE_Time_Value(5);
-    event.m_llRecvs = 99;
-    const EmsThreadInfoMap values = {{"a", {"1", 1}}};
-    mgr.UpdateThreadInfo(event, &values);
-    EXPECT_EQ(Records()[7].m_llRecvs, 1);
-    EXPECT_EQ(Microseconds(Records()[7].m_Duration), 0);
-
-    EmsThreadInfo another;
-    another.m_ulThreadId = 7;
-    another.m_nStatus = 1;
-    another.m_StartTime = ACE_Time_Value(3);
-    const EmsThreadInfoMap report = {{"Report", {"", 0}}};
-    mgr.UpdateThreadInfo(another, &report);
-    EXPECT_EQ(Records()[7].m_llRecvs, 2);
-    EXPECT_EQ(Microseconds(Records()[7].m_Duration), 3 * SECOND);
-    EXPECT_EQ(Records()[7].m_InfoMap.size(), 2u);
-    EXPECT_FALSE(IsEmsThreadReport(7));
+    EmsThreadInfoMgr::Instance()->UpdateThreadInfo(event, nullptr);
+    EXPECT_EQ(Records().size(), 1u);
 }
 
 TEST_F(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
@@ -239,7 +196,7 @@ TEST_F(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
     GetEmsThreadInfo(infos, 1);
     EXPECT_EQ(infos.size(), 2u);
 
-    const Worker worker(EmsThreadInfoMap{}); // a record of its own, from now on
+    Enter(1);
     RegEmsThreadInfo inside(nullptr);
     SetClock(102.999999);
     EXPECT_FALSE(IsEmsThreadTimeout(0));
@@ -262,7 +219,7 @@ TEST_F(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
     EXPECT_EQ(infos.front().m_llRecvs, 0);
     EXPECT_EQ(Microseconds(Records()[pthread_self()].m_Duration), 103 * SECOND);
     EXPECT_EQ(Microseconds(Records()[pthread_self()].m_MaxDuration), 100 * SECOND);
-    EXPECT_EQ(Microseconds(Records()[worker.ThreadId()].m_Duration), 3 * SECOND);
+    EXPECT_EQ(Microseconds(Records()[1].m_Duration), 3 * SECOND);
 
     SetClock(-1);
     EXPECT_FALSE(IsEmsThreadTimeout(1));
@@ -275,11 +232,6 @@ TEST_F(ThreadMonitor, TheStatisticsAreOneText)
     StatEmsThreadInfo();
     EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"});
 
-    EmsThreadInfoMgr& mgr = *EmsThreadInfoMgr::Instance();
-    EmsThreadInfo event;
-    event.m_ulThreadId = 0xab12345678;
-    event.m_nStatus = 1;
-    event.m_StartTime = ACE_Time_Value(-2, -1999);
     const EmsThreadInfoMap values = {
         {"100%s", {std::string("nul\0cut", 7), 0}},
         {"int", {" -2147483649x", 1}},
@@ -288,27 +240,18 @@ TEST_F(ThreadMonitor, TheStatisticsAreOneText)
         {"text", {"", 0}},
         {"word", {"x", 1}},
     };
-    mgr.UpdateThreadInfo(event, &values);
-    event.m_ulThreadId = 1;
-    event.m_StartTime = ACE_Time_Value(1'790'000'000, 999'999);
-    mgr.UpdateThreadInfo(event, nullptr);
-    event.m_StartTime.sec(1'790'000'003);
-    mgr.UpdateThreadInfo(event, nullptr);
+    SetClock(0.999999);
+    Enter(0xab12345678);
+    SetClock(3.999999);
+    Enter(0xab12345678);
+    EmsThreadInfo early;
+    early.m_ulThreadId = 1;
+    early.m_nStatus = 1;
+    early.m_StartTime = ACE_Time_Value(-2, -1999);
+    EmsThreadInfoMgr::Instance()->UpdateThreadInfo(early, &values);
     StatEmsThreadInfo();
     EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"
                                  " thread id           1\n"
-                                 " thread status       1\n"
-                                 " thread start        1790000000999\n"
-                                 " thread duration     3000\n"
-                                 " thread max duration 3000\n"
-                                 " thread recvs        2\n"
-                                 " 100%s nul\n"
-                                 " int 2147483647\n"
-                                 " octal 10\n"
-                                 " Impossible type 7\n"
-                                 " text \n"
-                                 " word 0\n"
-                                 " thread id           12345678\n"
                                  " thread status       1\n"
                                  " thread start        -2001\n"
                                  " thread duration     0\n"
@@ -319,7 +262,13 @@ TEST_F(ThreadMonitor, TheStatisticsAreOneText)
                                  " octal 10\n"
                                  " Impossible type 7\n"
                                  " text \n"
-                                 " word 0\n"});
+                                 " word 0\n"
+                                 " thread id           12345678\n"
+                                 " thread status       1\n"
+                                 " thread start        1790000000999\n"
+                                 " thread duration     3000\n"
+                                 " thread max duration 3000\n"
+                                 " thread recvs        2\n"});
 }
 
 TEST_F(ThreadMonitor, ADebugInterfaceMayEnterAStretchOfItsOwn)
@@ -363,26 +312,21 @@ TEST_F(ThreadMonitor, WithoutAMonitorNothingHappensAndErrnoTellsWhy)
     EXPECT_EQ(Records().size(), 1u);
     EXPECT_EQ(infos.size(), 1u);
     EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"}); // with the write locks failing
-}
 
-TEST_F(ThreadMonitor, AFailedReportLockLeavesTheRecord)
-{
-    EXPECT_FALSE(IsEmsThreadReport(0));
-    EmsThreadInfoMap report = {{"Report", {"", 0}}};
-    const faults::FailNth fault(faults::WRITE_LOCK, 2, EAGAIN);
+    const faults::FailNth fault(faults::WRITE_LOCK, 2, EAGAIN); // of the report threads
     errno = 0;
-    RegEmsThreadInfo inside(&report);
+    Enter(1, &report);
     EXPECT_EQ(errno, EAGAIN);
-    EXPECT_EQ(MyRecord().m_llRecvs, 1);
-    EXPECT_FALSE(IsEmsThreadReport(pthread_self()));
+    EXPECT_EQ(Records()[1].m_llRecvs, 1);
+    EXPECT_FALSE(IsEmsThreadReport(1));
 }
 
 TEST_F(ThreadMonitor, AQueryThatRunsOutOfMemoryAppendsNothing)
 {
     const std::string longText(100, 't');
     const EmsThreadInfoMap values = {{longText, {longText, 0}}};
-    const Worker first(values);
-    const Worker second(values);
+    Enter(1, &values);
+    Enter(2, &values);
     for (const long seconds : {0L, -1L}) {
         std::list<EmsThreadInfo> infos(1);
         int failures = 0;
@@ -449,59 +393,28 @@ TEST(MsgHandleMode, AThrowingPlatformLeavesItUnreadAndThreadsReadItOnce)
         value = 0;
         return 1;
     };
-    std::barrier<> all(8);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&all] {
-            all.arrive_and_wait();
-            EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    RunOnThreads(8, [](int) { EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0); });
     EXPECT_EQ(ThePlatform().modeReads, 2);
 }
 
 TEST(ThreadMonitorRaces, EntriesExitsAndQueriesKeepExactCounts)
 {
-    constexpr int rounds = 200;
+    constexpr int rounds = 50;
     long long expected = 0;
     for (const int threads : {32, 8, 2}) {
-        std::barrier<> all(threads); // the first use is at once, and so is the end: no id is reused
-        std::vector<std::thread> workers;
-        for (int t = 0; t < threads; ++t) {
-            workers.emplace_back([&all, t] {
-                all.arrive_and_wait();
-                EmsThreadInfoMap values = {{"Report", {"", 0}}};
-                for (int i = 0; i < rounds; ++i) {
-                    AddEmsThreadInfo(values, "round", i);
-                    RegEmsThreadInfo inside(&values);
-                    std::list<EmsThreadInfo> infos;
-                    switch ((i + t) % 5) {
-                    case 0:
-                        GetEmsThreadInfo(infos, -1);
-                        break;
-                    case 1:
-                        GetEmsThreadInfo(infos, 0);
-                        break;
-                    case 2:
-                        IsEmsThreadTimeout(1000);
-                        break;
-                    case 3:
-                        StatEmsThreadInfo();
-                        break;
-                    default:
-                        EXPECT_TRUE(IsEmsThreadReport(pthread_self()));
-                        break;
-                    }
-                }
-                all.arrive_and_wait();
-            });
-        }
-        for (std::thread& worker : workers) {
-            worker.join();
-        }
+        RunOnThreads(threads, [](int) {
+            EmsThreadInfoMap values = {{"Report", {"", 0}}};
+            for (int i = 0; i < rounds; ++i) {
+                AddEmsThreadInfo(values, "round", i);
+                RegEmsThreadInfo inside(&values);
+                std::list<EmsThreadInfo> infos;
+                GetEmsThreadInfo(infos, -1);
+                GetEmsThreadInfo(infos, 0);
+                IsEmsThreadTimeout(1000);
+                StatEmsThreadInfo();
+                EXPECT_TRUE(IsEmsThreadReport(pthread_self()));
+            }
+        });
         expected += 2LL * threads * rounds;
     }
     long long events = 0;

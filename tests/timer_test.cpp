@@ -11,6 +11,7 @@
 #include "agent/emsutil_util_timer.h"
 #include "tests/faults.h"
 #include "tests/test_platform.h"
+#include "tests/threads.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using namespace std::chrono_literals;
@@ -219,17 +220,11 @@ TEST(TaskManager, ItsOwnThreadFiresTimersOfManyThreadsAndStopsFromAnEvent)
                                           },
                                           [](void* param) { return param; },
                                           [](void*) { ++freed; }};
-    std::vector<std::thread> callers;
-    for (int t = 0; t < threads; ++t) {
-        callers.emplace_back([] {
-            for (int i = 0; i < each; ++i) {
-                ScheduleEmsUtilTimer(9, count, &count);
-            }
-        });
-    }
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
+    RunOnThreads(threads, [](int) {
+        for (int i = 0; i < each; ++i) {
+            ScheduleEmsUtilTimer(9, count, &count);
+        }
+    });
     all.wait();
     EXPECT_EQ(fired, threads * each);
 

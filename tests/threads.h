@@ -1,0 +1,24 @@
+#ifndef TESTS_THREADS_H
+#define TESTS_THREADS_H
+
+#include <barrier>
+#include <thread>
+#include <vector>
+
+/// Runs `body(0)` to `body(count - 1)` on as many threads, which begin at once and live until all
+/// are done.
+template <class Body>
+void RunOnThreads(int count, Body body)
+{
+    std::barrier<> all(count);
+    std::vector<std::jthread> threads;
+    for (int number = 0; number < count; ++number) {
+        threads.emplace_back([&all, &body, number] {
+            all.arrive_and_wait();
+            body(number);
+            all.arrive_and_wait();
+        });
+    }
+}
+
+#endif
