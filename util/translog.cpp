@@ -14,6 +14,9 @@ using NSQN_EMSUTIL_AGENT::CancellationOff;
 
 namespace {
 
+/// A key of a buffer that borrows its name.
+using TransBufView = std::pair<std::string_view, unsigned long>;
+
 using ReadGuard = ACE_Read_Guard<ACE_RW_Thread_Mutex>;
 using WriteGuard = ACE_Write_Guard<ACE_RW_Thread_Mutex>;
 using CountGuard = ACE_Guard<ACE_Thread_Mutex>;
@@ -170,10 +173,10 @@ void QNTransactionLogImpl::AddBuffer(const std::string& name, unsigned long num,
     }
     QN_CHECK_AT("translog", 467)
     QN_RETURN_IF_NOT_TRUE(NULL != pBuffer);
-    const TransBufKey key(name, num);
+    const TransBufView key(name, num);
     QN_CHECK_AT("translog", 471)
     QN_RETURN_IF_NOT_TRUE(m_TransBufMap.find(key) == m_TransBufMap.end());
-    m_TransBufMap.emplace(key, pBuffer);
+    m_TransBufMap.emplace(TransBufKey(name, num), pBuffer);
 }
 
 QNTransactionBuffer* QNTransactionLogImpl::GetBuffer(const std::string& name, unsigned long num)
@@ -182,7 +185,7 @@ QNTransactionBuffer* QNTransactionLogImpl::GetBuffer(const std::string& name, un
     if (!guard.locked()) {
         return nullptr;
     }
-    const auto found = m_TransBufMap.find(TransBufKey(name, num));
+    const auto found = m_TransBufMap.find(TransBufView(name, num));
     return found != m_TransBufMap.end() ? found->second : nullptr;
 }
 
@@ -192,7 +195,7 @@ QNTransactionBuffer* QNTransactionLogImpl::RemoveBuffer(const std::string& name,
     if (!guard.locked()) {
         return nullptr;
     }
-    const auto found = m_TransBufMap.find(TransBufKey(name, num));
+    const auto found = m_TransBufMap.find(TransBufView(name, num));
     if (found == m_TransBufMap.end()) {
         return nullptr;
     }

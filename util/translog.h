@@ -4,6 +4,7 @@
 #include <atomic>
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <ace/RW_Thread_Mutex.h>
@@ -23,6 +24,19 @@ class QNTransactionLogImpl
 {
 public:
     using TransBufKey = std::pair<std::string, unsigned long>;
+
+    /// By name, byte by byte, then by number; a key need not own its name to be looked up.
+    struct TransBufKeyLess
+    {
+        using is_transparent = void;
+
+        template <class Left, class Right>
+        bool operator()(const Left& left, const Right& right) const
+        {
+            const int order = std::string_view(left.first).compare(right.first);
+            return order != 0 ? order < 0 : left.second < right.second;
+        }
+    };
 
     /// The end of a log that was registered: writes lines for references that remain and deletes
     /// the buffers and `log`, which may be null. Does not throw. REQUIRES: g_TransLogMapLock is
@@ -47,7 +61,8 @@ public:
     QNTransactionBuffer* GetBuffer(const std::string& name, unsigned long num);
     QNTransactionBuffer* RemoveBuffer(const std::string& name, unsigned long num);
 
-    std::map<TransBufKey, QNTransactionBuffer*> m_TransBufMap; // guarded by m_TransBufLock
+    // Guarded by m_TransBufLock.
+    std::map<TransBufKey, QNTransactionBuffer*, TransBufKeyLess> m_TransBufMap;
     ACE_RW_Thread_Mutex m_TransBufLock;
     // Changed under m_RefCountLock; the checks read them without it. Of the two, the extra
     // references are written last and read first, so that a reader never finds them ahead of all.
