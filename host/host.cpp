@@ -46,6 +46,9 @@ int Host::Run(const std::vector<std::string>& scripts)
         reader.join();
     }
     m_Workers.End();
+    for (; !m_AtEnd.empty(); m_AtEnd.pop_back()) {
+        Completes(m_AtEnd.back());
+    }
     Console& console = Console::Instance();
     console.Flush();
     console.Message(m_Tally.Summary(std::chrono::steady_clock::now() - m_Start));
@@ -264,6 +267,11 @@ void Host::Quit(int status)
 void Host::Submit(const std::string& name, std::function<void()> job)
 {
     m_Workers.Submit(name, [this, job = std::move(job)] { Completes(job); });
+}
+
+void Host::AtEnd(std::function<void()> action)
+{
+    m_AtEnd.push_back(std::move(action));
 }
 
 void Host::Stop()

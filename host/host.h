@@ -60,6 +60,8 @@ public:
     void Quit(int status);
     /// Hands a job to the worker threads. What it throws counts as a failed command.
     void Submit(const std::string& name, std::function<void()> job);
+    /// Has something done when all commands and jobs are done; what is asked for last comes first.
+    void AtEnd(std::function<void()> action);
     WorkerPool& Workers() { return m_Workers; }
 
 private:
@@ -92,6 +94,7 @@ private:
     // Of the main thread.
     int m_nQuitStatus = 0;
     std::list<Position> m_Running; // the commands that run, one inside another
+    std::vector<std::function<void()>> m_AtEnd;
 
     std::mutex m_NewsMutex; // guards the following
     std::condition_variable m_News;

@@ -147,6 +147,62 @@ logs:13: log-ref: needs count:long=N
 logs:14: log-work: needs name=BUFFER number:long=N
 logs:15: log-clear: handles are attached: 1" logs
 
+# Task managers, the report file, lock errors.
+cat >services <<'END'
+manager id:long=256
+manager id:long=1 unit:long=0
+manager id:long=1
+manager id:long=1
+timer manager:long=-1 text=a
+timer manager:long=1
+timer manager:long=2 text=a
+guard text=a
+lock-errors state=yes
+lock-insert thread:long=1
+lock-erase thread=1
+tail lines:long=0
+tail lines:long=1
+trace
+trace text=a
+install
+show n=1
+END
+needs='manager: needs id:long=N from 0 to 255, [unit:long=MS] from 1 to 60000'
+expect 1 '1 ' "services:1: $needs
+services:2: $needs
+services:4: manager: there is a task manager 1 already
+services:5: timer: needs manager:long=N from 0 to 255 and text=TEXT
+services:6: timer: needs manager:long=N from 0 to 255 and text=TEXT
+Find TaskMgrID 2 failed
+services:8: guard: needs text=TEXT and ms:long=N, at most 60000
+services:9: lock-errors: needs state=on or state=off
+services:10: lock-insert: needs thread:long=N and text=TEXT
+services:11: lock-erase: needs thread:long=N
+services:12: tail: needs lines:long=N from 1 to 1000
+services:13: tail: there is no folder ems/../var/dump
+services:14: trace: needs text=TEXT, at most 510 bytes
+services:15: trace: nothing is written: there is no folder ems/../var/dump
+services:16: install: the report file is ems/../var/dump/emshost.rpt already" \
+    --install-path ems/bin services
+
+# The longest text is written in whole, and a longer one refused; the folder of install goes.
+mkdir -p ems var/dump temporary
+{
+    printf 'tail lines:long=1\ntrace text=' && head -c 510 /dev/zero | tr '\0' x
+    printf '\ntrace text=' && head -c 511 /dev/zero | tr '\0' x
+} >entries
+expect 1 '' 'entries:1: tail: ems/../var/dump/emshost.rpt is not there, or cannot be opened
+entries:3: trace: needs text=TEXT, at most 510 bytes' --install-path ems/bin entries
+if [ "$(wc -c <var/dump/emshost.rpt)" != 511 ]; then
+    echo 'the longest trace is not in the report file'
+    failures=$((failures + 1))
+fi
+printf 'install\ntrace text=a\nshow n=1\n' >installs
+export TMPDIR=temporary
+expect 0 '1 ' '' installs
+unset TMPDIR
+rmdir temporary || failures=$((failures + 1))
+
 # Who cannot write what it has to say says why, once, and stops.
 unwritten() {
     got=$1 reason=$2
