@@ -32,7 +32,7 @@ using WriteGuard = ACE_Write_Guard<ACE_RW_Thread_Mutex>;
 
 ACE_Time_Value Now()
 {
-    timeval now;
+    timeval now{};
     return gettimeofday(&now, nullptr) == 0 ? ACE_Time_Value(now) : ACE_Time_Value::zero;
 }
 

@@ -21,11 +21,12 @@ constexpr std::size_t LONGEST_DESCRIPTION = 511;
 /// Whole milliseconds since the epoch; 0 when the clock fails.
 double GetCurrentTimeMs()
 {
-    timeval now;
+    timeval now{};
     if (gettimeofday(&now, nullptr) != 0) {
         return 0;
     }
-    return static_cast<double>(std::int64_t{now.tv_sec} * 1000 + now.tv_usec / 1000);
+    const std::int64_t milliseconds = std::int64_t{now.tv_sec} * 1000 + now.tv_usec / 1000;
+    return static_cast<double>(milliseconds);
 }
 
 int ElapsedMs(double begin, double end)

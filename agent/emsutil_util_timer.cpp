@@ -52,23 +52,33 @@ EmsUtilAgentTimerTask::EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* n
 
 EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
 {
+    AwaitArming();
     if (m_pParam != nullptr && m_Interface.pfnFreeParam != nullptr) {
         m_Interface.pfnFreeParam(m_pParam);
     }
     m_pParam = nullptr;
 }
 
+void EmsUtilAgentTimerTask::AwaitArming() const
+{
+    while (m_bArming.load(std::memory_order_acquire)) {
+        std::this_thread::yield();
+    }
+}
+
 void EmsUtilAgentTimerTask::InitTaskCmdReqProcess(CmdMSG*)
 {
-    m_lTimerID = SetTaskTimeInterval(INTERVAL);
-    m_bArmed.store(true, std::memory_order_release);
+    const long id = SetTaskTimeInterval(INTERVAL);
+    m_lTimerID = id;
+    if (id < 0) {
+        eKorSetTaskState(STATE_FINISHED); // it will never fire, so nothing else would end it
+    }
+    m_bArming.store(false, std::memory_order_release);
 }
 
 void EmsUtilAgentTimerTask::eKorTaskTimeInterval(long)
 {
-    while (!m_bArmed.load(std::memory_order_acquire)) {
-        std::this_thread::yield();
-    }
+    AwaitArming();
     const AtItsEnd end(*this);
     DelTaskTimeInterval(m_lTimerID);
     if (m_Interface.pfnTimeout != nullptr) {
@@ -94,9 +104,15 @@ void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
         }
         return;
     }
-    taskMgr->AllocReqID(task.get());
-    taskMgr->TMInitInsertTask(task.get());
-    task.release()->InitTaskCmdReqProcess(nullptr); // by then it is the manager's, and may end
+    task->BeginArming();
+    try {
+        taskMgr->AllocReqID(task.get());
+        taskMgr->TMInitInsertTask(task.get());
+    } catch (...) {
+        task->CancelArming(); // it has not been given away
+        throw;
+    }
+    task.release()->InitTaskCmdReqProcess(nullptr);
 }
 
 } // namespace NSQN_EMSUTIL_AGENT

@@ -14,7 +14,7 @@ eKorTask::eKorTask(eKorTaskMgr* taskMgr, const char* name) : m_pTaskMgr(taskMgr)
 eKorTask::~eKorTask()
 {
     // The manager has let go of what it destroys; this is for a task that its maker destroys.
-    if (m_bInserted || m_nIntervals > 0) {
+    if (m_bInserted || m_bFinished || m_pIntervals != nullptr) {
         Store().Forget(*this);
     }
 }
@@ -60,6 +60,5 @@ unsigned long eKorTaskMgr::AllocReqID(eKorTask* task)
 
 int eKorTaskMgr::TMInitInsertTask(eKorTask* task)
 {
-    static_cast<emsplatform::TaskManager*>(this)->Store().Insert(*task);
-    return 0;
+    return static_cast<emsplatform::TaskManager*>(this)->Store().Insert(*task) ? 0 : -1;
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -36,7 +37,7 @@ public:
 
     static nanoseconds Now()
     {
-        timespec now;
+        timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
         return seconds(now.tv_sec) + nanoseconds(now.tv_nsec);
     }
@@ -60,9 +61,21 @@ private:
     const int m_nFile;
 };
 
+namespace {
+
+std::chrono::microseconds Checked(std::chrono::microseconds unit)
+{
+    if (unit < microseconds(1) || unit > std::chrono::minutes(1)) {
+        throw std::invalid_argument("the unit of a task manager is from a microsecond to a minute");
+    }
+    return unit;
+}
+
+} // namespace
+
 TaskManager::TaskManager(TaskManagerOptions options)
     : m_pTimer(options.m_Clock ? nullptr : std::make_unique<KernelTimer>()),
-      m_pStore(std::make_unique<TaskStore>(options.m_Unit,
+      m_pStore(std::make_unique<TaskStore>(Checked(options.m_Unit),
                                            m_pTimer ? KernelTimer::Now : std::move(options.m_Clock),
                                            [timer = m_pTimer.get()](microseconds when) {
                                                if (timer != nullptr) {
@@ -78,7 +91,7 @@ TaskManager::~TaskManager()
 
 void TaskManager::Start()
 {
-    if (m_pStore->IsDeliveringHere()) {
+    if (m_pStore->IsInsideHere()) {
         return;
     }
     const std::lock_guard control(m_ControlLock);
@@ -101,7 +114,7 @@ void TaskManager::Start()
 
 void TaskManager::Stop()
 {
-    if (m_pStore->IsDeliveringHere()) {
+    if (m_pStore->IsInsideHere()) {
         m_pStore->End();
         return;
     }

@@ -4,6 +4,8 @@
 #include <exception>
 #include <utility>
 
+#include <cxxabi.h>
+
 #include "emsplatform/debug_interface.h"
 
 namespace emsplatform {
@@ -12,8 +14,6 @@ namespace {
 
 using std::chrono::microseconds;
 using std::chrono::seconds;
-
-constinit thread_local const TaskStore* g_pDelivering = nullptr;
 
 ACE_Time_Value ToTimeValue(microseconds time)
 {
@@ -36,6 +36,8 @@ void Notify(eKorTask& task, long id)
     };
     try {
         task.eKorTaskTimeInterval(id);
+    } catch (const abi::__forced_unwind&) {
+        throw; // the thread is being cancelled
     } catch (const std::exception& failure) {
         report(failure.what());
     } catch (...) {
@@ -44,6 +46,51 @@ void Notify(eKorTask& task, long id)
 }
 
 } // namespace
+
+/// While it lives this thread runs code of the store's tasks, with the lock released: one thread at
+/// a time, and a store's within another's.
+class TaskStore::Inside
+{
+public:
+    /// Waits for another thread that is inside.
+    Inside(TaskStore& store, Lock& lock)
+        : m_Store(store), m_Lock(lock), m_pOuter(std::exchange(g_pInnermost, this))
+    {
+        m_Store.m_Delivered.wait(m_Lock, [this] { return !m_Store.m_bDelivering; });
+        m_Store.m_bDelivering = true;
+    }
+    ~Inside()
+    {
+        if (!m_Lock.owns_lock()) {
+            m_Lock.lock(); // a task has thrown
+        }
+        m_Store.m_bDelivering = false;
+        g_pInnermost = m_pOuter;
+        m_Store.m_Delivered.notify_all();
+        m_Store.SetAlarm();
+    }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+
+    static bool IsOf(const TaskStore& store)
+    {
+        for (const Inside* scope = g_pInnermost; scope != nullptr; scope = scope->m_pOuter) {
+            if (&scope->m_Store == &store) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    static constinit thread_local Inside* g_pInnermost;
+
+    TaskStore& m_Store;
+    Lock& m_Lock;
+    Inside* const m_pOuter;
+};
+
+constinit thread_local TaskStore::Inside* TaskStore::Inside::g_pInnermost = nullptr;
 
 TaskStore::TaskStore(Microseconds unit, std::function<std::chrono::nanoseconds()> clock,
                      std::function<void(Microseconds)> alarm)
@@ -61,36 +108,38 @@ unsigned long TaskStore::AllocReqID(eKorTask& task)
     return task.m_ulReqID = ++m_ulLastReqID;
 }
 
-void TaskStore::Insert(eKorTask& task)
+bool TaskStore::Insert(eKorTask& task)
 {
     const Lock lock(m_Lock);
-    if (m_Finished.capacity() <= m_Tasks.size()) {
-        m_Finished.reserve(2 * m_Tasks.size() + 1); // so that a task's end needs no memory
+    try {
+        m_Tasks.insert(&task);
+    } catch (const std::bad_alloc&) {
+        return false;
     }
-    m_Tasks.insert(&task);
     task.m_bInserted = true;
+    return true;
 }
 
 long TaskStore::Arm(eKorTask& task, unsigned int interval)
 {
-    const Microseconds period =
-        std::max(interval, 1u) * m_Unit; // from now, rounded up: never early
+    const Microseconds period = std::max(interval, 1u) * m_Unit;
     const Lock lock(m_Lock);
     const long id = ++m_lLastInterval;
     try {
-        const auto entry = m_Intervals.emplace(id, Interval{id, &task, -1}).first;
-        entry->second.m_lQueueId = m_Timers.schedule(
-            &entry->second, nullptr,
-            ToTimeValue(std::chrono::ceil<Microseconds>(m_Clock()) + period), ToTimeValue(period));
-        if (entry->second.m_lQueueId == -1) {
-            m_Intervals.erase(entry);
-            return -1;
+        TaskInterval& armed =
+            m_Intervals.emplace(id, TaskInterval{id, &task, -1, task.m_pIntervals}).first->second;
+        // Rounded up, so that it is never early.
+        const Microseconds due = std::chrono::ceil<Microseconds>(m_Clock()) + period;
+        armed.m_lQueueId =
+            m_Timers.schedule(&armed, nullptr, ToTimeValue(due), ToTimeValue(period));
+        if (armed.m_lQueueId == -1) {
+            throw std::bad_alloc();
         }
+        task.m_pIntervals = &armed;
     } catch (const std::bad_alloc&) {
         m_Intervals.erase(id);
         return -1;
     }
-    ++task.m_nIntervals;
     SetAlarm();
     return id;
 }
@@ -100,30 +149,33 @@ void TaskStore::Disarm(long id)
     const Lock lock(m_Lock);
     const auto found = m_Intervals.find(id);
     if (found != m_Intervals.end()) {
-        m_Timers.cancel(found->second.m_lQueueId);
-        --found->second.m_pTask->m_nIntervals;
-        m_Intervals.erase(found);
+        Disarm(found->second);
     }
 }
 
-void TaskStore::DisarmAll(eKorTask& task)
+void TaskStore::Disarm(TaskInterval& interval)
 {
-    for (auto next = m_Intervals.begin(); task.m_nIntervals > 0;) {
-        const auto interval = next++;
-        if (interval->second.m_pTask == &task) {
-            m_Timers.cancel(interval->second.m_lQueueId);
-            --task.m_nIntervals;
-            m_Intervals.erase(interval);
-        }
+    m_Timers.cancel(interval.m_lQueueId);
+    TaskInterval** link = &interval.m_pTask->m_pIntervals;
+    while (*link != &interval) {
+        link = &(*link)->m_pNext;
     }
+    *link = interval.m_pNext;
+    const long id = interval.m_lId;
+    m_Intervals.erase(id);
 }
 
 void TaskStore::Finish(eKorTask& task)
 {
     const Lock lock(m_Lock);
+    AddFinished(task);
+    SetAlarm();
+}
+
+void TaskStore::AddFinished(eKorTask& task)
+{
     if (!std::exchange(task.m_bFinished, true)) {
-        m_Finished.push_back(&task);
-        SetAlarm();
+        task.m_pNextFinished = std::exchange(m_pFinished, &task);
     }
 }
 
@@ -136,17 +188,24 @@ void TaskStore::Forget(eKorTask& task)
 /// Out of all that the store knows.
 void TaskStore::Take(eKorTask& task)
 {
-    DisarmAll(task);
-    m_Tasks.erase(&task);
-    task.m_bInserted = false;
+    while (task.m_pIntervals != nullptr) {
+        Disarm(*task.m_pIntervals);
+    }
+    if (std::exchange(task.m_bInserted, false)) {
+        m_Tasks.erase(&task);
+    }
     if (std::exchange(task.m_bFinished, false)) {
-        std::erase(m_Finished, &task);
+        eKorTask** link = &m_pFinished;
+        while (*link != &task) {
+            link = &(*link)->m_pNextFinished;
+        }
+        *link = task.m_pNextFinished;
     }
 }
 
-bool TaskStore::IsDeliveringHere() const
+bool TaskStore::IsInsideHere() const
 {
-    return g_pDelivering == this;
+    return Inside::IsOf(*this);
 }
 
 bool TaskStore::IsRunning()
@@ -157,7 +216,8 @@ bool TaskStore::IsRunning()
 
 void TaskStore::Begin()
 {
-    const Lock lock(m_Lock);
+    Lock lock(m_Lock);
+    m_Delivered.wait(lock, [this] { return !m_bDelivering; });
     m_bRunning = true;
     m_NextAlarm.reset();
     SetAlarm();
@@ -173,7 +233,7 @@ void TaskStore::End()
 void TaskStore::DestroyTasks()
 {
     Lock lock(m_Lock);
-    m_Delivered.wait(lock, [this] { return !m_bDelivering; });
+    const Inside inside(*this, lock);
     DestroyAll(lock);
 }
 
@@ -184,15 +244,14 @@ std::size_t TaskStore::Deliver()
     if (!m_bRunning || m_bDelivering) {
         return 0;
     }
-    m_bDelivering = true;
-    const TaskStore* const outer = std::exchange(g_pDelivering, this);
+    const Inside inside(*this, lock);
     // Read once: a timer that an event arms does not expire in the same call.
     const ACE_Time_Value now = ToTimeValue(std::chrono::floor<Microseconds>(m_Clock()));
     std::size_t delivered = 0;
     DestroyFinished(lock);
-    ACE_Timer_Node_Dispatch_Info_T<const Interval*> expired;
+    ACE_Timer_Node_Dispatch_Info_T<const TaskInterval*> expired{};
     while (m_bRunning && m_Timers.dispatch_info(now, expired) != 0) {
-        const Interval interval = *expired.type_;
+        const TaskInterval interval = *expired.type_;
         lock.unlock();
         Notify(*interval.m_pTask, interval.m_lId);
         lock.lock();
@@ -202,17 +261,13 @@ std::size_t TaskStore::Deliver()
     if (!m_bRunning) {
         DestroyAll(lock);
     }
-    m_bDelivering = false;
-    g_pDelivering = outer;
-    m_Delivered.notify_all();
-    SetAlarm();
     return delivered;
 }
 
 void TaskStore::DestroyFinished(Lock& lock)
 {
-    while (!m_Finished.empty()) {
-        eKorTask* const task = m_Finished.back();
+    while (m_pFinished != nullptr) {
+        eKorTask* const task = m_pFinished;
         Take(*task);
         lock.unlock();
         delete task;
@@ -223,16 +278,10 @@ void TaskStore::DestroyFinished(Lock& lock)
 /// One round: what the tasks' destructors insert stays.
 void TaskStore::DestroyAll(Lock& lock)
 {
+    for (eKorTask* task : m_Tasks) {
+        AddFinished(*task);
+    }
     DestroyFinished(lock);
-    const std::vector<eKorTask*> tasks(m_Tasks.begin(), m_Tasks.end());
-    for (eKorTask* task : tasks) {
-        Take(*task);
-    }
-    lock.unlock();
-    for (eKorTask* task : tasks) {
-        delete task;
-    }
-    lock.lock();
 }
 
 void TaskStore::SetAlarm()
@@ -241,7 +290,7 @@ void TaskStore::SetAlarm()
         return; // Deliver() does it when it is done
     }
     std::optional<Microseconds> next;
-    if (!m_Finished.empty() || !m_bRunning) {
+    if (m_pFinished != nullptr || !m_bRunning) {
         next = Microseconds(0);
     } else if (!m_Timers.is_empty()) {
         next = FromTimeValue(m_Timers.earliest_time());

@@ -8,7 +8,6 @@
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
-#include <vector>
 
 #include <ace/Null_Mutex.h>
 #include <ace/Timer_Heap_T.h>
@@ -16,6 +15,15 @@
 #include "emsplatform/task.h"
 
 namespace emsplatform {
+
+/// An interval timer; the timers of a task are linked.
+struct TaskInterval
+{
+    long m_lId;
+    eKorTask* m_pTask;
+    long m_lQueueId;
+    TaskInterval* m_pNext;
+};
 
 /// The tasks of one manager and their interval timers.
 ///
@@ -35,16 +43,18 @@ public:
     TaskStore& operator=(const TaskStore&) = delete;
 
     unsigned long AllocReqID(eKorTask& task);
-    void Insert(eKorTask& task);
+    /// False when memory runs out.
+    bool Insert(eKorTask& task);
     long Arm(eKorTask& task, unsigned int interval);
     void Disarm(long id);
     void Finish(eKorTask& task);
     /// Of a task that is being destroyed.
     void Forget(eKorTask& task);
 
-    /// Whether this thread is in an event that the store delivers.
-    bool IsDeliveringHere() const;
+    /// Whether this thread is in code of a task that the store runs.
+    bool IsInsideHere() const;
     bool IsRunning();
+    /// Waits for Deliver() on another thread, which may have been told to end.
     void Begin();
     /// Deliver() ends, and destroys all tasks, once the event that it is in has returned.
     void End();
@@ -54,13 +64,7 @@ public:
 
 private:
     using Lock = std::unique_lock<std::mutex>;
-
-    struct Interval
-    {
-        long m_lId;
-        eKorTask* m_pTask;
-        long m_lQueueId;
-    };
+    class Inside;
 
     /// The queue only keeps the timers: what has expired is taken from it.
     struct NoUpcall
@@ -103,8 +107,9 @@ private:
     };
 
     // All with the lock held; those that take it release it meanwhile.
-    void DisarmAll(eKorTask& task);
+    void Disarm(TaskInterval& interval);
     void Take(eKorTask& task);
+    void AddFinished(eKorTask& task);
     void DestroyFinished(Lock& lock);
     void DestroyAll(Lock& lock);
     void SetAlarm();
@@ -114,10 +119,11 @@ private:
     const std::function<void(Microseconds)> m_Alarm;
 
     std::mutex m_Lock; // guards the following
-    ACE_Timer_Heap_T<const Interval*, NoUpcall, ACE_Null_Mutex> m_Timers;
-    std::unordered_map<long, Interval> m_Intervals; // by id; the queue points into it
+    ACE_Timer_Heap_T<const TaskInterval*, NoUpcall, ACE_Null_Mutex> m_Timers;
+    std::unordered_map<long, TaskInterval> m_Intervals; // by id; the queue points into it
     std::unordered_set<eKorTask*> m_Tasks;
-    std::vector<eKorTask*> m_Finished; // to be destroyed
+    eKorTask* m_pFinished =
+        nullptr; // to be destroyed; linked, as the end of a task needs no memory
     std::optional<Microseconds> m_NextAlarm;
     unsigned long m_ulLastReqID = 0;
     long m_lLastInterval = 0;

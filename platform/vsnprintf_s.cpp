@@ -60,7 +60,7 @@ private:
         return m_bOverflown ? 0 : static_cast<ssize_t>(fits);
     }
 
-    char m_Scratch[SCRATCH_SIZE];
+    char m_Scratch[SCRATCH_SIZE] = {};
     std::FILE* m_pStream;
     char* m_pDest = nullptr;
     std::size_t m_nRoom = 0;

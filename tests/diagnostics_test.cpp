@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -27,7 +28,7 @@ std::string (*const FormatUnchecked)(const char*, ...) = string_format;
 
 std::vector<std::size_t> TakeFormatCounts()
 {
-    return std::move(ThePlatform().formatCounts);
+    return std::exchange(ThePlatform().formatCounts, {});
 }
 
 } // namespace
@@ -224,14 +225,14 @@ namespace {
 class ReportFile : public testing::Test
 {
 protected:
-    ReportFile() : m_Root(testing::TempDir() + "emsutil_report/")
+    ReportFile() : m_Root(testing::TempDir() + "emsutil_report." + std::to_string(getpid()) + "/")
     {
-        std::filesystem::remove_all(m_Root);
         std::filesystem::create_directories(m_Root + "bin");
         std::filesystem::create_directories(m_Root + "var/dump");
         ThePlatform().parentPath = m_Root + "bin/";
         NSQN_util::g_ProcName = "report";
     }
+    ~ReportFile() override { std::filesystem::remove_all(m_Root); }
 
     bool Exists() const { return std::filesystem::exists(m_Root + "var/dump/report.rpt"); }
 
@@ -291,7 +292,7 @@ TEST_F(ReportFile, TheResultOfTheTimeDecidesOnTheStamp)
 {
     EmsUtilReport("message\n");
     const std::string entry = Take();
-    tm parsed;
+    tm parsed{};
     const char* const behind = strptime(entry.c_str(), "%a %b %e %H:%M:%S %Y", &parsed);
     ASSERT_EQ(behind, entry.c_str() + 24);
     EXPECT_STREQ(behind, "message\n");

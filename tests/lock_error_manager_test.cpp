@@ -3,24 +3,31 @@
 
 #include <gtest/gtest.h>
 
-// The records can be seen here and nowhere else.
-#define private public
-#include "emsutil/lock_error_manager.h"
-#undef private
-
 #include <emsplatform/platform.h>
 
+#include "emsutil/lock_error_manager.h"
 #include "tests/faults.h"
 
 using NSQN_util::QNMitLockErrMgr;
 using Records = std::map<int, std::string>;
+
+// The records can be seen here and nowhere else: an explicit instantiation may name what is
+// private.
+Records& RecordsOf(QNMitLockErrMgr& locks);
+
+template <Records QNMitLockErrMgr::*Member>
+struct Expose
+{
+    friend Records& RecordsOf(QNMitLockErrMgr& locks) { return locks.*Member; }
+};
+template struct Expose<&QNMitLockErrMgr::m_ThrIDInfoMap>;
 
 TEST(LockErrorManager, KeepsTheFirstTextOfAThreadWhileTheSwitchIsOn)
 {
     QNMitLockErrMgr& locks = *QNMitLockErrMgr::Instance();
     locks.InsertThrIDandInfo(1, "off");
     locks.InsertThrIDandInfo(1, nullptr);
-    EXPECT_EQ(locks.m_ThrIDInfoMap, Records{});
+    EXPECT_EQ(RecordsOf(locks), Records{});
 
     NSQN_util::g_bEnableMitLockErrMgr = true;
     char text[] = "A";
@@ -31,10 +38,10 @@ TEST(LockErrorManager, KeepsTheFirstTextOfAThreadWhileTheSwitchIsOn)
     locks.InsertThrIDandInfo(-1, "negative");
     EXPECT_THROW(locks.InsertThrIDandInfo(8, nullptr), std::logic_error);
     locks.EraseThrIDandInfo(9);
-    EXPECT_EQ(locks.m_ThrIDInfoMap, (Records{{-1, "negative"}, {0, "zero"}, {7, "A"}}));
+    EXPECT_EQ(RecordsOf(locks), (Records{{-1, "negative"}, {0, "zero"}, {7, "A"}}));
     locks.EraseThrIDandInfo(7);
     locks.InsertThrIDandInfo(7, text);
-    EXPECT_EQ(locks.m_ThrIDInfoMap.at(7), "B");
+    EXPECT_EQ(RecordsOf(locks).at(7), "B");
     for (void (*const call)(QNMitLockErrMgr&) :
          {+[](QNMitLockErrMgr& mgr) { mgr.InsertThrIDandInfo(8, "lost"); },
           +[](QNMitLockErrMgr& mgr) { mgr.EraseThrIDandInfo(7); }}) {
@@ -44,7 +51,7 @@ TEST(LockErrorManager, KeepsTheFirstTextOfAThreadWhileTheSwitchIsOn)
     }
     NSQN_util::g_bEnableMitLockErrMgr = false;
     locks.EraseThrIDandInfo(7);
-    EXPECT_EQ(locks.m_ThrIDInfoMap.size(), 3u);
+    EXPECT_EQ(RecordsOf(locks).size(), 3u);
 }
 
 TEST(LockErrorManager, IsMadeOnFirstUseAndAnewAfterDestroy)
@@ -67,6 +74,6 @@ TEST(LockErrorManager, IsMadeOnFirstUseAndAnewAfterDestroy)
     EXPECT_EQ(QNMitLockErrMgr::m_pInstance, first);
     QNMitLockErrMgr::Destroy();
     EXPECT_EQ(QNMitLockErrMgr::m_pInstance, nullptr);
-    EXPECT_EQ(QNMitLockErrMgr::Instance()->m_ThrIDInfoMap, Records{});
+    EXPECT_EQ(RecordsOf(*QNMitLockErrMgr::Instance()), Records{});
     QNMitLockErrMgr::Destroy();
 }

@@ -5,6 +5,8 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <emsplatform/debug_interface.h>
@@ -17,7 +19,7 @@ using emsplatform::DebugOperation;
 
 std::string TempFile(const std::string& name)
 {
-    return testing::TempDir() + name;
+    return testing::TempDir() + std::to_string(getpid()) + "." + name;
 }
 
 int Format(char* dest, std::size_t destMax, std::size_t count, const char* format, ...)
@@ -120,6 +122,7 @@ TEST(Platform, ReadsIntegersFromTheConfigurationFile)
         EXPECT_EQ(eKorGetRegInt("plain", value, file), 0);
     }
     EXPECT_EQ(value, 42);
+    std::remove(path.c_str());
 }
 
 TEST(Platform, PathsFollowWhatTheHostSets)
@@ -194,4 +197,5 @@ TEST(Platform, AFileGetsWholeLinesFromAllThreads)
         expected += word + '\n';
     }
     EXPECT_EQ(ReadFile(path), expected);
+    std::remove(path.c_str());
 }

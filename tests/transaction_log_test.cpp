@@ -363,7 +363,8 @@ TEST(TransactionLogStress, SixteenThreadsOnSharedLogsKeepExactTotals)
             QNTransactionLog others(neighbour.exchange(own.GetHandle()));
             QNTransactionLog shared(handles[static_cast<unsigned>(i + t) % logs]);
             shared.AddRef(2);
-            const auto number = static_cast<unsigned long>(t * rounds + i);
+            const auto number =
+                static_cast<unsigned long>(t) * rounds + static_cast<unsigned long>(i);
             shared.AddBuffer("shared", number, new Counted);
             EXPECT_NE(shared.GetBuffer("shared", number), nullptr);
             if (i % 2 == 0) {

@@ -3,8 +3,8 @@
 
 /// How a host or a test sets this platform up. The library uses nothing of it.
 ///
-/// Thread safety: SetDebug...() may be called at any time and hold for the lines that follow; the
-/// others are called before threads start.
+/// Thread safety: all but SetProcessName() may be called at any time, and hold for what follows;
+/// that one is called before threads start.
 /// Ownership: texts and callbacks are copied; a stream stays the caller's.
 /// Errors: only SetDebugFile() can fail, and says so.
 

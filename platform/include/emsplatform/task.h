@@ -15,6 +15,7 @@ class eKorTaskMgr;
 namespace emsplatform {
 class TaskManager;
 class TaskStore;
+struct TaskInterval;
 } // namespace emsplatform
 
 /// A task of a task manager.
@@ -48,6 +49,7 @@ public:
     void eKorSetTaskState(int state);
 
     const char* Name() const { return m_pName; }
+    unsigned long ReqID() const { return m_ulReqID; }
 
 private:
     friend class emsplatform::TaskStore;
@@ -56,11 +58,12 @@ private:
 
     eKorTaskMgr* const m_pTaskMgr;
     const char* const m_pName;
+    unsigned long m_ulReqID = 0; // set before the task is inserted
     // Guarded by the manager's lock.
-    unsigned long m_ulReqID = 0;
-    int m_nIntervals = 0;
     bool m_bInserted = false;
     bool m_bFinished = false;
+    eKorTask* m_pNextFinished = nullptr;
+    emsplatform::TaskInterval* m_pIntervals = nullptr; // those that are armed
 };
 
 /// A task that takes every event and does nothing with it.
@@ -87,8 +90,8 @@ class eKorTaskMgr
 public:
     /// Gives the task a request id, above 0, and returns it.
     unsigned long AllocReqID(eKorTask* task);
-    /// Takes the task: it is the manager's from here on. Returns 0; std::bad_alloc leaves it the
-    /// caller's.
+    /// Takes the task: it is the manager's from here on. Returns 0; -1 when memory runs out: the
+    /// task is then destroyed when it has come to its end, but not by Stop().
     int TMInitInsertTask(eKorTask* task);
 
 protected:

@@ -25,7 +25,7 @@ namespace emsplatform {
 
 struct TaskManagerOptions
 {
-    /// What an interval of 1 lasts: a tenth of a second unless set.
+    /// What an interval of 1 lasts: a tenth of a second unless set, from a microsecond to a minute.
     std::chrono::microseconds m_Unit = std::chrono::milliseconds(100);
 
     /// Without a clock the manager delivers events on a thread of its own, by the monotonic clock:
@@ -37,6 +37,7 @@ struct TaskManagerOptions
 class TaskManager : public eKorTaskMgr
 {
 public:
+    /// Throws std::system_error without a kernel timer, std::invalid_argument for a wrong unit.
     explicit TaskManager(TaskManagerOptions options);
     /// Stops. Not to be called from an event.
     ~TaskManager();
@@ -45,7 +46,7 @@ public:
 
     /// Begins, or begins again, to deliver events. Timers that were armed before count from when
     /// they were. Does nothing while it delivers them, or from an event. Throws std::system_error
-    /// when there is no thread or kernel timer to be had.
+    /// when there is no thread to be had.
     void Start();
 
     /// Ends it and destroys all tasks, pending timers and all: before it returns, or, called from
@@ -54,7 +55,8 @@ public:
     void Stop();
 
     /// Delivers, on this thread, the timers that have expired, each once; destroys the tasks that
-    /// have come to their end. Returns how many it delivered: 0 from an event, or before Start().
+    /// have come to their end. Returns how many it delivered: 0 from an event, before Start(), or
+    /// while another thread delivers.
     std::size_t DeliverExpired();
 
     TaskStore& Store() { return *m_pStore; }
@@ -71,7 +73,7 @@ private:
 };
 
 /// Makes the process's task manager of this id, which then lives as long as the process; null when
-/// there is one already.
+/// there is one already. Throws as the constructor does.
 TaskManager* AddTaskManager(unsigned char id, TaskManagerOptions options);
 
 } // namespace emsplatform
