@@ -267,7 +267,8 @@ std::size_t TaskStore::Deliver()
 void TaskStore::DestroyFinished(Lock& lock)
 {
     while (m_pFinished != nullptr) {
-        eKorTask* const task = m_pFinished;
+        eKorTask* const task = std::exchange(m_pFinished, m_pFinished->m_pNextFinished);
+        task->m_bFinished = false;
         Take(*task);
         lock.unlock();
         delete task;

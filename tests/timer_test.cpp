@@ -287,9 +287,10 @@ TEST(TaskManager, ItsOwnThreadFiresTimersOfManyThreads)
 {
     constexpr int threads = 8;
     constexpr int each = 500;
+    constexpr int timers = threads * each;
     static std::atomic<int> fired;
     static std::atomic<int> freed;
-    static std::latch all(threads * each);
+    static std::latch all(timers);
     TaskManager& manager = *emsplatform::AddTaskManager(9, {50us, nullptr});
     manager.Start();
     static EmsUtilTimerInterface count = {[](void*) {
@@ -305,6 +306,6 @@ TEST(TaskManager, ItsOwnThreadFiresTimersOfManyThreads)
     });
     all.wait();
     manager.Stop();
-    EXPECT_EQ(fired, threads * each);
-    EXPECT_EQ(freed, threads * each);
+    EXPECT_EQ(fired, timers);
+    EXPECT_EQ(freed, timers);
 }
