@@ -69,7 +69,7 @@ std::string WhyNot(const fs::path& file)
 {
     std::error_code error;
     return fs::is_directory(file.parent_path(), error)
-               ? file.string() + " is not there, or cannot be opened"
+               ? file.string() + " is not there, or cannot be read or written as a file"
                : "there is no folder " + file.parent_path().string();
 }
 
@@ -121,7 +121,7 @@ void Tail(Host& host, EmsGeneralCmd& cmd)
     }
     const fs::path path = ReportFile();
     std::ifstream file(path);
-    if (!file) {
+    if (!file || !fs::is_regular_file(path)) { // a device may never end
         host.ReportBadCommand(cmd, WhyNot(path));
         return;
     }

@@ -133,9 +133,14 @@ std::size_t TaskManager::DeliverExpired()
 
 void TaskManager::Run()
 {
-    while (m_pStore->IsRunning()) {
-        m_pTimer->Wait();
-        m_pStore->Deliver();
+    try {
+        while (m_pStore->IsRunning()) {
+            m_pTimer->Wait();
+            m_pStore->Deliver();
+        }
+    } catch (...) {
+        m_pStore->End(); // an event has ended the thread: it may be started again
+        throw;
     }
 }
 

@@ -191,7 +191,7 @@ mkdir -p ems var/dump temporary
     printf 'tail lines:long=1\ntrace text=' && head -c 510 /dev/zero | tr '\0' x
     printf '\ntrace text=' && head -c 511 /dev/zero | tr '\0' x
 } >entries
-expect 1 '' 'entries:1: tail: ems/../var/dump/emshost.rpt is not there, or cannot be opened
+expect 1 '' 'entries:1: tail: ems/../var/dump/emshost.rpt is not there, or cannot be read or written as a file
 entries:3: trace: needs text=TEXT, at most 510 bytes' --install-path ems/bin entries
 if [ "$(wc -c <var/dump/emshost.rpt)" != 511 ]; then
     echo 'the longest trace is not in the report file'

@@ -28,10 +28,11 @@
 /// IsEmsThreadReport(). Under glibc readers go first: queries that run back to back on several
 /// threads can hold entries and exits up without limit, so poll with pauses, from one thread.
 /// Ownership: the caller's map stays the caller's and is not kept; records are handed out as
-/// copies./// Errors: when a lock cannot be taken, a call does nothing and answers no, with errno
-/// set to the lock call's code; when only that of the report threads fails, a first entry is
-/// recorded, but not as a report thread's. std::bad_alloc passes to the caller, with no lock held;
-/// an entry that throws has not taken place.
+/// copies.
+/// Errors: when a lock cannot be taken, a call does nothing and answers no, with errno set to the
+/// lock call's code; when only that of the report threads fails, a first entry is recorded, but not
+/// as a report thread's. std::bad_alloc passes to the caller, with no lock held; an entry that
+/// throws has not taken place.
 
 #include <list>
 #include <map>

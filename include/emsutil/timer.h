@@ -16,11 +16,11 @@
 /// Thread safety: any thread may schedule at any time, from a handler, a timer's function or a
 /// buffer's destructor too. The functions run as the table below says.
 /// Ownership: the record is copied. The caller's data stays the caller's; what pfnCopyParam makes
-/// of it belongs to the timer and goes through pfnFreeParam./// Errors: the caller is not told; a
-/// failure shows as a line at level 1 of the debug interface, and a timer that the task manager has
-/// no memory for ends without being run. What pfnCopyParam throws passes to the caller, and nothing
-/// is scheduled; what pfnTimeout throws is the task manager's to deal with. pfnFreeParam must not
-/// throw.
+/// of it belongs to the timer and goes through pfnFreeParam.
+/// Errors: the caller is not told; a failure shows as a line at level 1 of the debug interface, and
+/// a timer that the task manager has no memory for ends without being run. What pfnCopyParam throws
+/// passes to the caller, and nothing is scheduled; what pfnTimeout throws is the task manager's to
+/// deal with. pfnFreeParam must not throw.
 
 #include "emsutil/export.h"
 

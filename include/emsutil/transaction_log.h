@@ -37,6 +37,9 @@
 /// nothing left half done, but never leave a handle's destructor or ClearAllLog(), where a thread
 /// cannot be cancelled either. A handle whose destructor cannot take its locks keeps its reference,
 /// and so the log until ClearAllLog().
+///
+/// Check lines are written while the library holds locks of the log, most of them that of all logs:
+/// a debug interface must not call an operation of a transaction log, nor take long.
 
 #include <string>
 

@@ -17,8 +17,9 @@ namespace emsplatform {
 enum class DebugOperation { DebugPrint, AssertPrint };
 
 /// Gets each text as formatted, without a newline added; `level` is 0 for AssertPrint. It runs on
-/// the thread that prints, with no lock held: it may print itself, and several threads may be in it
-/// at once. What it throws leaves the print.
+/// the thread that prints, with no lock of the platform held: it may print itself, and several
+/// threads may be in it at once. (Check lines of transaction logs come under locks of libemsutil.)
+/// What it throws leaves the print.
 using DebugCallback =
     std::function<void(DebugOperation operation, int level, const std::string& text)>;
 

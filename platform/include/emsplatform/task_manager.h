@@ -10,7 +10,8 @@
 ///
 /// Thread safety: any thread may call any operation, a task's event included.
 /// Ownership: a task manager owns the tasks inserted into it.
-/// Errors: what an event throws is written to the debug interface, and the manager goes on.
+/// Errors: what an event throws is written to the debug interface, and the manager goes on; an
+/// event that ends its thread stops the manager.
 
 #include <chrono>
 #include <cstddef>
