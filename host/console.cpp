@@ -1,9 +1,7 @@
 #include "host/console.h"
 
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
-#include <string>
 #include <system_error>
 
 #include <unistd.h>
@@ -58,8 +56,7 @@ void Console::Message(std::string_view line)
     WriteLine(stderr, line);
 }
 
-void Console::Progress(const std::atomic<std::uint64_t>& read,
-                       const std::atomic<std::uint64_t>& run)
+void Console::Progress(const std::function<std::string()>& text)
 {
     if (!m_bErrorOnTerminal) {
         return;
@@ -74,7 +71,7 @@ void Console::Progress(const std::atomic<std::uint64_t>& read,
     }
     m_nNextProgress = (now + BETWEEN_PROGRESS).time_since_epoch().count();
     m_bProgressShown = true;
-    std::fprintf(stderr, "\r%" PRIu64 " read, %" PRIu64 " run", read.load(), run.load());
+    std::fprintf(stderr, "\r%s", text().c_str());
 }
 
 void Console::Flush()

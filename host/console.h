@@ -3,8 +3,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
+#include <functional>
 #include <mutex>
+#include <string>
 #include <string_view>
 
 namespace emshost {
@@ -22,8 +23,9 @@ public:
     void Print(std::string_view line);
     /// Writes a message at once. A line end at its end is added where there is none.
     void Message(std::string_view line);
-    /// Shows how far the process is: on a terminal only, from one second on, not too often.
-    void Progress(const std::atomic<std::uint64_t>& read, const std::atomic<std::uint64_t>& run);
+    /// Shows how far the process is: on a terminal only, from one second on, not too often. The
+    /// text is asked for when it is shown.
+    void Progress(const std::function<std::string()>& text);
     /// Takes the progress away and writes out all results.
     void Flush();
     /// Whether results have been lost.

@@ -1,10 +1,9 @@
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -12,11 +11,11 @@
 #include <utility>
 
 #include <emsplatform/platform.h>
-#include <emsplatform/setup.h>
 
 #include "emsutil/diagnostics.h"
 #include "host/console.h"
 #include "host/handlers.h"
+#include "host/temporary_install.h"
 
 namespace emshost {
 
@@ -79,18 +78,13 @@ void Install(Host& host, EmsGeneralCmd& cmd)
         host.ReportBadCommand(cmd, "the report file is " + file->string() + " already");
         return;
     }
-    std::string folder = fs::temp_directory_path() / "emshost-XXXXXX";
-    if (::mkdtemp(folder.data()) == nullptr) {
-        const std::string reason = std::generic_category().message(errno);
-        host.ReportBadCommand(cmd, folder + ": " + reason);
-        return;
+    try {
+        const auto install = std::make_shared<TemporaryInstall>();
+        host.AtEnd([install] {}); // it is there until then
+        Console::Instance().Print("install path " + install->InstallPath());
+    } catch (const std::system_error& failure) {
+        host.ReportBadCommand(cmd, failure.what());
     }
-    host.AtEnd([folder] { fs::remove_all(folder); });
-    const std::string installPath = folder + "/ems/bin";
-    fs::create_directories(installPath);
-    fs::create_directories(folder + "/var/dump");
-    emsplatform::SetInstallPath(installPath);
-    Console::Instance().Print("install path " + installPath);
 }
 
 /// The library does not tell whether it has written.

@@ -282,7 +282,10 @@ void Host::Stop()
 
 void Host::ShowProgress()
 {
-    Console::Instance().Progress(m_Tally.m_nRead, m_Tally.m_nRun);
+    Console::Instance().Progress([this] {
+        return std::to_string(m_Tally.m_nRead) + " read, " + std::to_string(m_Tally.m_nRun) +
+               " run";
+    });
 }
 
 /// False when `body` left with an exception, which is then reported.

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <string>
 #include <system_error>
@@ -12,11 +13,14 @@
 
 #include "host/console.h"
 #include "host/host.h"
+#include "host/soak.h"
 
 namespace {
 
 constexpr int WRONG_USE = 2;
 constexpr int MOST_WORKERS = 64;
+constexpr int SHORTEST_SOAK = 4; // seconds: one sample at least in each part of it
+constexpr int LONGEST_SOAK = 7 * 24 * 60 * 60;
 
 /// A standard descriptor that came closed would be handed out again for something else. Nothing can
 /// be written to what stands in for it, so that results do not get lost silently.
@@ -40,6 +44,7 @@ int Run(int argc, char** argv)
     emshost::HostOptions options;
     std::vector<std::string> scripts;
     std::string debugFile;
+    int soakSeconds = 0;
 
     CLI::App app(
         "Reads commands from scripts, or from standard input, and has the library run them.\n"
@@ -48,7 +53,7 @@ int Run(int argc, char** argv)
     app.set_version_flag("--version", "emshost " EMSHOST_VERSION);
     app.footer(
         "The exit status is 0, or what quit gives; 1 when a script could not be read in whole, a\n"
-        "command was wrong, or results were lost; 2 for wrong use.");
+        "command was wrong, results were lost, or a soak found a fault; 2 for wrong use.");
     app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
         return "emshost: " + CLI::FailureMessage::simple(failed, error);
     });
@@ -70,12 +75,25 @@ int Run(int argc, char** argv)
     app.add_option_function<std::string>("--config", emsplatform::SetConfigFile,
                                          "The configuration file of the platform")
         ->type_name("FILE");
+    CLI::Option* const soak =
+        app.add_option("--soak", soakSeconds,
+                       "Run no script, but load all services for SECONDS, 4 at least, and tell\n"
+                       "whether all totals are exact and memory, descriptors and threads flat")
+            ->check(CLI::Range(SHORTEST_SOAK, LONGEST_SOAK))
+            ->type_name("SECONDS");
+    for (const char* unused :
+         {"SCRIPT", "--direct", "--strict", "--workers", "--debug-file", "--install-path"}) {
+        soak->excludes(app.get_option(unused));
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : WRONG_USE;
     }
 
+    if (soakSeconds > 0) {
+        return emshost::Soak(std::chrono::seconds(soakSeconds));
+    }
     emsplatform::SetDebugCallback(WriteDebugLine);
     if (!debugFile.empty() && !emsplatform::SetDebugFile(debugFile)) {
         const std::string reason = std::generic_category().message(errno);

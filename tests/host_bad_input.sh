@@ -107,7 +107,7 @@ workers:5: pause: needs ms:long=N, at most 60000
 workers:7: stick: all workers are stuck already" --workers 1 workers
 
 expect 0 '' '' /dev/null
-for option in --unknown --workers=0 --workers=65; do
+for option in --unknown --workers=0 --workers=65 --soak=3 '--soak=4 good'; do
     "$emshost" $option >out 2>err </dev/null
     got=$?
     [ $got = 2 ] || { echo "$option: exit status $got" && failures=$((failures + 1)); }
