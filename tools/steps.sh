@@ -6,7 +6,7 @@ set -u -o pipefail
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev)
 TEST_PACKAGES=(libgtest-dev)
-CI_PACKAGES=(git clang clang-tidy clang-format)
+CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev)
 
 fail() {
     echo "$script: $1" >&2
