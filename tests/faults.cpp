@@ -1,22 +1,47 @@
 #include "tests/faults.h"
 
+#include <cstdarg>
 #include <cstdlib>
 #include <ctime>
 #include <new>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 namespace {
 
-/// Calls to go until one fails; 0 when none is to fail.
-constinit thread_local int g_nCountdown[faults::CALLS] = {};
+struct Plan
+{
+    int m_nFirst = 0; // the call that fails; 0 when none is to fail
+    bool m_bPersistent = false;
+    int m_nCalls = 0;
+};
+
+constinit thread_local Plan g_Plans[faults::CALLS] = {};
 constinit thread_local int g_nError = 0;
+constinit thread_local int g_nPauses = 0;
+constinit std::atomic<long> g_lLiveAllocations = 0;
 
 bool Fails(faults::Call call)
 {
-    return g_nCountdown[call] > 0 && --g_nCountdown[call] == 0;
+    Plan& plan = g_Plans[call];
+    if (plan.m_nFirst == 0 || g_nPauses > 0) {
+        return false;
+    }
+    ++plan.m_nCalls;
+    return plan.m_bPersistent ? plan.m_nCalls >= plan.m_nFirst : plan.m_nCalls == plan.m_nFirst;
+}
+
+bool FailsWithErrno(faults::Call call)
+{
+    const bool fails = Fails(call);
+    if (fails) {
+        errno = g_nError;
+    }
+    return fails;
 }
 
 template <class Function>
@@ -33,7 +58,15 @@ int LockOrFail(faults::Call call, int (*next)(Lock*), Lock* lock)
 
 void* Allocate(std::size_t size)
 {
-    return Fails(faults::ALLOCATION) ? nullptr : std::malloc(size);
+    void* const memory = Fails(faults::ALLOCATION) ? nullptr : std::malloc(size);
+    g_lLiveAllocations += memory != nullptr;
+    return memory;
+}
+
+void Free(void* memory)
+{
+    g_lLiveAllocations -= memory != nullptr;
+    std::free(memory);
 }
 
 } // namespace
@@ -45,20 +78,43 @@ char* (*g_pCtime)(char* buffer) = nullptr;
 void (*g_pOnClock)() = nullptr;
 void (*g_pOnConditionWait)() = nullptr;
 
-FailNth::FailNth(Call call, int n, int error) : m_Call(call)
+FailNth::FailNth(Call call, int n, int error, bool persistently) : m_Call(call)
 {
     g_nError = error;
-    g_nCountdown[call] = n;
+    g_Plans[call] = {n, persistently};
 }
 
 FailNth::~FailNth()
 {
-    g_nCountdown[m_Call] = 0;
+    g_Plans[m_Call] = {};
 }
 
 bool FailNth::Happened() const
 {
-    return g_nCountdown[m_Call] == 0;
+    const Plan& plan = g_Plans[m_Call];
+    return plan.m_nFirst > 0 && plan.m_nCalls >= plan.m_nFirst;
+}
+
+Pause::Pause()
+{
+    ++g_nPauses;
+}
+
+Pause::~Pause()
+{
+    --g_nPauses;
+}
+
+void Collaborate()
+{
+    if (Fails(COLLABORATOR)) {
+        throw Thrown();
+    }
+}
+
+long LiveAllocations()
+{
+    return g_lLiveAllocations;
 }
 
 } // namespace faults
@@ -95,7 +151,29 @@ int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* lock)
 char* ctime_r(const time_t* time, char* buffer) noexcept
 {
     static auto* const next = Next<char*(const time_t*, char*)>("ctime_r");
+    if (FailsWithErrno(faults::TIME_TEXT)) {
+        return nullptr;
+    }
     return faults::g_pCtime != nullptr ? faults::g_pCtime(buffer) : next(time, buffer);
+}
+
+int open(const char* path, int flags, ...)
+{
+    static auto* const next = Next<int(const char*, int, ...)>("open");
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    return FailsWithErrno(faults::OPEN) ? -1 : next(path, flags, mode);
+}
+
+ssize_t write(int file, const void* bytes, std::size_t size)
+{
+    static auto* const next = Next<ssize_t(int, const void*, std::size_t)>("write");
+    if (!FailsWithErrno(faults::WRITE)) {
+        return next(file, bytes, size);
+    }
+    return g_nError == faults::SHORT_WRITE ? next(file, bytes, size / 2) : -1;
 }
 
 int gettimeofday(timeval* now, void* zone) noexcept
@@ -104,7 +182,7 @@ int gettimeofday(timeval* now, void* zone) noexcept
     if (faults::g_pOnClock != nullptr) {
         faults::g_pOnClock();
     }
-    const long long clock = faults::g_llClock;
+    const long long clock = Fails(faults::CLOCK) ? faults::FAILING_CLOCK : faults::g_llClock.load();
     if (clock == faults::REAL_CLOCK) {
         return next(now, zone);
     }
@@ -145,25 +223,25 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
 
 void operator delete(void* memory) noexcept
 {
-    std::free(memory);
+    Free(memory);
 }
 
 void operator delete[](void* memory) noexcept
 {
-    std::free(memory);
+    Free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    Free(memory);
 }
 
 void operator delete[](void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    Free(memory);
 }
 
 void operator delete(void* memory, const std::nothrow_t&) noexcept
 {
-    std::free(memory);
+    Free(memory);
 }

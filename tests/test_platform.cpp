@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/faults.h"
+
 namespace {
 
 class Recorder final : public NSQN_util::DebugInterface
@@ -38,6 +40,8 @@ private:
     __attribute__((format(printf, 3, 0))) void Record(std::string line, const char* format,
                                                       va_list args)
     {
+        faults::Collaborate();
+        const faults::Pause unswept;
         char* text = nullptr;
         const int length = vasprintf(&text, format, args);
         line.append(text, static_cast<std::size_t>(length));
@@ -84,6 +88,7 @@ bool g_bEnableMitLockErrMgr = false;
 
 DebugInterface* GetDefaultDebugInterface()
 {
+    faults::Collaborate();
     ++ThePlatform().fetches;
     if (ThePlatform().onFetch) {
         ThePlatform().onFetch();
@@ -110,6 +115,7 @@ void GetEmsCfgFile(std::string& path)
 
 int eKorGetRegInt(const char* key, int& value, const char* file)
 {
+    faults::Collaborate();
     ++ThePlatform().modeReads;
     return key == std::string("MsgHandleMode") && file == std::string("test.cfg")
                ? ThePlatform().readMode(value)
@@ -123,6 +129,7 @@ int StandInVsnprintf(char* dest, std::size_t destMax, std::size_t count, const c
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args)
 {
+    const faults::Pause unswept;
     ThePlatform().formatCounts.push_back(count);
     return StandInVsnprintf(dest, destMax, count, format, args);
 }

@@ -281,69 +281,6 @@ TEST_F(ThreadMonitor, ADebugInterfaceMayEnterAStretchOfItsOwn)
     StatEmsThreadInfo();
 }
 
-TEST_F(ThreadMonitor, WithoutAMonitorNothingHappensAndErrnoTellsWhy)
-{
-    EmsThreadInfoMap report = {{"Report", {"", 0}}};
-    std::list<EmsThreadInfo> infos(1);
-    void (*const calls[])(EmsThreadInfoMap&, std::list<EmsThreadInfo>&) = {
-        [](auto& map, auto&) {
-            alignas(RegEmsThreadInfo) static char neverLeft[sizeof(RegEmsThreadInfo)];
-            new (neverLeft) RegEmsThreadInfo(&map);
-        },
-        [](auto&, auto&) { EXPECT_FALSE(IsEmsThreadTimeout(-1)); },
-        [](auto&, auto&) { EXPECT_FALSE(IsEmsThreadReport(pthread_self())); },
-        [](auto&, auto&) { StatEmsThreadInfo(); },
-        [](auto&, auto& list) { GetEmsThreadInfo(list, 0); },
-        [](auto&, auto& list) { GetEmsThreadInfo(list, 1); },
-    };
-    const auto failAll = [&](faults::Call lock, int nth) {
-        for (const auto call : calls) {
-            const faults::FailNth fault(lock, nth, EDEADLK);
-            errno = 0;
-            call(report, infos);
-            EXPECT_EQ(errno, fault.Happened() ? EDEADLK : 0);
-        }
-    };
-    failAll(faults::MUTEX_LOCK, 1); // ACE's lock for static objects
-    EXPECT_EQ(IsEmsThreadTimeout(0), false);
-    EXPECT_FALSE(IsEmsThreadReport(0)); // the monitor is there from here on
-    failAll(faults::WRITE_LOCK, 1);     // the entry's and the overdue query's
-    failAll(faults::READ_LOCK, 1);      // the others'; the entry gets through
-    EXPECT_EQ(Records().size(), 1u);
-    EXPECT_EQ(infos.size(), 1u);
-    EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"}); // with the write locks failing
-
-    const faults::FailNth fault(faults::WRITE_LOCK, 2, EAGAIN); // of the report threads
-    errno = 0;
-    Enter(1, &report);
-    EXPECT_EQ(errno, EAGAIN);
-    EXPECT_EQ(Records()[1].m_llRecvs, 1);
-    EXPECT_FALSE(IsEmsThreadReport(1));
-}
-
-TEST_F(ThreadMonitor, AQueryThatRunsOutOfMemoryAppendsNothing)
-{
-    const std::string longText(100, 't');
-    const EmsThreadInfoMap values = {{longText, {longText, 0}}};
-    Enter(1, &values);
-    Enter(2, &values);
-    for (const long seconds : {0L, -1L}) {
-        std::list<EmsThreadInfo> infos(1);
-        int failures = 0;
-        for (int n = 1; infos.size() == 1; ++n) {
-            const faults::FailNth fault(faults::ALLOCATION, n);
-            try {
-                GetEmsThreadInfo(infos, seconds);
-            } catch (const std::bad_alloc&) {
-                EXPECT_EQ(infos.size(), 1u);
-                ++failures;
-            }
-        }
-        EXPECT_EQ(infos.size(), 3u);
-        EXPECT_EQ(failures, 8); // two records: the element, its value, that one's name and text
-    }
-}
-
 TEST_F(ThreadMonitor, AThreadIsNotCancelledWhileItLeaves)
 {
     // The clock asks whether to cancel. Were the answer yes, the process would be aborted.

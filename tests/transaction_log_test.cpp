@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/faults.h"
 #include "tests/test_platform.h"
 #include "tests/threads.h"
 #include "util/translog.h"
@@ -232,16 +231,8 @@ TEST(TransactionLog, ADebugInterfaceThatThrowsEndsNoDestructor)
     ThePlatform().onLine = [](const std::string&) { throw std::runtime_error("disk full"); };
     std::destroy_at(&log); // lines 402 and 354
     EXPECT_EQ(TakeDeleted(), "a1 ");
-    new (&log) QNTransactionLog;
-    EXPECT_THROW(log.Release(), std::runtime_error);
-    EXPECT_THROW(log.AddRef(0), std::runtime_error);
-    EXPECT_THROW(log.AddBuffer("a", 1, nullptr), std::runtime_error);
-    EXPECT_THROW(QNTransactionLog(0ul).GetHandle(), std::runtime_error);
-    log.AddRef(1);
-    QNTransactionLog::ClearAllLog();
     ThePlatform().onLine = nullptr;
     new (&log) QNTransactionLog(0ul);
-    std::thread([] { EXPECT_TRUE(QNTransactionLog().IsValid()); }).join(); // no lock is held
 }
 
 TEST(TransactionLog, AThreadIsNotCancelledWhileALogGoes)
@@ -256,82 +247,6 @@ TEST(TransactionLog, AThreadIsNotCancelledWhileALogGoes)
         QNTransactionLog::ClearAllLog(); // lines 353 and 354
     }).join();
     EXPECT_EQ(TakeDeleted(), "a1 ");
-}
-
-TEST(TransactionLog, ALockThatFailsGivesTheNegativeResult)
-{
-    const auto with = [](faults::Call call, int nth, const auto& body) {
-        const faults::FailNth fault(call, nth);
-        body();
-        return fault.Happened();
-    };
-    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [] {
-        QNTransactionLog log;
-        EXPECT_EQ(errno, EINVAL);
-        EXPECT_FALSE(log.IsValid());
-    }));
-    EXPECT_EQ(TakeLines(), Lines{});
-    QNTransactionLog log;
-    const unsigned long handle = log.GetHandle();
-    EXPECT_EQ(handle, 1u);
-    Buffer buffer("kept");
-    EXPECT_TRUE(
-        with(faults::READ_LOCK, 1, [&] { EXPECT_FALSE(QNTransactionLog(handle).IsValid()); }));
-    EXPECT_TRUE(
-        with(faults::MUTEX_LOCK, 1, [&] { EXPECT_FALSE(QNTransactionLog(handle).IsValid()); }));
-    EXPECT_TRUE(with(faults::MUTEX_LOCK, 1, [&] { EXPECT_EQ(log.AddRef(1), 0); }));
-    EXPECT_EQ(log.AddRef(1), 1);
-    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [&] { EXPECT_EQ(log.Release(), 0); }));
-    EXPECT_TRUE(with(faults::MUTEX_LOCK, 1, [&] { EXPECT_EQ(log.Release(), 0); }));
-    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [&] { log.AddBuffer("a", 1, &buffer); }));
-    EXPECT_EQ(log.GetBuffer("a", 1), nullptr);
-    log.AddBuffer("a", 1, &buffer);
-    EXPECT_TRUE(with(faults::READ_LOCK, 1, [&] { EXPECT_EQ(log.GetBuffer("a", 1), nullptr); }));
-    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [&] { EXPECT_EQ(log.RemoveBuffer("a", 1), nullptr); }));
-    EXPECT_EQ(log.RemoveBuffer("a", 1), &buffer);
-    EXPECT_TRUE(with(faults::WRITE_LOCK, 1, [] { QNTransactionLog::ClearAllLog(); }));
-    EXPECT_EQ(Counts(handle), std::pair(2, 1));
-    for (const faults::Call call : {faults::WRITE_LOCK, faults::MUTEX_LOCK}) {
-        std::optional<QNTransactionLog> lost(std::in_place, handle);
-        EXPECT_TRUE(with(call, 1, [&] { lost.reset(); })); // its reference stays
-    }
-    EXPECT_EQ(Counts(handle), std::pair(4, 1));
-    // The lock of the buffers: they go with the log all the same.
-    log.AddBuffer("a", 1, new Buffer("a1"));
-    EXPECT_TRUE(with(faults::WRITE_LOCK, 2, [] { QNTransactionLog::ClearAllLog(); }));
-    EXPECT_EQ(TakeDeleted(), "a1 ");
-    new (&log) QNTransactionLog(0ul);
-}
-
-TEST(TransactionLog, WhenMemoryRunsOutNothingStaysBehind)
-{
-    int failures = 0;
-    for (int n = 1; g_TransLogMap.empty(); ++n) {
-        const faults::FailNth fault(faults::ALLOCATION, n);
-        try {
-            QNTransactionLog log;
-            log.AddRef(1);
-        } catch (const std::bad_alloc&) {
-            EXPECT_TRUE(g_TransLogMap.empty());
-            ++failures;
-        }
-    }
-    EXPECT_EQ(failures, 2); // the log and its place in the registry
-    EXPECT_EQ(TakeLines(), Lines{});
-    QNTransactionLog log(g_TransLogMap.begin()->first);
-    const std::string name(100, 'n');
-    const auto buffer = std::make_unique<Buffer>("kept");
-    for (int n = 1; log.RemoveBuffer(name, 1) == nullptr; ++n) {
-        const faults::FailNth fault(faults::ALLOCATION, n);
-        try {
-            log.AddBuffer(name, 1, buffer.get());
-        } catch (const std::bad_alloc&) {
-            ++failures;
-        }
-    }
-    EXPECT_EQ(failures, 4); // the key and its place
-    log.Release();
-    std::thread([] { EXPECT_TRUE(QNTransactionLog().IsValid()); }).join(); // no lock is held
 }
 
 TEST(TransactionLogStress, SixteenThreadsOnSharedLogsKeepExactTotals)

@@ -1,0 +1,15 @@
+#ifndef TESTS_EXPOSE_H
+#define TESTS_EXPOSE_H
+
+/// Defines `Type& Function(Class&)`, which gives a private member: an explicit instantiation may
+/// name what is private.
+#define EXPOSE(Function, Class, Member, ...)                                                       \
+    __VA_ARGS__& Function(Class& object);                                                          \
+    template <__VA_ARGS__ Class::*Pointer>                                                         \
+    struct Function##Class##Member                                                                 \
+    {                                                                                              \
+        friend __VA_ARGS__& Function(Class& object) { return object.*Pointer; }                    \
+    };                                                                                             \
+    template struct Function##Class##Member<&Class::Member>;
+
+#endif
