@@ -383,6 +383,7 @@ Operation OnRecord(const char* name, const Record& source)
 {
     std::string usual = Record(source).ToString() + Record().ToString() + "|";
     const auto run = [source] {
+        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): to copy is what is swept
         Record copy(source);
         Record assigned;
         assigned = copy;
