@@ -26,6 +26,19 @@ eKorTaskMgr* FindTaskMgr(unsigned char id)
     return appMgr != nullptr ? appMgr->FindTaskMgrByID(id) : nullptr;
 }
 
+/// Clears a flag at the end of its scope: the last that a thread does with a task.
+class LetGo
+{
+public:
+    explicit LetGo(std::atomic<bool>& flag) : m_Flag(flag) {}
+    ~LetGo() { m_Flag.store(false, std::memory_order_release); }
+    LetGo(const LetGo&) = delete;
+    LetGo& operator=(const LetGo&) = delete;
+
+private:
+    std::atomic<bool>& m_Flag;
+};
+
 /// Brings a task to its end on every way out of its expiry.
 class AtItsEnd
 {
@@ -68,12 +81,11 @@ void EmsUtilAgentTimerTask::AwaitArming() const
 
 void EmsUtilAgentTimerTask::InitTaskCmdReqProcess(CmdMSG*)
 {
-    const long id = SetTaskTimeInterval(INTERVAL);
-    m_lTimerID = id;
-    if (id < 0) {
+    const LetGo last(m_bArming); // also when arming throws: the task is the manager's
+    m_lTimerID = SetTaskTimeInterval(INTERVAL);
+    if (m_lTimerID < 0) {
         eKorSetTaskState(STATE_FINISHED); // it will never fire, so nothing else would end it
     }
-    m_bArming.store(false, std::memory_order_release);
 }
 
 void EmsUtilAgentTimerTask::eKorTaskTimeInterval(long)

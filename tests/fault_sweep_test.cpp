@@ -483,8 +483,8 @@ std::vector<Operation> AllOperations()
          "0|inside1 report ", {}, "0|"},
         {"mode", None, [] { return Number(ReadMsgHandleModeSwitcher()); }, "0|", "1|"},
 
-        // The third lock, the manager's in arming, is out: what it throws leaves a timer whose end
-        // waits for the arming for ever.
+        // The third lock, the manager's in arming, is out: what it throws leaves a timer that only the
+        // manager's stop ends.
         {"timer", [] { Timers().Start(); }, noResult([] { ScheduleEmsUtilTimer(7, g_Timer, &g_Cmd); }),
          "|copy timeout free ", "|",
          {{ALLOCATION, "|" + noTask + " "}, {ALLOCATION, "|copy timeout free "},
