@@ -13,7 +13,7 @@
 
 #include "host/console.h"
 #include "host/host.h"
-#include "host/soak.h"
+#include "host/soak/soak.h"
 
 namespace {
 

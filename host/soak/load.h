@@ -2,13 +2,17 @@
 #define HOST_SOAK_LOAD_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace emshost {
+
+using Count = std::atomic<std::uint64_t>;
 
 /// How often something was done, and how often that was seen to have its effect. All is well when
 /// the two are equal and not 0.
@@ -37,10 +41,33 @@ public:
     virtual std::vector<SoakTotal> Finish() = 0;
 };
 
-/// A load for each service. From here on the debug interface counts lines; one that no load expects
-/// is a message too. `atRest` is called again and again, on one thread at a time, while no load has
-/// a file open.
-std::vector<std::unique_ptr<SoakLoad>> MakeSoakLoads(std::function<void()> atRest);
+std::unique_ptr<SoakLoad> MakeCommandLoad();
+std::unique_ptr<SoakLoad> MakeMonitorLoad();
+std::unique_ptr<SoakLoad> MakeTimerLoad();
+std::unique_ptr<SoakLoad> MakeLogLoad();
+/// `atRest` is called again and again, on one thread at a time, while no load has a file open.
+std::unique_ptr<SoakLoad> MakeReportLoad(std::function<void()> atRest);
+std::unique_ptr<SoakLoad> MakeGuardLoad();
+std::unique_ptr<SoakLoad> MakeLockErrorLoad();
+
+constexpr int SOAK_BURST = 100;
+
+inline void Pause()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+/// Steps in bursts with pauses between, so that no service keeps the others from their turn.
+template <class Step>
+void RepeatUntil(const SoakLoad::Stop& stop, Step step)
+{
+    while (!stop) {
+        for (int i = 0; i < SOAK_BURST; ++i) {
+            step();
+        }
+        Pause();
+    }
+}
 
 } // namespace emshost
 

@@ -1,5 +1,5 @@
-#ifndef HOST_SOAK_H
-#define HOST_SOAK_H
+#ifndef HOST_SOAK_SOAK_H
+#define HOST_SOAK_SOAK_H
 
 #include <chrono>
 

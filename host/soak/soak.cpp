@@ -1,4 +1,4 @@
-#include "host/soak.h"
+#include "host/soak/soak.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -17,7 +17,8 @@
 
 #include "emsutil/diagnostics.h"
 #include "host/console.h"
-#include "host/soak_load.h"
+#include "host/soak/debug_lines.h"
+#include "host/soak/load.h"
 
 namespace emshost {
 
@@ -167,7 +168,15 @@ bool IsFlat(std::uint64_t earlier, std::uint64_t later)
 int Soak(std::chrono::seconds time)
 {
     Gauge gauge(time);
-    const auto loads = MakeSoakLoads([&gauge] { gauge.Look(); });
+    DebugLines::Instance().Collect();
+    std::vector<std::unique_ptr<SoakLoad>> loads;
+    loads.push_back(MakeCommandLoad());
+    loads.push_back(MakeMonitorLoad());
+    loads.push_back(MakeTimerLoad());
+    loads.push_back(MakeLogLoad());
+    loads.push_back(MakeReportLoad([&gauge] { gauge.Look(); }));
+    loads.push_back(MakeGuardLoad());
+    loads.push_back(MakeLockErrorLoad());
     RunThreads(loads, gauge, time);
 
     Verdict verdict;
