@@ -196,7 +196,7 @@ int gettimeofday(timeval* now, void* zone) noexcept
 
 } // extern "C"
 
-// All of them, as a sanitizer has all of its own.
+// Each of them, as a sanitizer has its own. The arrays come here too, or stay with the sanitizer.
 
 void* operator new(std::size_t size)
 {
@@ -206,17 +206,7 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
-void* operator new[](std::size_t size)
-{
-    return operator new(size);
-}
-
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{
-    return Allocate(size);
-}
-
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
 {
     return Allocate(size);
 }
@@ -226,17 +216,7 @@ void operator delete(void* memory) noexcept
     Free(memory);
 }
 
-void operator delete[](void* memory) noexcept
-{
-    Free(memory);
-}
-
 void operator delete(void* memory, std::size_t) noexcept
-{
-    Free(memory);
-}
-
-void operator delete[](void* memory, std::size_t) noexcept
 {
     Free(memory);
 }

@@ -48,26 +48,6 @@ TEST(HostParser, CommandsAndTheirTextForm)
     }
 }
 
-TEST(HostParser, KeepsValuesAsTheyAreWritten)
-{
-    EmsGeneralCmd cmd;
-    std::string error;
-    ASSERT_EQ(
-        ParseCommand("c a=\"x\\x00y\\xff\" b:long=+00123456789012345678901234567890", cmd, error),
-        ParseResult::Command);
-    EXPECT_EQ(cmd.nvtps.nvtps.front().value, "x\0y\xff"sv);
-    EXPECT_EQ(cmd.nvtps.nvtps.back().value, "+00123456789012345678901234567890");
-}
-
-TEST(HostParser, LinesWithoutACommand)
-{
-    EmsGeneralCmd cmd;
-    std::string error;
-    for (const std::string_view line : {"", " \t ", "#", "  # show a=1", "#\"{"}) {
-        EXPECT_EQ(ParseCommand(line, cmd, error), ParseResult::Blank) << line;
-    }
-}
-
 TEST(HostParser, ErrorsTellWhatAndWhere)
 {
     struct
@@ -79,10 +59,8 @@ TEST(HostParser, ErrorsTellWhatAndWhere)
         {"  {a=1}", R"(expected a command name, found "{a=1}" at column 3)"},
         {"\"a\"b", R"(expected a command name, found "\"a\"b" at column 1)"},
         {"c a", R"(expected name=value, found "a" at column 3)"},
-        {"c a =1", R"(expected name=value, found "a" at column 3)"},
         {"c a:long", R"(expected name=value, found "a:long" at column 3)"},
         {"c =1", R"(expected name=value, found "=1" at column 3)"},
-        {"c :long=1", R"(expected name=value, found ":long=1" at column 3)"},
         {"c a=x\"y\"", "quote inside a bare value at column 6"},
         {"c a=\"x\"y", "text after a closing quote at column 8"},
         {"c a:int=1", R"(unknown type "int", only long is known at column 5)"},
@@ -96,7 +74,6 @@ TEST(HostParser, ErrorsTellWhatAndWhere)
         {"\"c", "unterminated quote at column 1"},
         {"c a=\"\\q\"", R"(unknown escape "\\q" at column 6)"},
         {"c a=\"\\x4", R"(\x without two hexadecimal digits at column 6)"},
-        {"c a=\"\\xg0\"", R"(\x without two hexadecimal digits at column 6)"},
         {"c a=\"\\x-1\"", R"(\x without two hexadecimal digits at column 6)"},
         {"c {a=1", "object not closed with } at column 3"},
         {"c {a=1 # }", "object not closed with } at column 3"},

@@ -36,18 +36,3 @@ TEST(LockErrorManager, KeepsTheFirstTextOfAThreadWhileTheSwitchIsOn)
     locks.EraseThrIDandInfo(7);
     EXPECT_EQ(RecordsOf(locks).size(), 3u);
 }
-
-TEST(LockErrorManager, IsMadeOnFirstUseAndAnewAfterDestroy)
-{
-    QNMitLockErrMgr::Destroy();
-    EXPECT_EQ(QNMitLockErrMgr::m_pInstance, nullptr);
-    QNMitLockErrMgr* const first = QNMitLockErrMgr::Instance();
-    EXPECT_EQ(QNMitLockErrMgr::Instance(), first);
-    EXPECT_EQ(QNMitLockErrMgr::m_pInstance, first);
-    NSQN_util::g_bEnableMitLockErrMgr = true;
-    first->InsertThrIDandInfo(7, "A");
-    QNMitLockErrMgr::Destroy();
-    EXPECT_EQ(QNMitLockErrMgr::m_pInstance, nullptr);
-    EXPECT_EQ(RecordsOf(*QNMitLockErrMgr::Instance()), Records{});
-    QNMitLockErrMgr::Destroy();
-}

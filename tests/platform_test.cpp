@@ -2,7 +2,6 @@
 #include <cstdarg>
 #include <cstring>
 #include <fstream>
-#include <thread>
 #include <vector>
 
 #include <unistd.h>
@@ -12,6 +11,8 @@
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
 #include <emsplatform/setup.h>
+
+#include "tests/threads.h"
 
 namespace {
 
@@ -155,7 +156,7 @@ TEST(Platform, ACallbackGetsTheTextAsItIsAndMayPrintItself)
         }
     });
     emsplatform::SetLowestDebugLevel(1);
-    const std::string longText(5000, 'x');
+    const std::string longText(511, 'x'); // with its newline it fills 512 bytes
     debug->DebugPrint(0, "not shown");
     debug->DebugPrint(1, "outer");
     debug->AssertPrint("%s\n", longText.c_str());
@@ -180,17 +181,11 @@ TEST(Platform, AFileGetsWholeLinesFromAllThreads)
     constexpr int threads = 4;
     constexpr int each = 1000;
     const std::string word(300, 'w');
-    std::vector<std::thread> writers;
-    for (int t = 0; t < threads; ++t) {
-        writers.emplace_back([&] {
-            for (int i = 0; i < each; ++i) {
-                NSQN_util::GetDefaultDebugInterface()->DebugPrint(1, "%s", word.c_str());
-            }
-        });
-    }
-    for (std::thread& writer : writers) {
-        writer.join();
-    }
+    RunOnThreads(threads, [&word](int) {
+        for (int i = 0; i < each; ++i) {
+            NSQN_util::GetDefaultDebugInterface()->DebugPrint(1, "%s", word.c_str());
+        }
+    });
     emsplatform::SetDebugStream(stderr); // closes the file
     std::string expected;
     for (int i = 0; i < threads * each; ++i) {

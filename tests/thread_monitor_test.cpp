@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <climits>
+#include <optional>
 #include <thread>
 
 #include <pthread.h>
@@ -11,7 +12,6 @@
 #include "emsutil/thread_monitor.h"
 #include "tests/faults.h"
 #include "tests/test_platform.h"
-#include "tests/threads.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using Lines = std::vector<std::string>;
@@ -45,18 +45,14 @@ long long Microseconds(const ACE_Time_Value& time)
     return time.sec() * SECOND + time.usec();
 }
 
-/// Status, start (seconds after START), duration, maximum (seconds), events.
-using State = std::tuple<int, double, double, double, long long>;
+/// Status, start (after START), duration, maximum, events; times in microseconds.
+using State = std::tuple<int, long long, long long, long long, long long>;
 
 State MyState()
 {
     const EmsThreadInfo record = MyRecord();
-    const auto seconds = [](long long time) {
-        return static_cast<double>(time) / static_cast<double>(SECOND);
-    };
-    return {record.m_nStatus, seconds(Microseconds(record.m_StartTime) - START),
-            seconds(Microseconds(record.m_Duration)), seconds(Microseconds(record.m_MaxDuration)),
-            record.m_llRecvs};
+    return {record.m_nStatus, Microseconds(record.m_StartTime) - START,
+            Microseconds(record.m_Duration), Microseconds(record.m_MaxDuration), record.m_llRecvs};
 }
 
 /// The clock moves only here.
@@ -95,38 +91,27 @@ TEST_F(ThreadMonitor, ARecordFollowsEntriesAndExits)
         EXPECT_EQ(MyRecord().m_InfoMap, values);
         SetClock(2.000001);
     }
-    EXPECT_EQ(MyState(), (State{0, 2.000001, 0, 0, 2}));
+    EXPECT_EQ(MyState(), (State{0, 2'000'001, 0, 0, 2}));
     SetClock(5.000001);
     {
         RegEmsThreadInfo inside(nullptr);
-        EXPECT_EQ(MyState(), (State{1, 2.000001, 3, 3, 3}));
+        EXPECT_EQ(MyState(), (State{1, 2'000'001, 3 * SECOND, 3 * SECOND, 3}));
         EXPECT_EQ(MyRecord().m_InfoMap, values);
         SetClock(9);
     }
     SetClock(10);
     RegEmsThreadInfo outer(nullptr);
-    EXPECT_EQ(MyState(), (State{1, 9, 1, 3, 5}));
+    EXPECT_EQ(MyState(), (State{1, 9 * SECOND, SECOND, 3 * SECOND, 5}));
     {
         SetClock(14);
         RegEmsThreadInfo inner(nullptr);
-        EXPECT_EQ(MyState(), (State{1, 9, 5, 5, 6}));
+        EXPECT_EQ(MyState(), (State{1, 9 * SECOND, 5 * SECOND, 5 * SECOND, 6}));
     }
-    EXPECT_EQ(MyState(), (State{0, 14, 5, 5, 7})); // though the outer stretch goes on
+    // Outside, though the outer stretch goes on.
+    EXPECT_EQ(MyState(), (State{0, 14 * SECOND, 5 * SECOND, 5 * SECOND, 7}));
     SetClock(13);
     RegEmsThreadInfo setBack(nullptr);
-    EXPECT_EQ(MyState(), (State{1, 14, 5, 5, 8}));
-}
-
-TEST_F(ThreadMonitor, AFailedClockCountsAsZero)
-{
-    faults::g_llClock = faults::FAILING_CLOCK;
-    RegEmsThreadInfo inside(nullptr);
-    EXPECT_EQ(Microseconds(MyRecord().m_StartTime), 0);
-    EXPECT_FALSE(IsEmsThreadTimeout(1));
-    EXPECT_TRUE(IsEmsThreadTimeout(-1));
-    SetClock(0);
-    EXPECT_TRUE(IsEmsThreadTimeout(1'790'000'000));
-    EXPECT_FALSE(IsEmsThreadTimeout(1'790'000'001));
+    EXPECT_EQ(MyState(), (State{1, 14 * SECOND, 5 * SECOND, 5 * SECOND, 8}));
 }
 
 TEST_F(ThreadMonitor, NamedValuesAreSetByTheLastCallAndMergedAtEntries)
@@ -210,11 +195,10 @@ TEST_F(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
     GetEmsThreadInfo(infos, 3);
     ASSERT_EQ(infos.size(), 5u);
     for (const long long elapsed : {3 * SECOND, 103 * SECOND}) {
-        EXPECT_EQ(std::count_if(infos.begin(), infos.end(),
-                                [elapsed](const EmsThreadInfo& info) {
-                                    return Microseconds(info.m_Duration) == elapsed;
-                                }),
-                  1);
+        const auto took = [elapsed](auto& info) {
+            return Microseconds(info.m_Duration) == elapsed;
+        };
+        EXPECT_EQ(std::count_if(infos.begin(), infos.end(), took), 1);
     }
     EXPECT_EQ(infos.front().m_llRecvs, 0);
     EXPECT_EQ(Microseconds(Records()[pthread_self()].m_Duration), 103 * SECOND);
@@ -225,6 +209,24 @@ TEST_F(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
     EXPECT_FALSE(IsEmsThreadTimeout(1));
     EXPECT_TRUE(IsEmsThreadTimeout(-1));
     EXPECT_TRUE(IsEmsThreadTimeout(LONG_MIN));
+    faults::g_llClock = faults::FAILING_CLOCK; // counts as zero
+    {
+        RegEmsThreadInfo atZero(nullptr);
+    }
+    EXPECT_EQ(Microseconds(MyRecord().m_StartTime), 0);
+}
+
+TEST_F(ThreadMonitor, AllRecordsAreHandedOutOrNone)
+{
+    Enter(1);
+    Enter(2);
+    SetClock(10);
+    for (const long seconds : {0, 10}) {
+        std::list<EmsThreadInfo> infos;
+        const faults::FailNth noMemory(faults::ALLOCATION, 2);
+        EXPECT_THROW(GetEmsThreadInfo(infos, seconds), std::bad_alloc);
+        EXPECT_TRUE(infos.empty());
+    }
 }
 
 TEST_F(ThreadMonitor, TheStatisticsAreOneText)
@@ -281,6 +283,19 @@ TEST_F(ThreadMonitor, ADebugInterfaceMayEnterAStretchOfItsOwn)
     StatEmsThreadInfo();
 }
 
+TEST_F(ThreadMonitor, AnExitThatRunsOutOfMemoryEndsQuietly)
+{
+    // Only one whose entry could not make the records has any to make.
+    std::optional<RegEmsThreadInfo> inside;
+    {
+        const faults::FailNth noLock(faults::MUTEX_LOCK);
+        inside.emplace(nullptr);
+    }
+    const faults::FailNth noMemory(faults::ALLOCATION);
+    inside.reset();
+    EXPECT_TRUE(noMemory.Happened());
+}
+
 TEST_F(ThreadMonitor, AThreadIsNotCancelledWhileItLeaves)
 {
     // The clock asks whether to cancel. Were the answer yes, the process would be aborted.
@@ -303,60 +318,17 @@ TEST(MsgHandleMode, IsReadOnceAndOnlyZeroAndOneCount)
         int mode;
     } cases[] = {{1, 0, 0}, {1, 1, 1}, {1, 2, 1}, {1, -1, 1}, {0, 0, 1}, {2, 0, 1}};
     for (const auto& test : cases) {
+        ThePlatform().readMode = [&](int& value) {
+            value = test.value;
+            return test.result;
+        };
         // Each in a process of its own, as the first answer holds.
         EXPECT_EXIT(
             {
-                ThePlatform().readMode = [&](int& value) {
-                    value = test.value;
-                    return test.result;
-                };
-                const int first = ReadMsgHandleModeSwitcher();
-                ThePlatform().readMode = [&](int& value) {
-                    value = 1 - test.mode;
-                    return 1;
-                };
-                const int second = ReadMsgHandleModeSwitcher();
-                std::_Exit(first == second && ThePlatform().modeReads == 1 ? first : 9);
+                ReadMsgHandleModeSwitcher();
+                const int mode = ReadMsgHandleModeSwitcher();
+                std::exit(ThePlatform().modeReads == 1 ? mode : 2);
             },
             testing::ExitedWithCode(test.mode), "");
     }
-}
-
-TEST(MsgHandleMode, AThrowingPlatformLeavesItUnreadAndThreadsReadItOnce)
-{
-    ThePlatform().readMode = [](int&) -> int { throw std::runtime_error("no configuration"); };
-    EXPECT_THROW(ReadMsgHandleModeSwitcher(), std::runtime_error);
-    ThePlatform().readMode = [](int& value) {
-        value = 0;
-        return 1;
-    };
-    RunOnThreads(8, [](int) { EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0); });
-    EXPECT_EQ(ThePlatform().modeReads, 2);
-}
-
-TEST(ThreadMonitorRaces, EntriesExitsAndQueriesKeepExactCounts)
-{
-    constexpr int rounds = 50;
-    long long expected = 0;
-    for (const int threads : {32, 8, 2}) {
-        RunOnThreads(threads, [](int) {
-            EmsThreadInfoMap values = {{"Report", {"", 0}}};
-            for (int i = 0; i < rounds; ++i) {
-                AddEmsThreadInfo(values, "round", i);
-                RegEmsThreadInfo inside(&values);
-                std::list<EmsThreadInfo> infos;
-                GetEmsThreadInfo(infos, -1);
-                GetEmsThreadInfo(infos, 0);
-                IsEmsThreadTimeout(1000);
-                StatEmsThreadInfo();
-                EXPECT_TRUE(IsEmsThreadReport(pthread_self()));
-            }
-        });
-        expected += 2LL * threads * rounds;
-    }
-    long long events = 0;
-    for (const auto& [id, record] : Records()) {
-        events += record.m_llRecvs;
-    }
-    EXPECT_EQ(events, expected);
 }

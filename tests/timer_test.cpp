@@ -1,9 +1,7 @@
-#include <atomic>
 #include <cstring>
 #include <functional>
 #include <latch>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -11,7 +9,6 @@
 
 #include "agent/emsutil_util_timer.h"
 #include "tests/test_platform.h"
-#include "tests/threads.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using namespace std::chrono_literals;
@@ -169,32 +166,6 @@ TEST(Timer, AnEarlyExpiryWaitsForTheIdAndDisarmsIt)
     EXPECT_EQ(TakeEvents(), "timeout ");
 }
 
-TEST(Timer, MayBeScheduledWhileItsManagerStops)
-{
-    std::atomic<bool> done = false;
-    TaskManager& manager = *emsplatform::AddTaskManager(8, {1us, nullptr});
-    static std::atomic<int> freed;
-    static EmsUtilTimerInterface count = {nullptr, [](void* given) { return given; },
-                                          [](void*) {
-                                              ++freed;
-                                              emsplatform::AddTaskManager(8, {}); // there is one
-                                          }};
-    std::thread stopper([&] {
-        while (!done) {
-            manager.Start();
-            manager.Stop();
-        }
-    });
-    constexpr int timers = 2000;
-    for (int i = 0; i < timers; ++i) {
-        ScheduleEmsUtilTimer(8, count, &count);
-    }
-    done = true;
-    stopper.join();
-    manager.Stop();
-    EXPECT_EQ(freed, timers);
-}
-
 TEST(Timer, TheTablesHaveTheOrderThatThePlatformReliesOn)
 {
     EXPECT_EQ(Slot(&NSQN_util::DebugInterface::DebugPrint), 2u);
@@ -260,31 +231,4 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
     EXPECT_EQ(outer.DeliverExpired(), 1u);
     EXPECT_EQ(outer.DeliverExpired(), 0u);
     manager.Stop();
-}
-
-TEST(TaskManager, ItsOwnThreadFiresTimersOfManyThreads)
-{
-    constexpr int threads = 8;
-    constexpr int each = 500;
-    constexpr int timers = threads * each;
-    static std::atomic<int> fired;
-    static std::atomic<int> freed;
-    static std::latch all(timers);
-    TaskManager& manager = *emsplatform::AddTaskManager(9, {50us, nullptr});
-    manager.Start();
-    static EmsUtilTimerInterface count = {[](void*) {
-                                              ++fired;
-                                              all.count_down();
-                                          },
-                                          [](void* param) { return param; },
-                                          [](void*) { ++freed; }};
-    RunOnThreads(threads, [](int) {
-        for (int i = 0; i < each; ++i) {
-            ScheduleEmsUtilTimer(9, count, &count);
-        }
-    });
-    all.wait();
-    manager.Stop();
-    EXPECT_EQ(fired, timers);
-    EXPECT_EQ(freed, timers);
 }
