@@ -24,7 +24,7 @@ T* CreateOnce(T*& instance, Check check)
     }
     ACE_Recursive_Thread_Mutex* lock = ACE_Static_Object_Lock::instance();
     if (lock == nullptr) {
-        return nullptr;
+        return nullptr; // not covered: ACE has the lock until ACE itself is gone
     }
     const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*lock);
     if (!guard.locked()) {

@@ -37,7 +37,7 @@ void QNMitLockErrMgr::Destroy()
     }
     ACE_Recursive_Thread_Mutex* const lock = ACE_Static_Object_Lock::instance();
     if (lock == nullptr) {
-        return;
+        return; // not covered: ACE has the lock until ACE itself is gone
     }
     const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*lock);
     if (guard.locked()) {
