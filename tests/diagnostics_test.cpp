@@ -233,22 +233,6 @@ TEST_F(ReportFile, KeepsMessagesAsTheyAreFormattedUpTo511Characters)
     EXPECT_EQ(Take(), "kept");
 }
 
-TEST_F(ReportFile, AnEntryOfAnotherThreadWaitsForTheWholeOfThisOne)
-{
-    static std::thread other;
-    faults::g_pCtime = [](char* buffer) {
-        other = std::thread([] { EmsUtilTraced("other"); });
-        for (int i = 0; i < 1000; ++i) {
-            std::this_thread::yield(); // for the other to get ahead, if nothing holds it
-        }
-        return std::strcpy(buffer, "stamp\n");
-    };
-    EmsUtilReport("message ");
-    faults::g_pCtime = nullptr;
-    other.join();
-    EXPECT_EQ(Take(), "stampmessage other");
-}
-
 TEST(TimeGuard, WritesItsDescriptionAndWholeMilliseconds)
 {
     const struct

@@ -1,5 +1,6 @@
 #include <latch>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
