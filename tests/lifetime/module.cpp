@@ -7,13 +7,16 @@
 // last.
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <thread>
+#include <utility>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -125,8 +128,9 @@ void UseRecord(const Record& record, const std::string& text, const std::string&
     Record copy(record);
     Record assigned;
     assigned = copy;
-    std::string form = assigned.ToString();
-    REQUIRE(form == text && Record::FromString(form).ToString() == empty);
+    std::string form = copy.ToString();
+    REQUIRE(form == text && assigned.ToString() == text);
+    REQUIRE(Record::FromString(form).ToString() == empty);
 }
 
 void UseCommands()
@@ -158,7 +162,9 @@ void UseDiagnostics(const Surroundings& surroundings)
     const std::string report = Surroundings::Report();
     REQUIRE(report.size() == 6 + 24 + 8); // with the time in the middle
     REQUIRE(report.starts_with("traced") && report.ends_with("reported"));
-    AgentTimeGuard("%s", "guarded");
+    {
+        const AgentTimeGuard guard("%s", "guarded");
+    }
     surroundings.RequireLine("guarded\nused time(ms): ");
 }
 
