@@ -260,6 +260,7 @@ TEST(TimeGuard, WritesItsDescriptionAndWholeMilliseconds)
     }
     faults::g_llClock = 0;
     const Lines elapsed = {"1|used time(ms): 0\n"};
+    // NOLINTBEGIN(bugprone-unused-raii): these end at once
     AgentTimeGuard(nullptr);
     EXPECT_EQ(TakeLines(), elapsed);
     const std::string fits(511, 'f');
@@ -270,6 +271,7 @@ TEST(TimeGuard, WritesItsDescriptionAndWholeMilliseconds)
     AgentTimeGuard("%sff", fits.c_str());
     EXPECT_EQ(TakeLines(), (Lines{check, told[0], told[1]}));
     AgentTimeGuard("cannot be told in ASCII: %ls", L"\u20ac");
+    // NOLINTEND(bugprone-unused-raii)
     EXPECT_EQ(TakeLines(), (Lines{check, elapsed[0]}));
     faults::g_llClock = faults::REAL_CLOCK;
 }

@@ -14,6 +14,7 @@ EXPOSE(RecordsOf, QNMitLockErrMgr, m_ThrIDInfoMap, Records)
 
 TEST(LockErrorManager, KeepsTheFirstTextOfAThreadWhileTheSwitchIsOn)
 {
+    QNMitLockErrMgr::Destroy(); // there is none
     QNMitLockErrMgr& locks = *QNMitLockErrMgr::Instance();
     locks.InsertThrIDandInfo(1, "off");
     locks.InsertThrIDandInfo(1, nullptr);

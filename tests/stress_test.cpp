@@ -81,6 +81,10 @@ TEST_P(Stress, CommandsKeepTheOrderOfEachProducer)
         for (int i = 0; i < COMMANDS / m_nThreads; ++i) {
             EmsGeneralCmd cmd = Numbered(static_cast<std::size_t>(thread), i);
             addGeneralCmd(cmd);
+            if (i % 1000 == 0) { // while others are looked up
+                std::string others = std::to_string(thread) + "," + std::to_string(i);
+                RegEmsUtilCmd(others, [](EmsGeneralCmd*, EmsGeneralCmd*) { return 0; });
+            }
         }
         --producing;
     });
