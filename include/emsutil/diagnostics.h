@@ -5,7 +5,6 @@
 /// block took.
 ///
 ///     #include <emsplatform/debug_interface.h>
-///     #include <emsutil/diagnostics.h>
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -13,11 +12,12 @@
 ///     if (NSQN_util::DebugInterface* debug = GetEmsUtilAgentDebugInterface())
 ///         debug->DebugPrint(1, "connected: %s\n", who.c_str());
 ///
-///     EmsUtilReport("connected: %s\n", who.c_str()); // Sun Nov 22 20:38:00 2026connected: ...
+///     EmsUtilReport(" connected: %s\n", who.c_str()); // Sun Nov 22 20:38:00 2026 connected: ...
+///
 ///     {
 ///         AgentTimeGuard guard("loading %s", who.c_str());
 ///         Load();
-///     } // "loading ...\n", "used time(ms): 12\n"
+///     } // "loading ...\n", "used time(ms): 20\n"
 ///
 /// Thread safety: every function here may be called from any thread at any time.
 /// Ownership: the debug interface belongs to the platform and lives as long as the process; texts

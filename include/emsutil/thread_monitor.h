@@ -13,8 +13,9 @@
 ///         DoJob();
 ///     }
 ///
-///     if (IsEmsThreadTimeout(60)) // the watchdog
-///         StatEmsThreadInfo();
+///     while (!IsEmsThreadTimeout(1)) // the watchdog: a second is too long
+///         std::this_thread::sleep_for(std::chrono::milliseconds(100));
+///     StatEmsThreadInfo();
 ///
 /// The process keeps one record a thread id, for its life. A system that gives the id of an ended
 /// thread to a new one gives it the old record too.

@@ -18,7 +18,8 @@
 ///     void End(unsigned long handle) // another thread
 ///     {
 ///         QNTransactionLog log(handle);
-///         auto* request = static_cast<Text*>(log.GetBuffer("request", 1));
+///         if (auto* request = static_cast<Text*>(log.GetBuffer("request", 1)))
+///             std::puts(request->text.c_str());
 ///         log.Release();
 ///     } // the last reference: the log and its buffers are gone
 ///

@@ -5,8 +5,10 @@
 ///
 ///     emsplatform::TaskManager* manager = emsplatform::AddTaskManager(7, {});
 ///     manager->Start();
-///     ... // ScheduleEmsUtilTimer(7, ...) from any thread
-///     manager->Stop();
+///
+///     ScheduleEmsUtilTimer(7, timer, &text);
+///
+///     manager->Stop(); // destroys what is still pending
 ///
 /// Thread safety: any thread may call any operation, a task's event included.
 /// Ownership: a task manager owns the tasks inserted into it.

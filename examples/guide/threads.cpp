@@ -1,0 +1,59 @@
+#include <chrono>
+#include <cstdio>
+#include <future>
+#include <list>
+#include <thread>
+
+#include <emsplatform/setup.h>
+#include <emsutil/thread_monitor.h>
+
+using namespace NSQN_EMSUTIL_AGENT;
+
+namespace {
+
+constexpr int JOBS = 3;
+int g_nJob = 0; // the worker's
+std::promise<void> g_Unstick;
+
+bool TakeJob()
+{
+    return ++g_nJob <= JOBS;
+}
+
+/// The last job gets stuck.
+void DoJob()
+{
+    if (g_nJob == JOBS) {
+        g_Unstick.get_future().wait();
+    }
+}
+
+void Work()
+{
+    EmsThreadInfoMap values; // the worker's own
+    for (int jobs = 1; TakeJob(); ++jobs) {
+        AddEmsThreadInfo(values, "jobs", jobs);
+        RegEmsThreadInfo inside(&values);
+        DoJob();
+    }
+}
+
+} // namespace
+
+int main()
+{
+    emsplatform::SetDebugStream(stdout);
+    std::thread worker(Work);
+
+    while (!IsEmsThreadTimeout(1)) // the watchdog: a second is too long
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    StatEmsThreadInfo();
+
+    std::list<EmsThreadInfo> overdue;
+    GetEmsThreadInfo(overdue, 1);
+    for (const EmsThreadInfo& info : overdue) {
+        std::printf("overdue in job %s\n", info.m_InfoMap.at("jobs").first.c_str());
+    }
+    g_Unstick.set_value();
+    worker.join();
+}

@@ -1,0 +1,29 @@
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include <emsplatform/setup.h>
+#include <emsutil/diagnostics.h>
+
+using namespace NSQN_EMSUTIL_AGENT;
+
+namespace {
+
+void Load()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+} // namespace
+
+int main()
+{
+    emsplatform::SetDebugStream(stdout); // standard error unless set
+    const std::string who = "NE-17";
+
+    {
+        AgentTimeGuard guard("loading %s", who.c_str());
+        Load();
+    } // "loading ...\n", "used time(ms): 20\n"
+}

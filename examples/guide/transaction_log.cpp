@@ -1,0 +1,43 @@
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include <emsutil/transaction_log.h>
+
+using namespace NSQN_util;
+
+namespace {
+
+struct Text : QNTransactionBuffer
+{
+    std::string text;
+};
+
+unsigned long Begin(Text* request) // one thread
+{
+    QNTransactionLog log;
+    log.AddBuffer("request", 1, request); // the log owns it from here on
+    log.AddRef(1);                        // keeps the log when this handle is gone
+    return log.GetHandle();
+}
+
+void End(unsigned long handle) // another thread
+{
+    QNTransactionLog log(handle);
+    if (auto* request = static_cast<Text*>(log.GetBuffer("request", 1)))
+        std::puts(request->text.c_str());
+    log.Release();
+} // the last reference: the log and its buffers are gone
+
+} // namespace
+
+int main()
+{
+    auto* request = new Text;
+    request->text = "two valves";
+    const unsigned long handle = Begin(request);
+    std::thread(End, handle).join();
+
+    const QNTransactionLog late(handle);
+    std::puts(late.IsValid() ? "the log is still there" : "the log is gone");
+}

@@ -1,0 +1,30 @@
+#!/bin/sh
+# guide_output.sh GUIDE EXAMPLE PROGRAM
+#
+# Runs the program in an empty folder. It prints what the guide shows in the first block marked text
+# after its link to the example, but for times and thread ids.
+
+guide=$1 example=$2 program=$3
+folder=$(mktemp -d) || exit 1
+trap 'rm -rf "$folder"' EXIT
+cd "$folder" || exit 1
+
+masked() {
+    sed -E 's/[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4}/#/
+        s/^( thread (id|start|duration|max duration) +)[0-9a-f]+$/\1#/
+        s/^(used time\(ms\): )[0-9]+$/\1#/'
+}
+
+"$program" >printed 2>&1 || echo "exit status $?" >>printed
+masked <printed >is
+awk -v link="](../$example)" '
+    index($0, link) { linked = 1 }
+    shown && /^```$/ { exit }
+    shown
+    linked && /^```text$/ { shown = 1 }
+' "$guide" | masked >expected
+if [ ! -s expected ]; then
+    echo "the guide does not show what $example prints"
+    exit 1
+fi
+diff -u expected is
