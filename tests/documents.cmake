@@ -4,21 +4,19 @@ set(guide_programs commands lock_errors report threads time_guard timer transact
 foreach(name IN LISTS guide_programs)
     add_executable(guide_${name} "${PROJECT_SOURCE_DIR}/examples/guide/${name}.cpp")
     emsutil_configure_target(guide_${name})
-    target_link_libraries(guide_${name} PRIVATE emsutil::emsutil emsutil::platform)
+    target_link_libraries(guide_${name} PRIVATE emsutil::emsutil)
 endforeach()
 
 # Each piece of code in a document, and the example of each header, is from one of these.
 file(GLOB quoted CONFIGURE_DEPENDS
     "${PROJECT_SOURCE_DIR}/examples/*.cpp"
     "${PROJECT_SOURCE_DIR}/examples/guide/*.cpp"
-    "${PROJECT_SOURCE_DIR}/agent/*.cpp"
-    "${PROJECT_SOURCE_DIR}/host/*.cpp"
-    "${PROJECT_SOURCE_DIR}/host/CMakeLists.txt")
+    "${PROJECT_SOURCE_DIR}/util/*.cpp")
 file(GLOB_RECURSE own_platform CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/examples/own_platform/*")
 set(headers ${public_headers})
 list(REMOVE_ITEM headers emsutil/export.h)
 list(TRANSFORM headers PREPEND include/)
-foreach(document IN ITEMS README.md docs/guide.md ${headers}
+foreach(document IN ITEMS README.md CONTRIBUTING.md docs/guide.md ${headers}
         platform/include/emsplatform/task_manager.h)
     add_test(NAME quotes.${document}
         COMMAND sh "${CMAKE_CURRENT_SOURCE_DIR}/quotes.sh" "${PROJECT_SOURCE_DIR}/${document}"
