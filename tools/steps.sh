@@ -6,7 +6,7 @@ set -u -o pipefail
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev)
 TEST_PACKAGES=(libgtest-dev)
-CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev)
+CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc)
 
 fail() {
     echo "$script: $1" >&2
@@ -68,6 +68,7 @@ need_commands() {
             lib*) continue ;;
             ninja-build) command=ninja ;;
             clang) command=clang++ ;;
+            graphviz) command=dot ;;
             *) command=$package ;;
         esac
         command -v "$command" >/dev/null || missing+=("$command")

@@ -58,8 +58,8 @@ enum : std::int32_t {
 class EMSUTIL_API EmsNameAndValueStringTypePair
 {
 public:
-    std::string name;
-    std::string value;
+    std::string name;   ///< may be any text, the empty one included
+    std::string value;  ///< likewise
     std::int32_t rtype; ///< NVTP_TYPE_STRING, NVTP_TYPE_LONG, or a code of the host's own
 
     EmsNameAndValueStringTypePair();
@@ -76,7 +76,7 @@ public:
 class EMSUTIL_API EmsNVTPList
 {
 public:
-    std::list<EmsNameAndValueStringTypePair> nvtps;
+    std::list<EmsNameAndValueStringTypePair> nvtps; ///< the pairs
 
     EmsNVTPList();
     EmsNVTPList(const EmsNVTPList& other);
@@ -90,7 +90,7 @@ public:
 class EMSUTIL_API EmsGeneralObj
 {
 public:
-    EmsNVTPList nvtps;
+    EmsNVTPList nvtps; ///< its attributes
 
     EmsGeneralObj();
     EmsGeneralObj(const EmsGeneralObj& other);
@@ -104,7 +104,7 @@ public:
 class EMSUTIL_API EmsGeneralObjList
 {
 public:
-    std::list<EmsGeneralObj> objs;
+    std::list<EmsGeneralObj> objs; ///< the objects
 
     EmsGeneralObjList();
     EmsGeneralObjList(const EmsGeneralObjList& other);
@@ -120,9 +120,9 @@ public:
 class EMSUTIL_API EmsGeneralCmd
 {
 public:
-    std::string name;
-    EmsGeneralObjList objs;
-    EmsNVTPList nvtps;
+    std::string name;       ///< selects the handler
+    EmsGeneralObjList objs; ///< what it is about
+    EmsNVTPList nvtps;      ///< its parameters
 
     EmsGeneralCmd();
     EmsGeneralCmd(const EmsGeneralCmd& other);

@@ -29,6 +29,7 @@
 
 namespace NSQN_util {
 
+/// The texts of a process by thread id.
 class EMSUTIL_API QNMitLockErrMgr
 {
 public:

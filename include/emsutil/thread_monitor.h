@@ -94,6 +94,7 @@ private:
 /// into the map. Does not block.
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, const char* value);
+/// The same for an int, kept as decimal text.
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, int value);
 

@@ -36,9 +36,9 @@ namespace NSQN_EMSUTIL_AGENT {
 /// | pfnFreeParam | the copy, if not null | once, at the timer's end | where the manager destroys |
 struct EmsUtilTimerInterface
 {
-    void (*pfnTimeout)(void*);
-    void* (*pfnCopyParam)(void*);
-    void (*pfnFreeParam)(void*);
+    void (*pfnTimeout)(void*);    ///< what is to happen
+    void* (*pfnCopyParam)(void*); ///< makes the timer's own data
+    void (*pfnFreeParam)(void*);  ///< frees that
 };
 
 /// Has the task manager with this id (0 to 255) run `timer.pfnTimeout` once, when one of the

@@ -83,6 +83,7 @@ public:
     /// block.
     unsigned long GetHandle();
 
+    /// Whether it is attached to a log. Does not block.
     bool IsValid() const;
 
     /// Adds `n` extra references, which keep the log without a handle. Returns how many extra ones

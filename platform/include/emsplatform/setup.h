@@ -14,7 +14,11 @@
 
 namespace emsplatform {
 
-enum class DebugOperation { DebugPrint, AssertPrint };
+/// The operation of the debug interface that a text was given to.
+enum class DebugOperation {
+    DebugPrint, ///< a line of a level
+    AssertPrint ///< a line that is shown at every level
+};
 
 /// Gets each text as formatted, without a newline added; `level` is 0 for AssertPrint. It runs on
 /// the thread that prints, with no lock of the platform held: it may print itself, and several
@@ -26,6 +30,7 @@ using DebugCallback =
 /// Where debug lines go: standard error at first. A stream or a file gets each text as one whole
 /// line, with a newline added to a text that has none at its end. A null one drops the lines.
 void SetDebugStream(std::FILE* stream);
+/// Has the lines go to a callback. A null one drops them.
 void SetDebugCallback(DebugCallback callback);
 
 /// Appends debug lines to a file. Returns false, and changes nothing, when it cannot be opened;
@@ -35,10 +40,11 @@ bool SetDebugFile(const std::string& path);
 /// The lowest level that DebugPrint shows: 0 at first. libemsutil prints at level 1.
 void SetLowestDebugLevel(int level);
 
-/// The install path (at first the current directory at the first question), the process's name
-/// (at first the program's), and the configuration file (at first "ems.cfg" in the install path).
+/// The install path: at first the current directory at the first question.
 void SetInstallPath(const std::string& path);
+/// The process's name: at first the program's.
 void SetProcessName(const std::string& name);
+/// The configuration file: at first "ems.cfg" in the install path.
 void SetConfigFile(const std::string& path);
 
 } // namespace emsplatform

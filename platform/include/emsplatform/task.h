@@ -4,6 +4,7 @@
 /// The platform's task framework, as far as libemsutil builds on it: a process has an application
 /// manager, which knows task managers by id; a task manager owns tasks and delivers their events.
 
+/// How a message was answered.
 typedef int eKorErrorCode;
 
 // Messages between tasks; tasks of libemsutil neither send nor read any.
@@ -32,7 +33,9 @@ public:
 
     /// Called with the message that starts the task, or null. This platform does not call it.
     virtual void InitTaskCmdReqProcess(CmdMSG* msg);
+    /// Called with a message to the task. This platform does not call it.
     virtual void eKorTaskCmdRecv(CmdMSG* msg) = 0;
+    /// Called with the answer to a message of the task. This platform does not call it.
     virtual void eKorTaskCmdResp(eKorErrorCode code, CmdMSG* msg) = 0;
     /// Called each time that the interval timer with this id expires.
     virtual void eKorTaskTimeInterval(long id);
@@ -48,7 +51,9 @@ public:
     /// any, has returned. Other states mean nothing to the manager.
     void eKorSetTaskState(int state);
 
+    /// As the constructor got it.
     const char* Name() const { return m_pName; }
+    /// 0 until the manager has given one.
     unsigned long ReqID() const { return m_ulReqID; }
 
 private:
@@ -74,6 +79,7 @@ public:
 
     void eKorTaskCmdRecv(CmdMSG* msg) override;
     void eKorTaskCmdResp(eKorErrorCode code, CmdMSG* msg) override;
+    /// Called with a message of another kind. This platform does not call it.
     virtual void HandleNoAsn1Msg(QNCmdMsg* msg);
 };
 
@@ -99,6 +105,7 @@ protected:
     ~eKorTaskMgr() = default;
 };
 
+/// Knows the task managers of the process.
 class eKorAppMgr
 {
 public:

@@ -26,6 +26,7 @@
 
 namespace emsplatform {
 
+/// How a task manager keeps time.
 struct TaskManagerOptions
 {
     /// What an interval of 1 lasts: a tenth of a second unless set, from a microsecond to a minute.
@@ -37,6 +38,7 @@ struct TaskManagerOptions
     std::function<std::chrono::nanoseconds()> m_Clock;
 };
 
+/// Owns tasks, keeps their timers, and delivers their events.
 class TaskManager : public eKorTaskMgr
 {
 public:
@@ -62,6 +64,7 @@ public:
     /// while another thread delivers.
     std::size_t DeliverExpired();
 
+    /// The tasks. For this platform's own sources.
     TaskStore& Store() { return *m_pStore; }
 
 private:
