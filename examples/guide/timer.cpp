@@ -9,6 +9,14 @@ using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
 
+std::promise<void> g_Displayed;
+
+void Display(const std::string& text)
+{
+    std::puts(text.c_str());
+    g_Displayed.set_value();
+}
+
 void* Copy(void* text)
 {
     return new std::string(*static_cast<std::string*>(text));
@@ -16,19 +24,12 @@ void* Copy(void* text)
 
 void Show(void* text)
 {
-    std::puts(static_cast<std::string*>(text)->c_str());
+    Display(*static_cast<std::string*>(text));
 }
 
 void Free(void* text)
 {
     delete static_cast<std::string*>(text);
-}
-
-std::promise<void> g_Done;
-
-void Done(void*)
-{
-    g_Done.set_value();
 }
 
 } // namespace
@@ -42,9 +43,6 @@ int main()
     std::string text = "a unit of time later";
     ScheduleEmsUtilTimer(7, timer, &text);
 
-    EmsUtilTimerInterface last = {Done, nullptr, nullptr}; // a timer without data
-    ScheduleEmsUtilTimer(7, last, nullptr);
-    g_Done.get_future().wait();
-
+    g_Displayed.get_future().wait();
     manager->Stop(); // destroys what is still pending
 }

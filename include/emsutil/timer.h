@@ -6,7 +6,7 @@
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
 ///     void* Copy(void* text) { return new std::string(*static_cast<std::string*>(text)); }
-///     void Show(void* text) { std::puts(static_cast<std::string*>(text)->c_str()); }
+///     void Show(void* text) { Display(*static_cast<std::string*>(text)); }
 ///     void Free(void* text) { delete static_cast<std::string*>(text); }
 ///
 ///     EmsUtilTimerInterface timer = {Show, Copy, Free};
