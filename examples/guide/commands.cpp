@@ -5,8 +5,6 @@
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-namespace {
-
 int SetLevel(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 {
     return std::puts(cmd->ToString().c_str());
@@ -14,8 +12,6 @@ int SetLevel(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 
 std::string name = "SetLevel";
 RegEmsUtilCmd registration(name, SetLevel);
-
-} // namespace
 
 int main()
 {

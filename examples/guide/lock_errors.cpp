@@ -8,8 +8,6 @@
 
 using NSQN_util::QNMitLockErrMgr;
 
-namespace {
-
 std::mutex g_AlarmTable;
 
 void LockTheTable()
@@ -17,8 +15,6 @@ void LockTheTable()
     g_AlarmTable.lock();
     std::puts("the alarm table is locked");
 }
-
-} // namespace
 
 int main()
 {

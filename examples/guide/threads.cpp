@@ -9,23 +9,18 @@
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-namespace {
-
-constexpr int JOBS = 3;
 int g_nJob = 0; // the worker's
 std::promise<void> g_Unstick;
 
 bool TakeJob()
 {
-    return ++g_nJob <= JOBS;
+    return ++g_nJob <= 3;
 }
 
-/// The last job gets stuck.
 void DoJob()
 {
-    if (g_nJob == JOBS) {
+    if (g_nJob == 3) // this one gets stuck
         g_Unstick.get_future().wait();
-    }
 }
 
 void Work()
@@ -38,8 +33,6 @@ void Work()
     }
 }
 
-} // namespace
-
 int main()
 {
     emsplatform::SetDebugStream(stdout);
@@ -51,9 +44,9 @@ int main()
 
     std::list<EmsThreadInfo> overdue;
     GetEmsThreadInfo(overdue, 1);
-    for (const EmsThreadInfo& info : overdue) {
+    for (const EmsThreadInfo& info : overdue)
         std::printf("overdue in job %s\n", info.m_InfoMap.at("jobs").first.c_str());
-    }
+
     g_Unstick.set_value();
     worker.join();
 }

@@ -8,14 +8,10 @@
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-namespace {
-
 void Load()
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
-
-} // namespace
 
 int main()
 {

@@ -7,8 +7,6 @@
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-namespace {
-
 std::promise<void> g_Displayed;
 
 void Display(const std::string& text)
@@ -31,8 +29,6 @@ void Free(void* text)
 {
     delete static_cast<std::string*>(text);
 }
-
-} // namespace
 
 int main()
 {

@@ -6,8 +6,6 @@
 
 using namespace NSQN_util;
 
-namespace {
-
 struct Text : QNTransactionBuffer
 {
     std::string text;
@@ -28,8 +26,6 @@ void End(unsigned long handle) // another thread
         std::puts(request->text.c_str());
     log.Release();
 } // the last reference: the log and its buffers are gone
-
-} // namespace
 
 int main()
 {
