@@ -20,3 +20,13 @@ function(emsutil_configure_target target)
         $<$<BOOL:${EMSUTIL_WARNINGS_AS_ERRORS}>:-Werror>)
     target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:emsutil_sanitizers>")
 endfunction()
+
+# What a library of ours has besides, when it is a shared one. `exports` is a linker version script.
+function(emsutil_configure_library target exports)
+    set_target_properties(${target} PROPERTIES
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${EMSUTIL_SOVERSION}
+        LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${exports}")
+    target_link_options(${target} PRIVATE
+        "LINKER:--version-script=${CMAKE_CURRENT_SOURCE_DIR}/${exports}")
+endfunction()
