@@ -1,0 +1,64 @@
+# What is installed, in two components: Runtime has the shared libraries, Development all that a host
+# is built with, and emshost to try it on. The install folders may be relative or absolute; where the
+# first are kept, an install tree can be moved.
+
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+install(TARGETS emsutil emsutil_platform EXPORT emsutil
+    LIBRARY COMPONENT Runtime NAMELINK_COMPONENT Development
+    ARCHIVE COMPONENT Development
+    INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(DIRECTORY include/emsutil platform/include/emsplatform
+    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
+    COMPONENT Development
+    FILES_MATCHING PATTERN "*.h")
+if(EMSUTIL_BUILD_HOST)
+    install(TARGETS emshost RUNTIME COMPONENT Development)
+endif()
+
+# Off the dynamic linker's own folders, what is installed finds the libraries beside it.
+if(NOT DEFINED CMAKE_INSTALL_RPATH)
+    file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+    set_property(TARGET emsutil PROPERTY INSTALL_RPATH "\$ORIGIN")
+    if(EMSUTIL_BUILD_HOST)
+        set_property(TARGET emshost PROPERTY INSTALL_RPATH "\$ORIGIN/${bin_to_lib}")
+    endif()
+endif()
+
+# find_package(emsutil)
+set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/emsutil")
+configure_package_config_file(cmake/emsutil-config.cmake.in emsutil-config.cmake
+    INSTALL_DESTINATION "${package_folder}"
+    NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(emsutil-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+        "${CMAKE_CURRENT_BINARY_DIR}/emsutil-config.cmake"
+        "${CMAKE_CURRENT_BINARY_DIR}/emsutil-config-version.cmake"
+        cmake/FindACE.cmake
+    DESTINATION "${package_folder}"
+    COMPONENT Development)
+install(EXPORT emsutil
+    NAMESPACE emsutil::
+    FILE emsutil-targets.cmake
+    DESTINATION "${package_folder}"
+    COMPONENT Development)
+
+# pkg-config. A relative folder is told from where the file itself lies.
+set(pc_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+    set(pc_prefix "${CMAKE_INSTALL_PREFIX}")
+else()
+    file(RELATIVE_PATH pc_to_prefix "/${pc_folder}" /)
+    string(REGEX REPLACE "/$" "" pc_prefix "\${pcfiledir}/${pc_to_prefix}")
+endif()
+foreach(folder IN ITEMS LIBDIR INCLUDEDIR)
+    set(pc_${folder} "\${prefix}")
+    cmake_path(APPEND pc_${folder} "${CMAKE_INSTALL_${folder}}")
+endforeach()
+foreach(package IN ITEMS emsutil emsplatform)
+    configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
+    install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${package}.pc"
+        DESTINATION "${pc_folder}"
+        COMPONENT Development)
+endforeach()

@@ -1,0 +1,47 @@
+# Debian packages: cpack in a build folder makes one of each component. Configure with
+# CMAKE_INSTALL_PREFIX=/usr, for the folders that Debian has there.
+
+set(runtime libemsutil${EMSUTIL_SOVERSION})
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "emsutil developers <emsutil@example.org>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL Runtime Development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# of emshost, which needs libraries that no package has yet
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}" "${PROJECT_BINARY_DIR}/platform")
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(description
+"General commands, diagnostics, a thread monitor, one-shot timers, transaction
+logs and a lock error manager, shared by the modules of a process.\n\n")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+"${description}This package has the shared libraries: emsutil's, and the stand-in platform's.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libemsutil-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime} (= ${PROJECT_VERSION}), libace-dev (>= 6.5)")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+"${description}This package has the headers, the files for CMake and pkg-config, and emshost,
+a host process that plays command scripts.")
+
+# Debian's own files, which a plain cmake --install leaves out.
+execute_process(COMMAND gzip -9nc "${PROJECT_SOURCE_DIR}/cmake/debian/changelog"
+    OUTPUT_FILE "${PROJECT_BINARY_DIR}/changelog.gz"
+    COMMAND_ERROR_IS_FATAL ANY)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+    string(TOUPPER ${component} COMPONENT)
+    install(FILES cmake/debian/copyright "${PROJECT_BINARY_DIR}/changelog.gz"
+        DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME}"
+        COMPONENT ${component}
+        EXCLUDE_FROM_ALL)
+endforeach()
+
+include(CPack)

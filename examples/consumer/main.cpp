@@ -1,0 +1,32 @@
+// Registers a command, runs it, and watches the thread that does; C++11 will do.
+
+#include <cstdio>
+
+#include <emsplatform/setup.h>
+#include <emsutil/general_command.h>
+#include <emsutil/thread_monitor.h>
+
+using namespace NSQN_EMSUTIL_AGENT;
+
+int SetLevel(EmsGeneralCmd* cmd, EmsGeneralCmd*)
+{
+    EmsThreadInfoMap values;
+    AddEmsThreadInfo(values, "command", cmd->name.c_str());
+    RegEmsThreadInfo inside(&values);
+    return std::puts(cmd->ToString().c_str());
+}
+
+int main()
+{
+    emsplatform::SetDebugStream(stdout);
+    EmsGeneralCmd cmd;
+    cmd.name = "SetLevel";
+    RegEmsUtilCmd registration(cmd.name, SetLevel);
+    addGeneralCmd(cmd); // any thread
+    runGeneralCmd();    // the thread that drains
+
+    StatEmsThreadInfo();
+    std::list<EmsThreadInfo> threads;
+    GetEmsThreadInfo(threads, 0);
+    return threads.size() == 1 && threads.front().m_llRecvs == 2 ? 0 : 1;
+}

@@ -1,0 +1,16 @@
+#!/bin/sh -e
+# Makes the Debian packages of a build folder ($2) with cpack ($1), installs them into a folder of
+# their own ($3/root), and looks whether they ask for what they need.
+
+"$1" --config "$2/CPackConfig.cmake" -B "$3"
+for package in "$3"/*.deb; do
+    dpkg-deb -x "$package" "$3/root"
+done
+
+runtime=$(dpkg-deb -f "$3"/libemsutil[0-9]*.deb Depends)
+development=$(dpkg-deb -f "$3"/libemsutil-dev_*.deb Depends)
+echo "the libraries depend on $runtime"
+echo "the development files depend on $development"
+case $runtime in *libace-*libc6*libstdc++6*) ;; *) exit 1 ;; esac
+case $development in *'libemsutil'[0-9]*' (= '*libace-dev*) ;; *) exit 1 ;; esac
+"$3/root/usr/bin/emshost" --version
