@@ -5,7 +5,7 @@
 set -u -o pipefail
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev)
-TEST_PACKAGES=(libgtest-dev)
+TEST_PACKAGES=(libgtest-dev dpkg-dev file)
 CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc)
 
 fail() {
@@ -65,7 +65,7 @@ need_commands() {
     local package command missing=()
     for package; do
         case $package in
-            lib*) continue ;;
+            lib* | dpkg-dev) continue ;;
             ninja-build) command=ninja ;;
             clang) command=clang++ ;;
             graphviz) command=dot ;;
@@ -85,13 +85,14 @@ build() {
     cmake --build "$folder"
 }
 
-# run_tests TEXT: says TEXT and runs every test. Of what ctest prints the closing lines and the output
-# of a failed test are shown; all of it is in the log.
+# run_tests TEXT [OPTIONS]: says TEXT and runs every test, with ctest's OPTIONS. Of what ctest prints
+# the closing lines and the output of a failed test are shown; all of it is in the log.
 run_tests() {
-    local log=$folder/testing.log
-    echo "$script: $1"
-    ctest --test-dir "$folder" --output-on-failure --no-tests=error \
+    local text=$1 log=$folder/testing.log
+    shift
+    echo "$script: $text"
+    ctest --test-dir "$folder" "$@" --output-on-failure --no-tests=error \
         --parallel "$(nproc)" 2>&1 | tee "$log" |
         sed -u -E '/^Internal ctest changing|^Test project |^ +Start +[0-9]+: | Passed +[0-9.]+ sec/d; /^$/d' ||
-        fail "$1 failed; the whole log is $log"
+        fail "$text failed; the whole log is $log"
 }
