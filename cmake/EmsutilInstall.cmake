@@ -1,6 +1,6 @@
 # What is installed, in two components: Runtime has the shared libraries, Development all that a host
-# is built with, and emshost to try it on. The install folders may be relative or absolute; where the
-# first are kept, an install tree can be moved.
+# is built with, and emshost, as a package of shared libraries has no programs. The install folders may
+# be relative, and the tree can then be moved, or absolute.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -17,7 +17,7 @@ if(EMSUTIL_BUILD_HOST)
     install(TARGETS emshost RUNTIME COMPONENT Development)
 endif()
 
-# Off the dynamic linker's own folders, what is installed finds the libraries beside it.
+# Outside the dynamic linker's own folders too, what is installed finds the libraries beside it.
 if(NOT DEFINED CMAKE_INSTALL_RPATH)
     file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
     set_property(TARGET emsutil PROPERTY INSTALL_RPATH "\$ORIGIN")
