@@ -15,6 +15,7 @@ install(DIRECTORY include/emsutil platform/include/emsplatform
     FILES_MATCHING PATTERN "*.h")
 if(EMSUTIL_BUILD_HOST)
     install(TARGETS emshost RUNTIME COMPONENT Development)
+    install(FILES docs/emshost.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT Development)
 endif()
 
 # Outside the dynamic linker's own folders too, what is installed finds the libraries beside it.
