@@ -109,7 +109,8 @@ TEST_F(AssembledText, ACommandsFormIsWhatPrintfMakes)
             pair.name = Field();
             pair.value = Field();
             pair.rtype = Type();
-            pairs += (cmd.nvtps.nvtps.size() == 1 ? "" : ",") + Printed(pair);
+            pairs += cmd.nvtps.nvtps.size() == 1 ? "" : ",";
+            pairs += Printed(pair);
         }
         cmd.objs.objs.resize(m_Random() % 3);
         std::string objs;

@@ -99,7 +99,7 @@ bool Survives(const Operation& operation, const Fault& fault)
         error = errno;
         happened = injected.Happened();
     }
-    outcome += "|" + TakeState();
+    outcome.append("|").append(TakeState());
     if (!happened) {
         EXPECT_EQ(outcome, operation.m_Usual);
         return false;
