@@ -1,0 +1,124 @@
+#include "bench/compare.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <utility>
+
+namespace bench {
+
+namespace {
+
+constexpr int REPETITIONS = 7;
+constexpr double SECONDS_A_REPETITION = 0.06;
+
+std::string g_Only;
+std::map<std::string, double> g_Ours; // medians, by operation
+
+/// Keeps the times of all repetitions, by the name of the row.
+class Collector final : public benchmark::BenchmarkReporter
+{
+public:
+    bool ReportContext(const Context&) override { return true; }
+
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        for (const Run& run : runs) {
+            if (run.error_occurred) {
+                std::fprintf(stderr, "bench: %s: %s\n", run.benchmark_name().c_str(),
+                             run.error_message.c_str());
+                std::exit(1);
+            }
+            if (run.run_type == Run::RT_Iteration) {
+                m_Times[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
+            }
+        }
+    }
+
+    double Median(const std::string& who)
+    {
+        std::vector<double>& times = m_Times.at(who);
+        const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+        std::nth_element(times.begin(), middle, times.end());
+        return *middle;
+    }
+
+private:
+    std::map<std::string, std::vector<double>> m_Times;
+};
+
+bool IsSkipped(const std::string& operation)
+{
+    return operation.find(g_Only) == std::string::npos;
+}
+
+} // namespace
+
+Row Ours(Body body)
+{
+    return {"ours", "ours", std::move(body)};
+}
+
+Row Floor(Body body)
+{
+    return {"floor", "floor", std::move(body)};
+}
+
+Row Rival(std::string who, Body body)
+{
+    return {"rival", std::move(who), std::move(body)};
+}
+
+Row Peer(std::string who, Body body)
+{
+    return {"peer", std::move(who), std::move(body)};
+}
+
+void MeasureOnly(std::string text)
+{
+    g_Only = std::move(text);
+}
+
+void Compare(const Operation& operation, const std::vector<Row>& rows)
+{
+    if (IsSkipped(operation.m_Name)) {
+        return;
+    }
+    for (const Row& row : rows) {
+        auto* registered = benchmark::RegisterBenchmark(row.m_Who.c_str(), row.m_Body)
+                               ->Repetitions(REPETITIONS)
+                               ->Threads(operation.m_Threads)
+                               ->Unit(benchmark::kNanosecond);
+        if (operation.m_bOwnTime) {
+            registered->Iterations(1)->UseManualTime();
+        } else {
+            registered->MinTime(SECONDS_A_REPETITION)->UseRealTime();
+        }
+    }
+    Collector collector;
+    benchmark::RunSpecifiedBenchmarks(&collector, ".");
+    benchmark::ClearRegisteredBenchmarks();
+
+    std::fprintf(stderr, "%s:", operation.m_Name.c_str());
+    for (const Row& row : rows) {
+        const double median = collector.Median(row.m_Who);
+        std::printf("%s\t%s\t%s\t%.4g\t%.4g\n", operation.m_Name.c_str(), row.m_Kind.c_str(),
+                    row.m_Who.c_str(), median, operation.m_Goal);
+        std::fprintf(stderr, " %s %.4g;", row.m_Who.c_str(), median);
+    }
+    const double ours = collector.Median("ours");
+    std::fprintf(stderr, " %.2f of the floor\n", ours / collector.Median("floor"));
+    std::fflush(stdout);
+    g_Ours[operation.m_Name] = ours;
+}
+
+void CompareGrowth(const std::string& few, const std::string& many, double goal)
+{
+    if (!IsSkipped(few) && !IsSkipped(many)) {
+        std::printf("%s\tgrowth\t%s\t%.4g\t%.4g\n", many.c_str(), few.c_str(),
+                    g_Ours.at(many) / g_Ours.at(few), goal);
+    }
+}
+
+} // namespace bench
