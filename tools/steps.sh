@@ -1,12 +1,15 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # used by, and set by, the scripts that source this
-# What ./demo, ./check and .ci/run have in common. A script sets `script`, its name in messages, and
-# `folder`, its build folder, and sources this from the repository's root.
+# What ./demo, ./check, .ci/run and the scripts in bench/ have in common. A script sets `script`, its
+# name in messages, and `folder`, its build folder, and sources this from the repository's root.
 
 set -u -o pipefail
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev)
 TEST_PACKAGES=(libgtest-dev dpkg-dev file)
 CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc)
+BENCH_PACKAGES=(libbenchmark-dev valgrind gnuplot-nox)
+PEER_PACKAGES=(libabsl-dev libboost-dev libconcurrentqueue-dev libfmt-dev libglib2.0-dev
+    libgoogle-glog-dev libpoco-dev libspdlog-dev)
 
 fail() {
     echo "$script: $1" >&2
