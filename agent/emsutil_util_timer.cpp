@@ -82,8 +82,9 @@ void EmsUtilAgentTimerTask::AwaitArming() const
 void EmsUtilAgentTimerTask::InitTaskCmdReqProcess(CmdMSG*)
 {
     const LetGo last(m_bArming); // also when arming throws: the task is the manager's
-    m_lTimerID = SetTaskTimeInterval(INTERVAL);
-    if (m_lTimerID < 0) {
+    const long id = SetTaskTimeInterval(INTERVAL);
+    m_lTimerID.store(id, std::memory_order_relaxed); // published with the flag
+    if (id < 0) {
         eKorSetTaskState(STATE_FINISHED); // it will never fire, so nothing else would end it
     }
 }
@@ -92,7 +93,7 @@ void EmsUtilAgentTimerTask::eKorTaskTimeInterval(long)
 {
     AwaitArming();
     const AtItsEnd end(*this);
-    DelTaskTimeInterval(m_lTimerID);
+    DelTaskTimeInterval(m_lTimerID.load(std::memory_order_relaxed));
     if (m_Interface.pfnTimeout != nullptr) {
         m_Interface.pfnTimeout(m_pParam);
     }

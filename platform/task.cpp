@@ -14,7 +14,7 @@ eKorTask::eKorTask(eKorTaskMgr* taskMgr, const char* name) : m_pTaskMgr(taskMgr)
 eKorTask::~eKorTask()
 {
     // The manager has let go of what it destroys; this is for a task that its maker destroys.
-    if (m_bInserted || m_bFinished || m_pIntervals != nullptr) {
+    if (m_ppInserted != nullptr || m_bFinished || m_pIntervals != nullptr) {
         Store().Forget(*this);
     }
 }
@@ -35,7 +35,7 @@ long eKorTask::SetTaskTimeInterval(unsigned int interval)
 
 void eKorTask::DelTaskTimeInterval(long id)
 {
-    Store().Disarm(id);
+    Store().Disarm(*this, id);
 }
 
 void eKorTask::eKorSetTaskState(int state)
@@ -60,5 +60,6 @@ unsigned long eKorTaskMgr::AllocReqID(eKorTask* task)
 
 int eKorTaskMgr::TMInitInsertTask(eKorTask* task)
 {
-    return static_cast<emsplatform::TaskManager*>(this)->Store().Insert(*task) ? 0 : -1;
+    static_cast<emsplatform::TaskManager*>(this)->Store().Insert(*task);
+    return 0;
 }

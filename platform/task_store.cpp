@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include <cxxabi.h>
@@ -104,65 +105,70 @@ TaskStore::~TaskStore()
 
 unsigned long TaskStore::AllocReqID(eKorTask& task)
 {
-    const Lock lock(m_Lock);
     return task.m_ulReqID = ++m_ulLastReqID;
 }
 
-bool TaskStore::Insert(eKorTask& task)
+void TaskStore::Insert(eKorTask& task)
 {
     const Lock lock(m_Lock);
-    try {
-        m_Tasks.insert(&task);
-    } catch (const std::bad_alloc&) {
-        return false;
+    if (task.m_ppInserted != nullptr) {
+        return;
     }
-    task.m_bInserted = true;
-    return true;
+    task.m_pNextInserted = std::exchange(m_pInserted, &task);
+    task.m_ppInserted = &m_pInserted;
+    if (task.m_pNextInserted != nullptr) {
+        task.m_pNextInserted->m_ppInserted = &task.m_pNextInserted;
+    }
+}
+
+void TaskStore::GiveBack::operator()(TaskInterval* interval) const
+{
+    if (interval == &interval->m_pTask->m_FirstInterval) {
+        *interval = {};
+    } else {
+        delete interval;
+    }
 }
 
 long TaskStore::Arm(eKorTask& task, unsigned int interval)
 {
     const Microseconds period = std::max(interval, 1u) * m_Unit;
     const Lock lock(m_Lock);
-    const long id = ++m_lLastInterval;
-    try {
-        TaskInterval& armed =
-            m_Intervals.emplace(id, TaskInterval{id, &task, -1, task.m_pIntervals}).first->second;
-        // Rounded up, so that it is never early.
-        const Microseconds due = std::chrono::ceil<Microseconds>(m_Clock()) + period;
-        armed.m_lQueueId =
-            m_Timers.schedule(&armed, nullptr, ToTimeValue(due), ToTimeValue(period));
-        if (armed.m_lQueueId == -1) {
-            throw std::bad_alloc();
-        }
-        task.m_pIntervals = &armed;
-    } catch (const std::bad_alloc&) {
-        m_Intervals.erase(id);
+    Interval armed(task.m_FirstInterval.m_lId == 0 ? &task.m_FirstInterval
+                                                   : new (std::nothrow) TaskInterval);
+    if (armed == nullptr) {
         return -1;
     }
+    armed->m_pTask = &task;
+    // Rounded up, so that it is never early.
+    const Microseconds due = std::chrono::ceil<Microseconds>(m_Clock()) + period;
+    armed->m_lQueueId =
+        m_Timers.schedule(armed.get(), nullptr, ToTimeValue(due), ToTimeValue(period));
+    if (armed->m_lQueueId == -1) {
+        return -1;
+    }
+    const long id = armed->m_lId = ++m_lLastInterval;
+    armed->m_pNext = std::exchange(task.m_pIntervals, armed.get());
+    static_cast<void>(armed.release()); // the task's
     SetAlarm();
     return id;
 }
 
-void TaskStore::Disarm(long id)
+void TaskStore::Disarm(eKorTask& task, long id)
 {
     const Lock lock(m_Lock);
-    const auto found = m_Intervals.find(id);
-    if (found != m_Intervals.end()) {
-        Disarm(found->second);
+    for (TaskInterval** link = &task.m_pIntervals; *link != nullptr; link = &(*link)->m_pNext) {
+        if ((*link)->m_lId == id) {
+            Disarm(link);
+            return;
+        }
     }
 }
 
-void TaskStore::Disarm(TaskInterval& interval)
+void TaskStore::Disarm(TaskInterval** link)
 {
-    m_Timers.cancel(interval.m_lQueueId);
-    TaskInterval** link = &interval.m_pTask->m_pIntervals;
-    while (*link != &interval) {
-        link = &(*link)->m_pNext;
-    }
-    *link = interval.m_pNext;
-    const long id = interval.m_lId;
-    m_Intervals.erase(id);
+    const Interval disarmed(std::exchange(*link, (*link)->m_pNext));
+    m_Timers.cancel(disarmed->m_lQueueId);
 }
 
 void TaskStore::Finish(eKorTask& task)
@@ -189,10 +195,13 @@ void TaskStore::Forget(eKorTask& task)
 void TaskStore::Take(eKorTask& task)
 {
     while (task.m_pIntervals != nullptr) {
-        Disarm(*task.m_pIntervals);
+        Disarm(&task.m_pIntervals);
     }
-    if (std::exchange(task.m_bInserted, false)) {
-        m_Tasks.erase(&task);
+    if (eKorTask** const link = std::exchange(task.m_ppInserted, nullptr)) {
+        *link = task.m_pNextInserted;
+        if (*link != nullptr) {
+            (*link)->m_ppInserted = link;
+        }
     }
     if (std::exchange(task.m_bFinished, false)) {
         eKorTask** link = &m_pFinished;
@@ -279,7 +288,7 @@ void TaskStore::DestroyFinished(Lock& lock)
 /// One round: what the tasks' destructors insert stays.
 void TaskStore::DestroyAll(Lock& lock)
 {
-    for (eKorTask* task : m_Tasks) {
+    for (eKorTask* task = m_pInserted; task != nullptr; task = task->m_pNextInserted) {
         AddFinished(*task);
     }
     DestroyFinished(lock);

@@ -1,13 +1,13 @@
 #ifndef PLATFORM_TASK_STORE_H
 #define PLATFORM_TASK_STORE_H
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
-#include <unordered_map>
-#include <unordered_set>
 
 #include <ace/Null_Mutex.h>
 #include <ace/Timer_Heap_T.h>
@@ -15,15 +15,6 @@
 #include "emsplatform/task.h"
 
 namespace emsplatform {
-
-/// An interval timer; the timers of a task are linked.
-struct TaskInterval
-{
-    long m_lId;
-    eKorTask* m_pTask;
-    long m_lQueueId;
-    TaskInterval* m_pNext;
-};
 
 /// The tasks of one manager and their interval timers.
 ///
@@ -43,10 +34,9 @@ public:
     TaskStore& operator=(const TaskStore&) = delete;
 
     unsigned long AllocReqID(eKorTask& task);
-    /// False when memory runs out.
-    bool Insert(eKorTask& task);
+    void Insert(eKorTask& task);
     long Arm(eKorTask& task, unsigned int interval);
-    void Disarm(long id);
+    void Disarm(eKorTask& task, long id);
     void Finish(eKorTask& task);
     /// Of a task that is being destroyed.
     void Forget(eKorTask& task);
@@ -65,6 +55,12 @@ public:
 private:
     using Lock = std::unique_lock<std::mutex>;
     class Inside;
+
+    struct GiveBack
+    {
+        void operator()(TaskInterval* interval) const;
+    };
+    using Interval = std::unique_ptr<TaskInterval, GiveBack>;
 
     /// The queue only keeps the timers: what has expired is taken from it.
     struct NoUpcall
@@ -107,7 +103,8 @@ private:
     };
 
     // All with the lock held; those that take it release it meanwhile.
-    void Disarm(TaskInterval& interval);
+    /// The timer that the link leads to.
+    void Disarm(TaskInterval** link);
     void Take(eKorTask& task);
     void AddFinished(eKorTask& task);
     void DestroyFinished(Lock& lock);
@@ -117,15 +114,14 @@ private:
     const Microseconds m_Unit;
     const std::function<std::chrono::nanoseconds()> m_Clock;
     const std::function<void(Microseconds)> m_Alarm;
+    std::atomic<unsigned long> m_ulLastReqID = 0;
 
     std::mutex m_Lock; // guards the following
     ACE_Timer_Heap_T<const TaskInterval*, NoUpcall, ACE_Null_Mutex> m_Timers;
-    std::unordered_map<long, TaskInterval> m_Intervals; // by id; the queue points into it
-    std::unordered_set<eKorTask*> m_Tasks;
-    eKorTask* m_pFinished =
-        nullptr; // to be destroyed; linked, as the end of a task needs no memory
+    // Linked, as neither to insert a task nor to end it may need memory.
+    eKorTask* m_pInserted = nullptr;
+    eKorTask* m_pFinished = nullptr; // to be destroyed
     std::optional<Microseconds> m_NextAlarm;
-    unsigned long m_ulLastReqID = 0;
     long m_lLastInterval = 0;
     bool m_bRunning = false;
     bool m_bDelivering = false;

@@ -11,12 +11,21 @@ typedef int eKorErrorCode;
 struct CmdMSG;
 struct QNCmdMsg;
 
+class eKorTask;
 class eKorTaskMgr;
 
 namespace emsplatform {
 class TaskManager;
 class TaskStore;
-struct TaskInterval;
+
+/// An interval timer of a task; those of one task are linked. The manager's own.
+struct TaskInterval
+{
+    long m_lId = 0; // 0 when it is not armed
+    eKorTask* m_pTask = nullptr;
+    long m_lQueueId = -1;
+    TaskInterval* m_pNext = nullptr;
+};
 } // namespace emsplatform
 
 /// A task of a task manager.
@@ -45,7 +54,7 @@ public:
     /// twice; -1 when memory runs out. An expiry may come on another thread before the call has
     /// returned.
     long SetTaskTimeInterval(unsigned int interval);
-    /// Disarms it. An id that is not armed is ignored.
+    /// Disarms it. An id that is not armed, or not this task's, is ignored.
     void DelTaskTimeInterval(long id);
     /// At state 3 the task is at its end: the manager destroys it, once the event that it is in, if
     /// any, has returned. Other states mean nothing to the manager.
@@ -65,10 +74,12 @@ private:
     const char* const m_pName;
     unsigned long m_ulReqID = 0; // set before the task is inserted
     // Guarded by the manager's lock.
-    bool m_bInserted = false;
+    eKorTask** m_ppInserted = nullptr; // the link to it among the inserted tasks, if it is one
+    eKorTask* m_pNextInserted = nullptr;
     bool m_bFinished = false;
     eKorTask* m_pNextFinished = nullptr;
     emsplatform::TaskInterval* m_pIntervals = nullptr; // those that are armed
+    emsplatform::TaskInterval m_FirstInterval;         // most tasks have no other
 };
 
 /// A task that takes every event and does nothing with it.
@@ -96,8 +107,7 @@ class eKorTaskMgr
 public:
     /// Gives the task a request id, above 0, and returns it.
     unsigned long AllocReqID(eKorTask* task);
-    /// Takes the task: it is the manager's from here on. Returns 0; -1 when memory runs out: the
-    /// task is then destroyed when it has come to its end, but not by Stop().
+    /// Takes the task: it is the manager's from here on. Returns 0.
     int TMInitInsertTask(eKorTask* task);
 
 protected:
