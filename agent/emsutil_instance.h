@@ -9,6 +9,9 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
+template <class T, class Check>
+T* CreateUnderLock(T*& instance, Check check);
+
 /// The process-wide T that `instance` points to, made on the first call; null when ACE's lock for
 /// static objects cannot be taken. Once it exists a call is one read. What T's constructor throws
 /// passes to the caller, and the next call tries again.
@@ -18,10 +21,14 @@ namespace NSQN_EMSUTIL_AGENT {
 template <class T, class Check>
 T* CreateOnce(T*& instance, Check check)
 {
-    const std::atomic_ref<T*> published(instance);
-    if (T* existing = published.load(std::memory_order_acquire)) {
-        return existing;
-    }
+    T* const existing = std::atomic_ref<T*>(instance).load(std::memory_order_acquire);
+    return existing != nullptr ? existing : CreateUnderLock(instance, check);
+}
+
+/// Apart, so that the usual case of CreateOnce() is compiled in where it is called.
+template <class T, class Check>
+[[gnu::noinline]] T* CreateUnderLock(T*& instance, Check check)
+{
     ACE_Recursive_Thread_Mutex* lock = ACE_Static_Object_Lock::instance();
     if (lock == nullptr) {
         return nullptr; // not covered: ACE has the lock until ACE itself is gone
@@ -31,7 +38,7 @@ T* CreateOnce(T*& instance, Check check)
         return nullptr;
     }
     if (instance == nullptr) {
-        published.store(new T, std::memory_order_release);
+        std::atomic_ref<T*>(instance).store(new T, std::memory_order_release);
         check();
     }
     return instance;

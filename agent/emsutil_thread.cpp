@@ -13,7 +13,6 @@
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
 
-#include "agent/cancellation_off.h"
 #include "agent/emsutil_instance.h"
 #include "agent/qn_check.h"
 #include "emsutil/diagnostics.h"
@@ -259,7 +258,7 @@ RegEmsThreadInfo::RegEmsThreadInfo(std::map<std::string, std::pair<std::string, 
 
 RegEmsThreadInfo::~RegEmsThreadInfo()
 {
-    const CancellationOff uncancelled;
+    // Nothing on this way is a point where a thread is cancelled: no need to keep that out.
     try {
         ReportEvent(m_ulThreadId, STATUS_OUTSIDE, nullptr);
     } catch (...) {

@@ -12,7 +12,11 @@ namespace {
 
 constexpr std::size_t SCRATCH_SIZE = 8192;
 
-/// Set once a thread's stream is closed: what ends after it may still format.
+class BoundedStream;
+
+// Of this thread. A plain pointer: one look tells the usual case.
+constinit thread_local BoundedStream* g_pStream = nullptr;
+/// Set once it is closed: what ends after it may still format.
 constinit thread_local bool g_bStreamClosed = false;
 
 /// A stream into a buffer, which fails when the buffer is full. The C library's own formatting into
@@ -25,10 +29,12 @@ public:
     {
         if (m_pStream != nullptr) {
             std::setvbuf(m_pStream, m_Scratch, _IOFBF, sizeof m_Scratch);
+            g_pStream = this;
         }
     }
     ~BoundedStream()
     {
+        g_pStream = nullptr;
         g_bStreamClosed = true;
         if (m_pStream != nullptr) {
             std::fclose(m_pStream);
@@ -36,8 +42,6 @@ public:
     }
     BoundedStream(const BoundedStream&) = delete;
     BoundedStream& operator=(const BoundedStream&) = delete;
-
-    bool IsOpen() const { return m_pStream != nullptr; }
 
     /// The text's length, or more than `room` when it does not fit; negative when it cannot be
     /// formatted. What fits is in `dest`, with a NUL.
@@ -82,7 +86,9 @@ int BoundedStream::Format(char* dest, std::size_t room, const char* format, va_l
         std::fflush(m_pStream);
     }
     __fpurge(m_pStream);
-    clearerr(m_pStream);
+    if (m_bOverflown || length < 0) {
+        clearerr(m_pStream);
+    }
     funlockfile(m_pStream);
     dest[m_nLength] = '\0';
     return m_bOverflown ? INT_MAX : length;
@@ -93,13 +99,11 @@ int Format(char* dest, std::size_t room, const char* format, va_list args)
 
 int Format(char* dest, std::size_t room, const char* format, va_list args)
 {
-    if (!g_bStreamClosed) {
-        thread_local BoundedStream stream;
-        if (stream.IsOpen()) {
-            return stream.Format(dest, room, format, args);
-        }
+    if (g_pStream == nullptr && !g_bStreamClosed) {
+        thread_local const BoundedStream stream;
     }
-    return std::vsnprintf(dest, room + 1, format, args);
+    return g_pStream != nullptr ? g_pStream->Format(dest, room, format, args)
+                                : std::vsnprintf(dest, room + 1, format, args);
 }
 
 /// Whether every conversion of the format is complete and no number in one is beyond int.

@@ -55,6 +55,10 @@ void CheckReferenced(int m_nRefCount)
 
 void CheckUnreferenced(int m_nRefCount, int m_nRefCountEx)
 {
+    if (m_nRefCount <= TRANSLOG_REFCOUNT_NULL && m_nRefCountEx <= TRANSLOG_REFCOUNT_NULL) {
+        return; // likewise
+    }
+    const CancellationOff uncancelled;
     try {
         QN_CHECK_AT("translog", 353)
         QN_LOG_IF_NOT_TRUE(m_nRefCount <= TRANSLOG_REFCOUNT_NULL);
@@ -89,7 +93,6 @@ void QNTransactionLogImpl::Destroy(QNTransactionLogImpl* log)
     if (log == nullptr) {
         return;
     }
-    const CancellationOff uncancelled; // in the debug interface, and in the buffers' destructors
     CheckUnreferenced(log->m_nRefCount, log->m_nRefCountEx);
     log->DeleteBuffers();
     delete log;
@@ -99,6 +102,10 @@ void QNTransactionLogImpl::DeleteBuffers()
 {
     // Not tested: the log goes either way, and its buffers with it.
     const WriteGuard guard(m_TransBufLock);
+    if (m_TransBufMap.empty()) {
+        return; // as above: this costs no call
+    }
+    const CancellationOff uncancelled; // in the buffers' destructors
     for (auto& [key, buffer] : m_TransBufMap) {
         delete buffer;
         buffer = nullptr;
