@@ -1,5 +1,6 @@
 #include <map>
 #include <memory>
+#include <random>
 #include <string>
 
 #include <ace/Guard_T.h>
@@ -103,15 +104,19 @@ void RegisterUpTo(int handlers)
     }
 }
 
-/// Runs the commands of all names in turn.
+/// Runs commands in an order that the processor cannot learn by heart.
 template <class Run>
 Body Repeat(std::vector<EmsGeneralCmd>& commands, Run run)
 {
     return [&commands, run](benchmark::State& state) {
+        std::mt19937 random(20);
+        std::vector<EmsGeneralCmd*> order(65536);
+        for (EmsGeneralCmd*& cmd : order) {
+            cmd = &commands[random() % commands.size()];
+        }
         std::size_t next = 0;
         for (auto _ : state) {
-            run(commands[next]);
-            next = next + 1 < commands.size() ? next + 1 : 0;
+            run(*order[next++ % order.size()]);
         }
     };
 }
@@ -124,7 +129,7 @@ void MeasureCommandHandlers()
         RegisterUpTo(handlers);
         std::vector<EmsGeneralCmd> commands(static_cast<std::size_t>(handlers));
         for (int number = 0; number < handlers; ++number) {
-            commands[static_cast<std::size_t>(number)].name = Name(number * 7 % handlers);
+            commands[static_cast<std::size_t>(number)].name = Name(number);
         }
         std::vector<Row> rows = {
             Ours(Repeat(commands, [](EmsGeneralCmd& cmd) { runGeneralCmd(cmd); })),

@@ -51,12 +51,18 @@ EmsGeneralCmd Command(int pairs)
 }
 
 std::map<std::string, EmsGeneralCmdHandler> g_Handlers;
+ACE_Thread_Mutex g_HandlerLock;
 
 void RunHandler(EmsGeneralCmd& cmd)
 {
-    const auto found = g_Handlers.find(cmd.name);
-    if (found != g_Handlers.end()) {
-        found->second(&cmd, nullptr);
+    EmsGeneralCmdHandler handler = nullptr;
+    {
+        const ACE_Guard<ACE_Thread_Mutex> guard(g_HandlerLock);
+        const auto found = g_Handlers.find(cmd.name);
+        handler = found != g_Handlers.end() ? found->second : nullptr;
+    }
+    if (handler != nullptr) {
+        handler(&cmd, nullptr);
     }
 }
 

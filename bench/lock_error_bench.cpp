@@ -13,16 +13,17 @@ namespace bench {
 
 void MeasureLockErrors()
 {
-    constexpr const char* info = "waits for the lock of the registry";
+    const char* info = "waits for the lock of the registry";
+    benchmark::DoNotOptimize(info);
     NSQN_util::g_bEnableMitLockErrMgr = true;
     Compare({"lock error text inserted and erased", 1.1},
-            {Ours([](benchmark::State& state) {
+            {Ours([info](benchmark::State& state) {
                  for (auto _ : state) {
                      NSQN_util::QNMitLockErrMgr::Instance()->InsertThrIDandInfo(1, info);
                      NSQN_util::QNMitLockErrMgr::Instance()->EraseThrIDandInfo(1);
                  }
              }),
-             Floor([](benchmark::State& state) {
+             Floor([info](benchmark::State& state) {
                  std::map<int, std::string> records;
                  ACE_Thread_Mutex lock;
                  for (auto _ : state) {

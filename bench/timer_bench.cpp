@@ -52,19 +52,31 @@ void Free(void* number)
 
 EmsUtilTimerInterface g_Functions = {Fire, Copy, Free};
 
-/// A timer on ACE's heap, with a copy of the caller's data.
+ACE_Time_Value ToTimeValue(std::chrono::seconds time)
+{
+    return ACE_Time_Value(time.count());
+}
+
+/// A timer on ACE's heap, with a copy of the caller's data: an interval, as a task's are, that is
+/// disarmed where it first expires.
 class BareTimer final : public ACE_Event_Handler
 {
 public:
-    explicit BareTimer(void* data)
-        : m_Functions(g_Functions), m_pData(m_Functions.pfnCopyParam(data))
+    BareTimer(ACE_Timer_Heap& heap, void* data)
+        : m_Functions(g_Functions), m_pData(m_Functions.pfnCopyParam(data)), m_Heap(heap)
     {}
     ~BareTimer() override { m_Functions.pfnFreeParam(m_pData); }
     BareTimer(const BareTimer&) = delete;
     BareTimer& operator=(const BareTimer&) = delete;
 
+    void Arm()
+    {
+        m_lId = m_Heap.schedule(this, nullptr, ToTimeValue(g_Clock + UNIT), ToTimeValue(UNIT));
+    }
+
     int handle_timeout(const ACE_Time_Value&, const void*) override
     {
+        m_Heap.cancel(m_lId, nullptr, 1);
         m_Functions.pfnTimeout(m_pData);
         delete this;
         return 0;
@@ -73,12 +85,9 @@ public:
 private:
     EmsUtilTimerInterface m_Functions;
     void* m_pData;
+    ACE_Timer_Heap& m_Heap;
+    long m_lId = 0;
 };
-
-ACE_Time_Value ToTimeValue(std::chrono::seconds time)
-{
-    return ACE_Time_Value(time.count());
-}
 
 /// `count` times `schedule(data)`, then `deliver()`, which fires all.
 template <class Schedule, class Deliver>
@@ -155,10 +164,7 @@ void MeasureTimers()
             }),
             Floor([&heap, count = count](benchmark::State& state) {
                 Repeat(
-                    state, count,
-                    [&heap](void* data) {
-                        heap.schedule(new BareTimer(data), nullptr, ToTimeValue(g_Clock + UNIT));
-                    },
+                    state, count, [&heap](void* data) { (new BareTimer(heap, data))->Arm(); },
                     [&heap] { heap.expire(ToTimeValue(g_Clock)); });
             }),
         };
