@@ -125,7 +125,8 @@ Body Repeat(std::vector<EmsGeneralCmd>& commands, Run run)
 
 void MeasureCommandHandlers()
 {
-    for (const int handlers : {10, 100, 1000}) {
+    for (const auto& [handlers, text] :
+         {std::pair(10, "10"), std::pair(100, "100"), std::pair(1000, "1,000")}) {
         RegisterUpTo(handlers);
         std::vector<EmsGeneralCmd> commands(static_cast<std::size_t>(handlers));
         for (int number = 0; number < handlers; ++number) {
@@ -148,7 +149,7 @@ void MeasureCommandHandlers()
                                  g_Center.postNotification(new CmdNotification(cmd));
                              })));
 #endif
-        Compare({"runGeneralCmd(cmd), " + std::to_string(handlers) + " handlers", 1.1}, rows);
+        Compare({std::string("runGeneralCmd(cmd), ") + text + " handlers", 1.1}, rows);
     }
 }
 

@@ -2,7 +2,7 @@
 
 BEGIN {
     FS = "\t"
-    print "| operation | ours | floor | ratio | goal | the others, as times ours |"
+    print "| operation | ours | floor | ratio | goal | the others, in times of ours |"
     print "|---|--:|--:|--:|--:|---|"
 }
 
@@ -11,6 +11,10 @@ function nanoseconds(time) {
         return sprintf("%.3g ms", time / 1e6)
     }
     return time >= 1e3 ? sprintf("%.3g µs", time / 1e3) : sprintf("%.3g ns", time)
+}
+
+function times(ratio) {
+    return sprintf(ratio < 100 ? "%.2g" : "%.0f", ratio)
 }
 
 function mark(text, met) {
@@ -31,7 +35,7 @@ function finish() {
 function others(ours,    list, i) {
     for (i = 1; i <= peers; ++i) {
         list = list (i > 1 ? ", " : "") who[i] " " \
-            mark(sprintf("%.2g", time[i] / ours), kind[i] == "peer" || time[i] > ours)
+            mark(times(time[i] / ours), kind[i] == "peer" || time[i] > ours)
     }
     return list
 }

@@ -277,14 +277,15 @@ void MeasureThreadMonitor()
 
 void MeasureStatistics()
 {
-    const auto statistics = [](int records) {
-        return "statistics a record, " + std::to_string(records);
+    const auto statistics = [](const std::string& records) {
+        return "statistics, a record of " + records;
     };
-    const auto copies = [](int records) {
-        return "GetEmsThreadInfo a record, " + std::to_string(records);
+    const auto copies = [](const std::string& records) {
+        return "GetEmsThreadInfo, a record of " + records;
     };
 
-    for (const int records : {10, 100, 1000, 10000}) {
+    for (const auto& [records, text] : {std::pair(10, "10"), std::pair(100, "100"),
+                                        std::pair(1000, "1,000"), std::pair(10000, "10,000")}) {
         AddRecordsUpTo(static_cast<std::size_t>(records));
         std::list<EmsThreadInfo> infos;
         GetEmsThreadInfo(infos, 0);
@@ -300,19 +301,19 @@ void MeasureStatistics()
         rows.push_back(
             Rival("fmt::format_to", ForAll(records, [&bare] { bare.Statistics(FormatRecord); })));
 #endif
-        Compare({statistics(records), 1.3}, rows);
-        Compare({copies(records), 1.3}, {Ours(ForAll(records,
-                                                     [] {
-                                                         std::list<EmsThreadInfo> copied;
-                                                         GetEmsThreadInfo(copied, 0);
-                                                     })),
-                                         Floor(ForAll(records, [&bare] {
-                                             std::list<EmsThreadInfo> copied;
-                                             bare.Copy(copied);
-                                         }))});
+        Compare({statistics(text), 1.3}, rows);
+        Compare({copies(text), 1.3}, {Ours(ForAll(records,
+                                                  [] {
+                                                      std::list<EmsThreadInfo> copied;
+                                                      GetEmsThreadInfo(copied, 0);
+                                                  })),
+                                      Floor(ForAll(records, [&bare] {
+                                          std::list<EmsThreadInfo> copied;
+                                          bare.Copy(copied);
+                                      }))});
     }
-    CompareGrowth(statistics(10), statistics(10000), 2);
-    CompareGrowth(copies(10), copies(10000), 2);
+    CompareGrowth(statistics("10"), statistics("10,000"), 2);
+    CompareGrowth(copies("10"), copies("10,000"), 2);
 }
 
 } // namespace bench
