@@ -15,7 +15,12 @@ install(DIRECTORY include/emsutil platform/include/emsplatform
     FILES_MATCHING PATTERN "*.h")
 if(EMSUTIL_BUILD_HOST)
     install(TARGETS emshost RUNTIME COMPONENT Development)
-    install(FILES docs/emshost.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT Development)
+    execute_process(COMMAND gzip -9nc "${CMAKE_CURRENT_SOURCE_DIR}/docs/emshost.1"
+        OUTPUT_FILE "${CMAKE_CURRENT_BINARY_DIR}/emshost.1.gz"
+        COMMAND_ERROR_IS_FATAL ANY)
+    install(FILES "${CMAKE_CURRENT_BINARY_DIR}/emshost.1.gz"
+        DESTINATION "${CMAKE_INSTALL_MANDIR}/man1"
+        COMPONENT Development)
 endif()
 
 # Outside the dynamic linker's own folders too, what is installed finds the libraries beside it.
