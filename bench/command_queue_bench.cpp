@@ -81,7 +81,10 @@ struct BareQueue
         *copy = cmd;
         auto* block =
             new ACE_Message_Block(reinterpret_cast<const char*>(copy), sizeof(EmsGeneralCmd), 0);
-        queue.enqueue(block, nullptr);
+        if (queue.enqueue(block, nullptr) == -1) {
+            delete copy;
+            delete block;
+        }
     }
 
     void Drain()
@@ -237,7 +240,7 @@ void MeasureCommandQueue()
     for (const int producers : {1, 4}) {
         EmsGeneralCmd cmd = Command(4);
         const std::string who = producers == 1 ? "1 producer" : "4 producers";
-        Compare({"add and drain, " + who + ", 4 pairs", 1.1},
+        Compare({"add and drain, " + who + ", 4 pairs", 1.1, Time::Wall},
                 Rows(true, [&cmd, producers]<class Queue>() -> Body {
                     return [&cmd, producers](benchmark::State& state) {
                         AcrossThreads<Queue>(state, cmd, producers);

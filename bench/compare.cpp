@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <map>
+#include <stdexcept>
 #include <utility>
 
 namespace bench {
@@ -20,24 +20,29 @@ std::map<std::string, double> g_Ours; // medians, by operation
 class Collector final : public benchmark::BenchmarkReporter
 {
 public:
+    explicit Collector(Time time) : m_Time(time) {}
+
     bool ReportContext(const Context&) override { return true; }
 
     void ReportRuns(const std::vector<Run>& runs) override
     {
         for (const Run& run : runs) {
             if (run.error_occurred) {
-                std::fprintf(stderr, "bench: %s: %s\n", run.benchmark_name().c_str(),
-                             run.error_message.c_str());
-                std::exit(1);
+                m_Error = run.benchmark_name() + ": " + run.error_message;
             }
             if (run.run_type == Run::RT_Iteration) {
-                m_Times[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
+                m_Times[run.run_name.function_name].push_back(m_Time == Time::Processor
+                                                                  ? run.GetAdjustedCPUTime()
+                                                                  : run.GetAdjustedRealTime());
             }
         }
     }
 
     double Median(const std::string& who)
     {
+        if (!m_Error.empty()) {
+            throw std::runtime_error(m_Error);
+        }
         std::vector<double>& times = m_Times.at(who);
         const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
         std::nth_element(times.begin(), middle, times.end());
@@ -46,6 +51,8 @@ public:
 
 private:
     std::map<std::string, std::vector<double>> m_Times;
+    Time m_Time;
+    std::string m_Error; // of a row that could not be measured
 };
 
 bool IsSkipped(const std::string& operation)
@@ -90,13 +97,16 @@ void Compare(const Operation& operation, const std::vector<Row>& rows)
                                ->Repetitions(REPETITIONS)
                                ->Threads(operation.m_Threads)
                                ->Unit(benchmark::kNanosecond);
-        if (operation.m_bOwnTime) {
+        if (operation.m_Time == Time::Own) {
             registered->Iterations(1)->UseManualTime();
         } else {
-            registered->MinTime(SECONDS_A_REPETITION)->UseRealTime();
+            registered->MinTime(SECONDS_A_REPETITION);
+        }
+        if (operation.m_Time == Time::Wall) {
+            registered->UseRealTime();
         }
     }
-    Collector collector;
+    Collector collector(operation.m_Time);
     benchmark::RunSpecifiedBenchmarks(&collector, ".");
     benchmark::ClearRegisteredBenchmarks();
 

@@ -32,16 +32,22 @@ Row Floor(Body body);
 Row Rival(std::string who, Body body);
 Row Peer(std::string who, Body body);
 
+enum class Time {
+    Processor, // of the one thread that there is: what others take of the machine does not count
+    Wall,      // where threads meet
+    Own        // the body runs once a repetition, and tells its time itself
+};
+
 struct Operation
 {
     std::string m_Name;
     double m_Goal; // at most this many times the floor
+    Time m_Time = Time::Processor;
     int m_Threads = 1;
-    /// The body runs once a repetition, and tells its time itself.
-    bool m_bOwnTime = false;
 };
 
 /// Repetitions of all rows in a random order, so that whatever else the machine does meets all.
+/// Throws std::runtime_error when a row says that it went wrong.
 void Compare(const Operation& operation, const std::vector<Row>& rows);
 
 /// What one object costs ours in an operation on many, compared with an operation on few. Both have

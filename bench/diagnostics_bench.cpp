@@ -143,7 +143,8 @@ double Milliseconds()
 {
     timeval now{};
     gettimeofday(&now, nullptr);
-    return static_cast<double>(now.tv_sec * 1000 + now.tv_usec / 1000);
+    const long milliseconds = now.tv_sec * 1000 + now.tv_usec / 1000;
+    return static_cast<double>(milliseconds);
 }
 
 std::string Describe(const char* format, ...) __attribute__((format(printf, 1, 2)));

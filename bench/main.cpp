@@ -2,6 +2,7 @@
 /// name. The results go to standard output, what is going on to standard error.
 
 #include <cstdio>
+#include <exception>
 #include <thread>
 #include <vector>
 
@@ -16,6 +17,21 @@ constexpr bool IS_OPTIMISED = true;
 #else
 constexpr bool IS_OPTIMISED = false;
 #endif
+
+void MeasureAll()
+{
+    bench::MeasureStringFormat();
+    bench::MeasureTextForms();
+    bench::MeasureCommandQueue();
+    bench::MeasureCommandHandlers();
+    bench::MeasureThreadMonitor();
+    bench::MeasureStatistics();
+    bench::MeasureTransactionLogs();
+    bench::MeasureDiagnostics();
+    bench::MeasureTimers();
+    bench::MeasureTimerLateness();
+    bench::MeasureLockErrors();
+}
 
 } // namespace
 
@@ -41,16 +57,11 @@ int main(int argc, char** argv)
 
     emsplatform::SetDebugStream(nullptr); // lines are made, and dropped
 
-    bench::MeasureStringFormat();
-    bench::MeasureTextForms();
-    bench::MeasureCommandQueue();
-    bench::MeasureCommandHandlers();
-    bench::MeasureThreadMonitor();
-    bench::MeasureStatistics();
-    bench::MeasureTransactionLogs();
-    bench::MeasureDiagnostics();
-    bench::MeasureTimers();
-    bench::MeasureTimerLateness();
-    bench::MeasureLockErrors();
+    try {
+        MeasureAll();
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "bench: %s\n", failure.what());
+        return 1;
+    }
     return 0;
 }

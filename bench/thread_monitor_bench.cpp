@@ -148,7 +148,7 @@ void MeasureEntries(int count, int threads)
     Monitor<std::shared_mutex> standard;
     Compare({"entry and exit, " + std::to_string(count) + " values, " + std::to_string(threads) +
                  (threads == 1 ? " thread" : " threads"),
-             threads == 1 ? 1.1 : 1.5, threads},
+             threads == 1 ? 1.1 : 1.5, threads == 1 ? Time::Processor : Time::Wall, threads},
             {Ours([count](benchmark::State& state) {
                  EmsThreadInfoMap values = Values(count);
                  for (auto _ : state) {

@@ -167,7 +167,7 @@ void MeasureTimerLateness()
 #ifdef BENCH_HAS_BOOST
         rows.push_back(Peer("boost::asio::steady_timer", Lateness(share, [&asio] { asio.Arm(); })));
 #endif
-        Compare({name, goal, 1, true}, rows);
+        Compare({name, goal, Time::Own}, rows);
     };
     compare("lateness of a timer, median", 1.3, 0.5);
     compare("lateness of a timer, 99th percentile", 1.5, 0.99);
