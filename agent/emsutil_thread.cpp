@@ -258,7 +258,7 @@ RegEmsThreadInfo::RegEmsThreadInfo(std::map<std::string, std::pair<std::string, 
 
 RegEmsThreadInfo::~RegEmsThreadInfo()
 {
-    // Nothing on this way is a point where a thread is cancelled: no need to keep that out.
+    // No call on this way is a cancellation point, so cancellation need not be kept out.
     try {
         ReportEvent(m_ulThreadId, STATUS_OUTSIDE, nullptr);
     } catch (...) {

@@ -75,7 +75,6 @@ namespace faults {
 
 std::atomic<long long> g_llClock = REAL_CLOCK;
 char* (*g_pCtime)(char* buffer) = nullptr;
-void (*g_pOnClock)() = nullptr;
 void (*g_pOnConditionWait)() = nullptr;
 
 FailNth::FailNth(Call call, int n, int error, bool persistently) : m_Call(call)
@@ -179,9 +178,6 @@ ssize_t write(int file, const void* bytes, std::size_t size)
 int gettimeofday(timeval* now, void* zone) noexcept
 {
     static auto* const next = Next<int(timeval*, void*)>("gettimeofday");
-    if (faults::g_pOnClock != nullptr) {
-        faults::g_pOnClock();
-    }
     const long long clock = Fails(faults::CLOCK) ? faults::FAILING_CLOCK : faults::g_llClock.load();
     if (clock == faults::REAL_CLOCK) {
         return next(now, zone);

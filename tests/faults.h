@@ -70,9 +70,6 @@ extern std::atomic<long long> g_llClock;
 /// What ctime_r() does instead of its work; null for its work.
 extern char* (*g_pCtime)(char* buffer);
 
-/// Called by each gettimeofday(); null for nobody.
-extern void (*g_pOnClock)();
-
 /// Called by each thread that is about to wait for a condition; null for nobody.
 extern void (*g_pOnConditionWait)();
 

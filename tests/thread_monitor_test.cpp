@@ -296,19 +296,6 @@ TEST_F(ThreadMonitor, AnExitThatRunsOutOfMemoryEndsQuietly)
     EXPECT_TRUE(noMemory.Happened());
 }
 
-TEST_F(ThreadMonitor, AThreadIsNotCancelledWhileItLeaves)
-{
-    // The clock asks whether to cancel. Were the answer yes, the process would be aborted.
-    std::thread worker([] {
-        RegEmsThreadInfo inside(nullptr);
-        pthread_cancel(pthread_self());
-        faults::g_pOnClock = pthread_testcancel;
-    });
-    worker.join();
-    faults::g_pOnClock = nullptr;
-    EXPECT_EQ(Records().begin()->second.m_llRecvs, 2);
-}
-
 TEST(MsgHandleMode, IsReadOnceAndOnlyZeroAndOneCount)
 {
     const struct
