@@ -21,10 +21,10 @@ class TaskStore;
 /// An interval timer of a task; those of one task are linked. The manager's own.
 struct TaskInterval
 {
-    long m_lId = 0; // 0 when it is not armed
-    eKorTask* m_pTask = nullptr;
-    long m_lQueueId = -1;
-    TaskInterval* m_pNext = nullptr;
+    long m_lId = 0;                  ///< as SetTaskTimeInterval() gave it; 0 when not armed
+    eKorTask* m_pTask = nullptr;     ///< whose it is
+    long m_lQueueId = -1;            ///< in the manager's queue of timers
+    TaskInterval* m_pNext = nullptr; ///< the task's next
 };
 } // namespace emsplatform
 
