@@ -23,7 +23,8 @@ public:
 };
 
 /// Holds an add back while it is full, except on a thread that drains: nobody else would make room
-/// for it.
+/// for it. Nor does a drain wait for a command: the queue turns out to be empty when a lock has
+/// failed in the test before, or another drain has taken the last one.
 class BoundedCmdQueue final : public ACE_Message_Queue<ACE_MT_SYNCH>
 {
 public:
@@ -33,6 +34,13 @@ protected:
     int wait_not_full_cond(ACE_Time_Value* timeout) override
     {
         return g_nDrainDepth > 0 ? 0 : ACE_Message_Queue::wait_not_full_cond(timeout);
+    }
+    int wait_not_empty_cond(ACE_Time_Value* timeout) override
+    {
+        if (g_nDrainDepth > 0) {
+            return is_empty_i() ? -1 : 0;
+        }
+        return ACE_Message_Queue::wait_not_empty_cond(timeout);
     }
 };
 

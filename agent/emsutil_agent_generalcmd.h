@@ -35,13 +35,11 @@ public:
     void Drain();
 
 private:
-    using CmdQueue = ACE_Message_Queue<ACE_MT_SYNCH>;
-
     /// The handler of `name`, or null: also when the lock cannot be taken.
     EmsGeneralCmdHandler FindHandler(const std::string& name);
 
-    std::unique_ptr<CmdQueue> m_pCmdQueue;                       // constant after construction
-    std::map<std::string, EmsGeneralCmdHandler> m_CmdHandlerMap; // guarded by m_CmdHandlerLock
+    std::unique_ptr<ACE_Message_Queue<ACE_MT_SYNCH>> m_pCmdQueue; // constant after construction
+    std::map<std::string, EmsGeneralCmdHandler> m_CmdHandlerMap;  // guarded by m_CmdHandlerLock
     ACE_Thread_Mutex m_CmdHandlerLock;
 };
 

@@ -2,6 +2,8 @@
 #include "emsutil/diagnostics.h"
 
 #include <atomic>
+#include <cstddef>
+#include <new>
 
 #include <ace/Guard_T.h>
 #include <ace/RW_Mutex.h>
@@ -21,7 +23,9 @@ NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface()
     if (NSQN_util::DebugInterface* cached = g_pDebugInterface.load(std::memory_order_acquire)) {
         return cached;
     }
-    static ACE_RW_Mutex lock;
+    // Never destroyed: a call may come until the process is gone.
+    alignas(ACE_RW_Mutex) static std::byte storage[sizeof(ACE_RW_Mutex)];
+    static ACE_RW_Mutex& lock = *new (storage) ACE_RW_Mutex;
     // Shared, and not tested: first callers may fetch side by side, all get the same object, and a
     // caller without the lock still gets it.
     const ACE_Read_Guard<ACE_RW_Mutex> guard(lock);

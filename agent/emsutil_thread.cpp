@@ -36,13 +36,16 @@ ACE_Time_Value Now()
 }
 
 /// Applies an event to a thread that has a record. The values come first: an entry that runs out of
-/// memory has not taken place, as no exit follows it.
+/// memory has not taken place, as no exit follows it; values that it has set before stay set.
 void UpdateRecord(EmsThreadInfo& record, const EmsThreadInfo& event, const EmsThreadInfoMap* pInfo)
 {
-    MergeInfoMap(record, pInfo);
+    const bool isEntry = event.m_nStatus == STATUS_INSIDE;
+    if (isEntry) {
+        MergeInfoMap(record, pInfo);
+    }
     record.m_nStatus = event.m_nStatus;
     ++record.m_llRecvs;
-    if (event.m_nStatus == STATUS_OUTSIDE) {
+    if (!isEntry) {
         record.m_StartTime = event.m_StartTime;
         return;
     }
@@ -135,7 +138,7 @@ void MergeInfoMap(EmsThreadInfo& info, const EmsThreadInfoMap* pInfo)
         return;
     }
     for (const auto& [name, value] : *pInfo) {
-        info.m_InfoMap[name] = value;
+        info.m_InfoMap.insert_or_assign(name, value);
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <emsplatform/debug_interface.h>
 
+#include "agent/cancellation_off.h"
 #include "emsutil/diagnostics.h"
 
 QNTask::QNTask(eKorTaskMgr* taskMgr, const char* name) : eKorGnlTask(taskMgr, name) {}
@@ -25,19 +26,6 @@ eKorTaskMgr* FindTaskMgr(unsigned char id)
     eKorAppMgr* const appMgr = eKorGetAppMgr();
     return appMgr != nullptr ? appMgr->FindTaskMgrByID(id) : nullptr;
 }
-
-/// Clears a flag at the end of its scope: the last that a thread does with a task.
-class LetGo
-{
-public:
-    explicit LetGo(std::atomic<bool>& flag) : m_Flag(flag) {}
-    ~LetGo() { m_Flag.store(false, std::memory_order_release); }
-    LetGo(const LetGo&) = delete;
-    LetGo& operator=(const LetGo&) = delete;
-
-private:
-    std::atomic<bool>& m_Flag;
-};
 
 /// Brings a task to its end on every way out of its expiry.
 class AtItsEnd
@@ -67,6 +55,7 @@ EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
 {
     AwaitArming();
     if (m_pParam != nullptr && m_Interface.pfnFreeParam != nullptr) {
+        const CancellationOff uncancelled;
         m_Interface.pfnFreeParam(m_pParam);
     }
     m_pParam = nullptr;
@@ -81,11 +70,16 @@ void EmsUtilAgentTimerTask::AwaitArming() const
 
 void EmsUtilAgentTimerTask::InitTaskCmdReqProcess(CmdMSG*)
 {
-    const LetGo last(m_bArming); // also when arming throws: the task is the manager's
-    const long id = SetTaskTimeInterval(INTERVAL);
+    long id = 0;
+    try {
+        id = SetTaskTimeInterval(INTERVAL);
+    } catch (...) {
+        eKorSetTaskState(STATE_FINISHED); // it will never fire, so nothing else would end it
+        throw;
+    }
     m_lTimerID.store(id, std::memory_order_relaxed); // published with the flag
     if (id < 0) {
-        eKorSetTaskState(STATE_FINISHED); // it will never fire, so nothing else would end it
+        eKorSetTaskState(STATE_FINISHED); // likewise
     }
 }
 
@@ -117,14 +111,9 @@ void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
         }
         return;
     }
-    task->BeginArming();
-    try {
-        taskMgr->AllocReqID(task.get());
-        taskMgr->TMInitInsertTask(task.get());
-    } catch (...) {
-        task->CancelArming(); // it has not been given away
-        throw;
-    }
+    const EmsUtilAgentTimerTask::Arming arming(*task);
+    taskMgr->AllocReqID(task.get());
+    taskMgr->TMInitInsertTask(task.get());
     task.release()->InitTaskCmdReqProcess(nullptr);
 }
 

@@ -25,12 +25,24 @@ public:
                           void* param);
     ~EmsUtilAgentTimerTask() override;
 
-    /// To be called before the task is given away: until InitTaskCmdReqProcess() has armed it, it
-    /// neither fires nor ends.
-    void BeginArming() { m_bArming.store(true, std::memory_order_relaxed); }
-    void CancelArming() { m_bArming.store(false, std::memory_order_relaxed); }
+    /// While it lives a task neither fires nor ends: whoever is to do that waits. To destroy it is
+    /// the last that the thread which schedules a timer does with its task.
+    class Arming
+    {
+    public:
+        explicit Arming(EmsUtilAgentTimerTask& task) : m_bArming(task.m_bArming)
+        {
+            m_bArming.store(true, std::memory_order_relaxed); // the task is given away later
+        }
+        ~Arming() { m_bArming.store(false, std::memory_order_release); }
+        Arming(const Arming&) = delete;
+        Arming& operator=(const Arming&) = delete;
 
-    /// Arms the interval. The task may be gone when it returns.
+    private:
+        std::atomic<bool>& m_bArming;
+    };
+
+    /// Arms the interval; ends the task when that fails.
     void InitTaskCmdReqProcess(CmdMSG* msg) override;
     /// Disarms it, runs the function, and comes to the task's end.
     void eKorTaskTimeInterval(long id) override;
@@ -41,9 +53,6 @@ private:
     std::atomic<long> m_lTimerID = 0; // of the newest interval
     EmsUtilTimerInterface m_Interface;
     void* m_pParam = nullptr;
-    /// While a thread is about to arm the interval. To clear it is the last that this thread does
-    /// with the task; an expiry, or the task's end, that is earlier waits for those few
-    /// instructions.
     std::atomic<bool> m_bArming = false;
 };
 

@@ -3,7 +3,6 @@
 
 /// What the sweep takes through every fault: each exported operation, and the services behind it.
 
-#include <climits>
 #include <functional>
 #include <string>
 #include <utility>
@@ -23,8 +22,7 @@ struct Operation
     std::vector<std::pair<faults::Call, std::string>> m_Others = {};
     /// The usual outcome without the preparation; empty where that cannot be.
     std::string m_Unprepared = {};
-    bool m_bPersistently = true;     // lock failures, too
-    int m_nMostMutexLocks = INT_MAX; // that are made to fail
+    bool m_bPersistently = true; // lock failures, too
 };
 
 /// Those that are prepared stand there without their preparation too, where that can be.

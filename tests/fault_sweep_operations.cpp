@@ -205,13 +205,11 @@ std::vector<Operation> AllOperations()
          {{ALLOCATION, "|"}}},
         {"run", Register, noResult([] { runGeneralCmd(g_Cmd); }), "|1 registered ", "|registered ",
          {}, "|"},
-        // A queue whose lock fails is asked again, but a look-up that fails drops its command. The
-        // seventh lock is out: when it fails, the queue that is by then empty counts as one that is
-        // not, and the drain waits for the next add.
+        // A queue whose lock fails is asked again, but a look-up that fails drops its command.
         {"drain", AddTwo, noResult([] { runGeneralCmd(); }), "|1 2 registered ", "|registered ",
          {{MUTEX_LOCK, "|1 2 registered "}, {MUTEX_LOCK, "|1 registered "},
           {MUTEX_LOCK, "|2 registered "}, {COLLABORATOR, "thrown|registered 2 "},
-          {COLLABORATOR, "thrown|1 registered "}}, {}, false, 6},
+          {COLLABORATOR, "thrown|1 registered "}}, {}, false},
 
         {"debug interface", None,
          [] { return YesOrNo(GetEmsUtilAgentDebugInterface() == TheDebugInterface()); },
@@ -266,7 +264,6 @@ std::vector<Operation> AllOperations()
          "0|inside1 report ", {}, "0|"},
         {"mode", None, [] { return to_string(ReadMsgHandleModeSwitcher()); }, "0|", "1|"},
 
-        // When the manager's lock fails in arming, what that throws leaves a timer that its stop ends.
         {"timer", [] { Timers().Start(); }, noResult([] { ScheduleEmsUtilTimer(7, g_Timer, &g_Cmd); }),
          "|copy timeout free ", "|",
          {{ALLOCATION, "|" + noTask + " "}, {ALLOCATION, "|copy timeout free "},

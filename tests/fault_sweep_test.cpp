@@ -137,7 +137,6 @@ int Sweep(const Operation& operation, const std::function<bool(const Fault&)>& s
     };
     int faults = 0;
     for (const auto& [call, ofCall] : errors) {
-        const int most = call == faults::MUTEX_LOCK ? operation.m_nMostMutexLocks : INT_MAX;
         for (const int error : ofCall) {
             for (const bool persistently : {false, true}) {
                 if (persistently && IsLock(call) && !operation.m_bPersistently) {
@@ -145,7 +144,7 @@ int Sweep(const Operation& operation, const std::function<bool(const Fault&)>& s
                 }
                 int nth = 1;
                 while (!testing::Test::HasFailure() && // one is enough
-                       nth <= most && survives({call, nth, error, persistently})) {
+                       survives({call, nth, error, persistently})) {
                     ++nth;
                 }
                 faults += nth - 1;

@@ -146,8 +146,6 @@ TEST(Timer, AnEarlyExpiryWaitsForTheIdAndDisarmsIt)
                                    },
                                    nullptr, nullptr};
     auto* const task = new EmsUtilAgentTimerTask(&manager, "early", timer, nullptr);
-    task->BeginArming();
-    manager.TMInitInsertTask(task);
     std::thread expiry;
     g_OnArming = [&] {
         std::latch running(1);
@@ -161,7 +159,11 @@ TEST(Timer, AnEarlyExpiryWaitsForTheIdAndDisarmsIt)
         }
         EXPECT_EQ(g_Events, "");
     };
-    task->InitTaskCmdReqProcess(nullptr);
+    {
+        const EmsUtilAgentTimerTask::Arming arming(*task);
+        manager.TMInitInsertTask(task);
+        task->InitTaskCmdReqProcess(nullptr);
+    }
     expiry.join();
     EXPECT_EQ(TakeEvents(), "timeout ");
 }

@@ -62,6 +62,9 @@ void CheckUnreferenced(int m_nRefCount, int m_nRefCountEx)
     try {
         QN_CHECK_AT("translog", 353)
         QN_LOG_IF_NOT_TRUE(m_nRefCount <= TRANSLOG_REFCOUNT_NULL);
+    } catch (...) {
+    }
+    try {
         QN_CHECK_AT("translog", 354)
         QN_LOG_IF_NOT_TRUE(m_nRefCountEx <= TRANSLOG_REFCOUNT_NULL);
     } catch (...) {
