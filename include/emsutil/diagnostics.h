@@ -62,8 +62,9 @@ EMSUTIL_API std::string string_format(const char* format, ...)
 /// closed for each entry; its folder is not made.
 ///
 /// Nothing is written when the format is null or malformed, the message empty or longer, or the
-/// file cannot be opened. A full disk may cut an entry short. Blocks for the file system and for
-/// other entries; may be called from anywhere. A thread cannot be cancelled while it writes.
+/// file cannot be opened or locked against other entries. A full disk may cut an entry short.
+/// Blocks for the file system and for other entries; may be called from anywhere. A thread cannot
+/// be cancelled while it writes.
 EMSUTIL_API void EmsUtilTraced(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// The same with the local time in front, 24 characters as "Sun Nov 22 20:38:00 2026", and nothing
@@ -79,8 +80,8 @@ class EMSUTIL_API AgentTimeGuard
 {
 public:
     /// Takes the time, then the description: up to 511 characters, none when `format` is null. A
-    /// longer one is cut, a malformed one empty; both write a check line, "file:emsutil_util:103,
-    /// QN_LOG_IF_TRUE: irlen < 0".
+    /// longer one is cut, a malformed one empty; both write a check line,
+    /// "file:emsutil_util:103,QN_LOG_IF_TRUE: irlen < 0".
     explicit AgentTimeGuard(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     /// Takes the time, then writes. Does not throw: lines that the debug interface fails to take

@@ -169,8 +169,11 @@ EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 /// added meanwhile included, until the queue is empty. A command whose name has no handler when
 /// its turn comes is dropped. May be called from a handler too; what is queued then runs inside it.
 ///
-/// REQUIRES: no other thread is draining. Two drains lose no command and run none twice, but one
-/// may take what the other has seen and leave it blocked until the next add.
+/// Waits for nothing but the queue's own lock; while taking that fails, it tries again. A command
+/// whose handler cannot be looked up because a lock fails is dropped.
+///
+/// REQUIRES: no other thread is draining. Two drains lose no command and run none twice, but they
+/// run commands side by side, so out of order.
 EMSUTIL_API void runGeneralCmd();
 
 } // namespace NSQN_EMSUTIL_AGENT

@@ -33,7 +33,7 @@
 /// Errors: when a lock cannot be taken, a call does nothing and answers no, with errno set to the
 /// lock call's code; when only that of the report threads fails, a first entry is recorded, but not
 /// as a report thread's. std::bad_alloc passes to the caller, with no lock held; an entry that
-/// throws has not taken place.
+/// throws has not taken place, but may have set some of its values.
 
 #include <list>
 #include <map>
@@ -62,7 +62,7 @@ struct EmsThreadInfo
     unsigned long m_ulThreadId = 0; ///< as pthread_self() gave it
     int m_nStatus = 0;              ///< 1 inside its stretch, 0 outside
     ACE_Time_Value m_StartTime;     ///< its first entry; its latest exit once it has left
-    ACE_Time_Value m_Duration;      ///< from the start that its latest entry found to that entry
+    ACE_Time_Value m_Duration;      ///< from start to entry, or as GetEmsThreadInfo() set it
     ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that an entry has set
     long long m_llRecvs = 0;        ///< entries and exits so far
     EmsThreadInfoMap m_InfoMap;     ///< all named values that it has passed in
@@ -121,9 +121,10 @@ EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 EMSUTIL_API void StatEmsThreadInfo();
 
 /// Appends copies of records to `infos`, in the order of thread ids: of all for `seconds` 0, else
-/// of those for which IsEmsThreadTimeout(seconds) holds, each with its elapsed time as m_Duration,
-/// in the process's record too until the thread's next entry. Appends all, or nothing when memory
-/// runs out. With a threshold it keeps other queries out meanwhile.
+/// of those that have been inside for `seconds` or more, as IsEmsThreadTimeout() counts, each with
+/// its elapsed time as m_Duration, in the process's record too until the thread's next entry.
+/// Appends all, or nothing when memory runs out. With a threshold it keeps other queries out
+/// meanwhile.
 EMSUTIL_API void GetEmsThreadInfo(std::list<EmsThreadInfo>& infos, long seconds);
 
 /// The process's message-handling mode: the integer "MsgHandleMode" of the platform's configuration

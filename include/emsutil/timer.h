@@ -18,9 +18,9 @@
 /// Ownership: the record is copied. The caller's data stays the caller's; what pfnCopyParam makes
 /// of it belongs to the timer and goes through pfnFreeParam.
 /// Errors: the caller is not told; a failure shows as a line at level 1 of the debug interface, and
-/// a timer that the task manager has no memory for ends without being run. What pfnCopyParam throws
-/// passes to the caller, and nothing is scheduled; what pfnTimeout throws is the task manager's to
-/// deal with. pfnFreeParam must not throw.
+/// a timer that the task manager has no memory for ends without being run. What pfnCopyParam or the
+/// task manager throws meanwhile passes to the caller, and nothing is run; what pfnTimeout throws
+/// is the task manager's to deal with. pfnFreeParam must not throw, and is not cancelled.
 
 #include "emsutil/export.h"
 

@@ -27,8 +27,8 @@
 /// when a handle's destruction leaves no reference, or by ClearAllLog().
 ///
 /// Thread safety: any thread may call any operation at any time; a handle object is used by one
-/// thread at a time, so each thread that works on a log makes a handle of its own. A buffer's
-/// content is the callers' to guard.
+/// thread at a time, so each thread that works on a log makes a handle of its own. Operations may
+/// block for others, but GetHandle() and IsValid(). A buffer's content is the callers' to guard.
 /// Ownership: a buffer is the log's from AddBuffer() until RemoveBuffer() or the end of the log,
 /// which deletes it. What GetBuffer() gives is borrowed: it is valid while the log lives and the
 /// buffer is in it.
@@ -39,8 +39,8 @@
 /// cannot be cancelled either. A handle whose destructor cannot take its locks keeps its reference,
 /// and so the log until ClearAllLog().
 ///
-/// Check lines are written while the library holds locks of the log, most of them that of all logs:
-/// a debug interface must not call an operation of a transaction log, nor take long.
+/// Most check lines are written while the library holds locks of the log, or that of all logs: a
+/// debug interface must not call an operation of a transaction log, nor take long.
 
 #include <string>
 
@@ -79,11 +79,10 @@ public:
     QNTransactionLog(const QNTransactionLog&) = delete;
     QNTransactionLog& operator=(const QNTransactionLog&) = delete;
 
-    /// The log's handle value, to be passed on; 0, with a check line, when unattached. Does not
-    /// block.
+    /// The log's handle value, to be passed on; 0, with a check line, when unattached.
     unsigned long GetHandle();
 
-    /// Whether it is attached to a log. Does not block.
+    /// Whether it is attached to a log.
     bool IsValid() const;
 
     /// Adds `n` extra references, which keep the log without a handle. Returns how many extra ones

@@ -52,7 +52,7 @@ public:
     /// Arms a timer that expires after `interval` of the manager's units of time, at least one, and
     /// again and again until it is disarmed. Returns its id, which is above 0 and never given
     /// twice; -1 when memory runs out. An expiry may come on another thread before the call has
-    /// returned.
+    /// returned, never on the thread that calls: libemsutil has it wait for that thread.
     long SetTaskTimeInterval(unsigned int interval);
     /// Disarms it. An id that is not armed, or not this task's, is ignored.
     void DelTaskTimeInterval(long id);
@@ -107,7 +107,8 @@ class eKorTaskMgr
 public:
     /// Gives the task a request id, above 0, and returns it.
     unsigned long AllocReqID(eKorTask* task);
-    /// Takes the task: it is the manager's from here on. Returns 0.
+    /// Takes the task: it is the manager's from here on. Returns 0. What this throws says that the
+    /// task has not been taken.
     int TMInitInsertTask(eKorTask* task);
 
 protected:
