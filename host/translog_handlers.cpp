@@ -11,185 +11,13 @@
 #include "host/command_parser.h"
 #include "host/console.h"
 #include "host/handlers.h"
+#include "host/log_book.h"
 
 namespace emshost {
 
 using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
-
-using NSQN_util::QNTransactionBuffer;
-using NSQN_util::QNTransactionLog;
-
-/// Says when it is deleted. That may be under locks of the library, where no log may be used.
-class TextBuffer final : public QNTransactionBuffer
-{
-public:
-    TextBuffer(const std::string& key, std::string text)
-        : m_strText(std::move(text)), m_strLastWords("buffer " + key + ": deleted")
-    {}
-    ~TextBuffer() override { Console::Instance().Print(m_strLastWords); }
-
-    const std::string m_strText;
-
-private:
-    const std::string m_strLastWords;
-};
-
-struct References
-{
-    int m_nHandles = 0; // that this host has attached
-    int m_nExtra = 0;   // as the library said last
-};
-
-struct BufferKey
-{
-    std::string m_strName;
-    unsigned long m_nNumber = 0;
-
-    std::string Text() const { return Quoted(m_strName) + ' ' + std::to_string(m_nNumber); }
-};
-
-/// The library tells how many extra references a log has, when one is added or released. How many
-/// handles it has this host knows, because all of them are its own.
-struct LogBook
-{
-    // Makes an operation, its count and its line one, and keeps a buffer that is being read from
-    // being taken. Guards the next.
-    std::mutex m_Mutex;
-    std::map<unsigned long, References> m_References; // of all logs, by their handle values
-
-    /// Never destroyed: what is open at the end of the process stays open.
-    static LogBook& Instance()
-    {
-        static auto* const book = new LogBook;
-        return *book;
-    }
-};
-
-/// A handle that the book knows. It prints what becomes of it and what is done with it.
-class Handle
-{
-public:
-    /// Makes a log.
-    explicit Handle(const std::string& event)
-    {
-        const std::lock_guard guard(m_Book.m_Mutex);
-        m_Log.emplace();
-        Enter(event);
-    }
-
-    /// Attaches to a log; stays unattached when there is none.
-    Handle(unsigned long value, const std::string& event)
-    {
-        const std::lock_guard guard(m_Book.m_Mutex);
-        m_Log.emplace(value);
-        Enter(event);
-        if (!IsValid()) {
-            Console::Instance().Print(string_format("log %lu: there is none", value));
-        }
-    }
-
-    ~Handle()
-    {
-        if (!IsValid()) {
-            return;
-        }
-        const std::lock_guard guard(m_Book.m_Mutex);
-        m_Log.reset();
-        const auto entry = m_Book.m_References.find(m_nValue);
-        --entry->second.m_nHandles;
-        const bool gone = entry->second.m_nHandles + entry->second.m_nExtra == 0;
-        PrintEvent(gone ? "handle and log destroyed" : "handle destroyed");
-        if (gone) {
-            m_Book.m_References.erase(entry);
-        }
-    }
-
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-
-    bool IsValid() const { return m_Log->IsValid(); }
-
-    void AddReferences(int count)
-    {
-        const std::lock_guard guard(m_Book.m_Mutex);
-        int& extra = m_Book.m_References[m_nValue].m_nExtra;
-        const int before = std::exchange(extra, m_Log->AddRef(count));
-        PrintEvent(string_format("%d added", extra - before));
-    }
-
-    void Release()
-    {
-        const std::lock_guard guard(m_Book.m_Mutex);
-        int& extra = m_Book.m_References[m_nValue].m_nExtra;
-        const int before = std::exchange(extra, m_Log->Release());
-        PrintEvent(string_format("%d released", before - extra));
-    }
-
-    void File(const BufferKey& key, const std::string& text)
-    {
-        const std::lock_guard guard(m_Book.m_Mutex);
-        auto buffer = std::make_unique<TextBuffer>(key.Text(), text);
-        m_Log->AddBuffer(key.m_strName, key.m_nNumber, buffer.get());
-        if (m_Log->GetBuffer(key.m_strName, key.m_nNumber) != buffer.get()) {
-            Print(key.Text() + " is taken");
-            return;
-        }
-        static_cast<void>(buffer.release()); // the log's from here on
-        Print("filed " + key.Text());
-    }
-
-    void Read(const BufferKey& key)
-    {
-        const std::lock_guard guard(m_Book.m_Mutex);
-        PrintFound("read ", key, m_Log->GetBuffer(key.m_strName, key.m_nNumber));
-    }
-
-    void Take(const BufferKey& key)
-    {
-        const std::lock_guard guard(m_Book.m_Mutex);
-        const std::unique_ptr<QNTransactionBuffer> taken(
-            m_Log->RemoveBuffer(key.m_strName, key.m_nNumber));
-        PrintFound("took ", key, taken.get());
-    }
-
-private:
-    // With the lock held.
-
-    void Enter(const std::string& event)
-    {
-        if (IsValid()) {
-            m_nValue = m_Log->GetHandle();
-            ++m_Book.m_References[m_nValue].m_nHandles;
-            PrintEvent(event);
-        }
-    }
-
-    void Print(const std::string& line) const
-    {
-        Console::Instance().Print(string_format("log %lu: %s", m_nValue, line.c_str()));
-    }
-
-    void PrintEvent(const std::string& event) const
-    {
-        const auto& [handles, extra] = m_Book.m_References[m_nValue];
-        Print(string_format("%s (%d, %d)", event.c_str(), handles + extra, extra));
-    }
-
-    /// All buffers of this process are texts.
-    void PrintFound(const char* action, const BufferKey& key,
-                    const QNTransactionBuffer* buffer) const
-    {
-        Print(buffer == nullptr ? "has no " + key.Text()
-                                : action + key.Text() + ": " +
-                                      Quoted(static_cast<const TextBuffer*>(buffer)->m_strText));
-    }
-
-    LogBook& m_Book = LogBook::Instance();
-    std::optional<QNTransactionLog> m_Log; // there until the destructor
-    unsigned long m_nValue = 0;
-};
 
 /// The handles that commands hold, by names of the host's own. Of the main thread.
 std::map<std::string, std::unique_ptr<Handle>>& HeldHandles()
@@ -370,7 +198,7 @@ void Clear(Host& host, EmsGeneralCmd& cmd)
             handles += references.m_nHandles;
         }
         if (handles == 0) {
-            QNTransactionLog::ClearAllLog();
+            NSQN_util::QNTransactionLog::ClearAllLog();
             Console::Instance().Print(
                 string_format("logs destroyed: %zu", book.m_References.size()));
             book.m_References.clear();
