@@ -1,4 +1,5 @@
-# What the documents say is compiled and run, so that it cannot become wrong unnoticed.
+# The code in the documents, in blocks marked cpp or cmake, is that of programs which are built and run
+# here, so that it cannot become wrong unnoticed.
 
 set(guide_programs commands lock_errors report threads time_guard timer transaction_log)
 foreach(name IN LISTS guide_programs)
