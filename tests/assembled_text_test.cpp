@@ -16,6 +16,8 @@ using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
 
+constexpr int TYPES[] = {0, 1, 0, 1, 2, -1, INT_MAX, INT_MIN};
+
 class AssembledText : public testing::Test
 {
 protected:
@@ -29,22 +31,15 @@ protected:
     std::string Field()
     {
         constexpr std::string_view letters("%sdn,{}=\0 -+09aZ\n\xff", 18);
-        const char* const limits[] = {"2147483647",          "2147483648",          "-2147483649",
-                                      "9223372036854775807", "9223372036854775808", "%n"};
         if (m_Random() % 4 == 0) {
-            return OneOf(limits);
+            return OneOf({"2147483647", "2147483648", " -2147483649x", "9223372036854775807",
+                          "9223372036854775808", "-9223372036854775809", "+7", "010", "%n"});
         }
         std::string field(m_Random() % 40, ' ');
         for (char& letter : field) {
             letter = letters[m_Random() % letters.size()];
         }
         return field;
-    }
-
-    int Type()
-    {
-        constexpr int types[] = {0, 1, 0, 1, 2, -1, INT_MAX, INT_MIN};
-        return OneOf(types);
     }
 
     std::mt19937_64 m_Random{20};
@@ -59,14 +54,12 @@ int ReadInt(const std::string& text)
 std::string Printed(const EmsNameAndValueStringTypePair& pair)
 {
     const char* const name = pair.name.c_str();
-    switch (pair.rtype) {
-    case NVTP_TYPE_STRING:
+    if (pair.rtype == NVTP_TYPE_STRING) {
         return string_format("nvtp={name=%s,value=%s,rtype=String}", name, pair.value.c_str());
-    case NVTP_TYPE_LONG:
-        return string_format("nvtp={name=%s,value=%d,rtype=Long}", name, ReadInt(pair.value));
-    default:
-        return "";
     }
+    return pair.rtype != NVTP_TYPE_LONG
+               ? ""
+               : string_format("nvtp={name=%s,value=%d,rtype=Long}", name, ReadInt(pair.value));
 }
 
 std::string Printed(const EmsThreadInfo& record)
@@ -81,17 +74,11 @@ std::string Printed(const EmsThreadInfo& record)
         milliseconds(record.m_StartTime), milliseconds(record.m_Duration),
         milliseconds(record.m_MaxDuration), record.m_llRecvs);
     for (const auto& [name, value] : record.m_InfoMap) {
-        switch (value.second) {
-        case THREADINFO_TYPE_STRING:
-            text += string_format(" %s %s\n", name.c_str(), value.first.c_str());
-            break;
-        case THREADINFO_TYPE_INT:
-            text += string_format(" %s %d\n", name.c_str(), ReadInt(value.first));
-            break;
-        default:
-            text += string_format(" Impossible type %d\n", value.second);
-            break;
-        }
+        const auto& [shown, type] = value;
+        text +=
+            type == THREADINFO_TYPE_STRING ? string_format(" %s %s\n", name.c_str(), shown.c_str())
+            : type == THREADINFO_TYPE_INT  ? string_format(" %s %d\n", name.c_str(), ReadInt(shown))
+                                           : string_format(" Impossible type %d\n", type);
     }
     return text;
 }
@@ -108,7 +95,7 @@ TEST_F(AssembledText, ACommandsFormIsWhatPrintfMakes)
             auto& pair = cmd.nvtps.nvtps.emplace_back();
             pair.name = Field();
             pair.value = Field();
-            pair.rtype = Type();
+            pair.rtype = OneOf(TYPES);
             pairs += cmd.nvtps.nvtps.size() == 1 ? "" : ",";
             pairs += Printed(pair);
         }
@@ -126,16 +113,16 @@ TEST_F(AssembledText, ACommandsFormIsWhatPrintfMakes)
 TEST_F(AssembledText, TheStatisticsAreWhatPrintfMakes)
 {
     EmsThreadInfoMgr& monitor = *EmsThreadInfoMgr::Instance();
-    const long long times[] = {0, 999, 1000, 1'790'000'000'000'000, 253'402'300'799'999'999};
     for (int i = 0; i < 2000; ++i) {
         EmsThreadInfoMap values;
         for (int count = OneOf({0, 1, 5}); count > 0; --count) {
-            values[Field()] = {Field(), Type()};
+            values[Field()] = {Field(), OneOf(TYPES)};
         }
         EmsThreadInfo event;
         event.m_ulThreadId = OneOf({m_Random(), m_Random() % 100, ULONG_MAX});
         event.m_nStatus = OneOf({0, 1, 1});
-        const long long time = OneOf(times);
+        const long long time =
+            OneOf({-2'001'999ll, 0ll, 999ll, 1'790'000'000'000'000ll, 253'402'300'799'999'999ll});
         event.m_StartTime.set(time / 1'000'000, time % 1'000'000);
         monitor.UpdateThreadInfo(event, &values);
     }

@@ -22,15 +22,14 @@ struct Operation
     std::vector<std::pair<faults::Call, std::string>> m_Others = {};
     /// The usual outcome without the preparation; empty where that cannot be.
     std::string m_Unprepared = {};
-    bool m_bPersistently = true; // lock failures, too
+    bool m_bPersistently = true; // failures of mutexes, too
 };
 
 /// Those that are prepared stand there without their preparation too, where that can be.
 std::vector<Operation> AllOperations();
 
-/// Gives the operations a clock, a report file and a configuration to work on.
+/// Gives the operations a clock and a configuration to work on.
 void SetUpServices();
-void TearDownServices();
 
 /// What the operations have left behind, in all services, which are then as before.
 std::string TakeState();

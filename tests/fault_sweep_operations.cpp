@@ -1,16 +1,10 @@
 #include "tests/fault_sweep.h"
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <list>
 #include <map>
 #include <optional>
 #include <set>
-
-#include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <emsplatform/task_manager.h>
 
@@ -56,7 +50,7 @@ void Note(const char* event)
 struct Buffer : QNTransactionBuffer
 {
     ~Buffer() override { g_Events += "deleted "; }
-};
+} g_Buffer; // stays the test's
 
 int See(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 {
@@ -100,23 +94,6 @@ QNMitLockErrMgr& Locks()
     return *QNMitLockErrMgr::Instance();
 }
 
-/// One that stays the test's.
-QNTransactionBuffer& TheBuffer()
-{
-    static Buffer& buffer = *new Buffer;
-    return buffer;
-}
-
-/// Attached handles are not to be left when their logs go.
-void Clear()
-{
-    QNTransactionLog::ClearAllLog();
-    const faults::Pause unswept;
-    if (g_TransLogMap.empty()) {
-        new (&*g_Log) QNTransactionLog(0ul);
-    }
-}
-
 std::string CountRecords(long seconds)
 {
     std::list<EmsThreadInfo> infos;
@@ -138,17 +115,6 @@ EmsUtilTimerInterface g_Timer = {[](void*) { Note("timeout "); },
                                  },
                                  [](void*) { g_Events += "free "; }};
 
-const char* YesOrNo(bool yes)
-{
-    return yes ? "yes" : "no";
-}
-
-/// A folder of the test's own.
-std::string ReportPath()
-{
-    return testing::TempDir() + "emsutil_sweep." + to_string(getpid()) + "/";
-}
-
 void None() {}
 
 /// All that a record can do, with failures of memory at every step.
@@ -157,10 +123,8 @@ Operation OnRecord(const char* name, const Record& source)
 {
     std::string usual = Record(source).ToString() + Record().ToString() + "|";
     const auto run = [source] {
-        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): to copy is what is swept
-        Record copy(source);
         Record assigned;
-        assigned = copy;
+        assigned = Record(source);
         std::string text = assigned.ToString();
         return text += Record::FromString(text).ToString();
     };
@@ -212,8 +176,8 @@ std::vector<Operation> AllOperations()
           {COLLABORATOR, "thrown|1 registered "}}, {}, false},
 
         {"debug interface", None,
-         [] { return YesOrNo(GetEmsUtilAgentDebugInterface() == TheDebugInterface()); },
-         "yes|", "no|", {{READ_LOCK, "yes|"}}},
+         [] { return to_string(GetEmsUtilAgentDebugInterface() == TheDebugInterface()); },
+         "1|", "0|", {{READ_LOCK, "1|"}}},
         {"format", None, [] { return string_format("%600s", "x"); },
          std::string(599, ' ') + "x|", "|"},
         {"trace", None, noResult([] { EmsUtilTraced("%s", "text"); }), "|text",
@@ -250,10 +214,10 @@ std::vector<Operation> AllOperations()
          "|", "|"},
         {"name a number", None, noResult([] { AddEmsThreadInfo(g_Values, LONG.c_str(), 7); }),
          "|", "|"},
-        {"time-out", Enter, [] { return YesOrNo(IsEmsThreadTimeout(10)); },
-         "yes|inside1 report ", "no|inside1 report ", {}, "no|"},
-        {"report thread", Enter, [] { return YesOrNo(IsEmsThreadReport(pthread_self())); },
-         "yes|inside1 report ", "no|inside1 report ", {}, "no|"},
+        {"time-out", Enter, [] { return to_string(IsEmsThreadTimeout(10)); },
+         "1|inside1 report ", "0|inside1 report ", {}, "0|"},
+        {"report thread", Enter, [] { return to_string(IsEmsThreadReport(pthread_self())); },
+         "1|inside1 report ", "0|inside1 report ", {}, "0|"},
         {"statistics", Enter, noResult(StatEmsThreadInfo),
          "|Ems Thread Information inside1 report ", "|inside1 report ",
          {{READ_LOCK, "|Ems Thread Information inside1 report "}},
@@ -272,14 +236,17 @@ std::vector<Operation> AllOperations()
          noResult([] { ScheduleEmsUtilTimer(9, g_Timer, &g_Cmd); }), "|Find TaskMgrID 9 failed ", "|",
          {{READ_LOCK, "|Find TaskMgrID 9 failed "}}},
 
-        {"log", None, [] { return YesOrNo(g_Log.emplace().IsValid()); }, "yes|log100 ", "no|"},
-        {"attach", MakeLog<0>, [] { return YesOrNo(g_Second.emplace(1).IsValid()); },
-         "yes|log201 ", "no|log101 "},
+        {"log", None, [] { return to_string(g_Log.emplace().IsValid()); }, "1|log100 ", "0|"},
+        {"attach", MakeLog<0>, [] { return to_string(g_Second.emplace(1).IsValid()); },
+         "1|log201 ", "0|log101 "},
         // Without the lock of its buffers they go all the same.
         {"detach", MakeLog<0>, noResult([] { g_Log.reset(); }), "|deleted ", "|log101 ",
          {{WRITE_LOCK, "|deleted "}}},
-        {"clear", MakeLog<1>, noResult([] { Clear(); }),
-         "|deleted file:translog:353 file:translog:354 ", "|log211 ",
+        {"clear", [] {
+             MakeLog<1>();
+             g_Log.reset();
+         }, noResult(QNTransactionLog::ClearAllLog),
+         "|deleted file:translog:353 file:translog:354 ", "|log111 ",
          {{WRITE_LOCK, "|deleted file:translog:353 file:translog:354 "},
           {COLLABORATOR, "|deleted file:translog:354 "}, {COLLABORATOR, "|deleted file:translog:353 "},
           {COLLABORATOR, "|deleted "}}},
@@ -291,19 +258,19 @@ std::vector<Operation> AllOperations()
         {"release", MakeLog<2>, [] { return to_string(g_Log->Release()); }, "1|log211 ", "0|log321 "},
         {"release none", MakeLog<0>, [] { return to_string(g_Log->Release()); },
          "0|file:translog:439 log101 ", "0|log101 ", {{MUTEX_LOCK, "0|file:translog:439 log101 "}}},
-        {"add buffer", MakeLog<0>, noResult([] { g_Log->AddBuffer(LONG, 1, &TheBuffer()); }),
+        {"add buffer", MakeLog<0>, noResult([] { g_Log->AddBuffer(LONG, 1, &g_Buffer); }),
          "|log102 ", "|log101 "},
         {"add no buffer", MakeLog<0>, noResult([] { g_Log->AddBuffer(LONG, 1, nullptr); }),
          "|file:translog:467 log101 ", "|log101 "},
-        {"get buffer", MakeLog<0>, [] { return YesOrNo(g_Log->GetBuffer("a", 1) != nullptr); },
-         "yes|log101 ", "no|log101 "},
+        {"get buffer", MakeLog<0>, [] { return to_string(g_Log->GetBuffer("a", 1) != nullptr); },
+         "1|log101 ", "0|log101 "},
         {"remove buffer", [] {
              MakeLog<0>();
-             g_Log->AddBuffer("b", 1, &TheBuffer());
-         }, [] { return YesOrNo(g_Log->RemoveBuffer("b", 1) != nullptr); }, "yes|log101 ", "no|log102 "},
+             g_Log->AddBuffer("b", 1, &g_Buffer);
+         }, [] { return to_string(g_Log->RemoveBuffer("b", 1) != nullptr); }, "1|log101 ", "0|log102 "},
 
-        {"lock errors", None, [] { return YesOrNo(QNMitLockErrMgr::Instance() != nullptr); },
-         "yes|locks0 ", "no|"},
+        {"lock errors", None, [] { return to_string(QNMitLockErrMgr::Instance() != nullptr); },
+         "1|locks0 ", "0|"},
         {"no lock errors", Locks, noResult(QNMitLockErrMgr::Destroy), "|", "|locks0 ",
          {{MUTEX_LOCK, "|"}}},
         {"insert lock error", Locks, noResult([] { Locks().InsertThrIDandInfo(7, LONG.c_str()); }),
@@ -327,23 +294,10 @@ std::vector<Operation> AllOperations()
 void SetUpServices()
 {
     TheDebugInterface(); // made here, not under a fault
-    ThePlatform().parentPath = ReportPath() + "bin/";
-    std::filesystem::create_directories(ReportPath() + "bin");
-    std::filesystem::create_directories(ReportPath() + "var/dump");
-    ThePlatform().readMode = [](int& value) {
-        value = 0;
-        return 1;
-    };
+    ThePlatform().readMode = [](int& value) { return value = 0, 1; };
     faults::g_llClock = START;
     faults::g_pCtime = [](char* buffer) { return std::strcpy(buffer, "stamp\n"); };
     g_bEnableMitLockErrMgr = true;
-}
-
-void TearDownServices()
-{
-    std::filesystem::remove_all(ReportPath());
-    faults::g_llClock = faults::REAL_CLOCK;
-    faults::g_pCtime = nullptr;
 }
 
 std::string TakeState()
@@ -361,9 +315,7 @@ std::string TakeState()
     for (const std::string& line : TakeLines()) {
         g_Events += line.substr(2, line.find_first_of(",\n") - 2) + " ";
     }
-    std::ifstream file(ThePlatform().parentPath + "../var/dump/test.rpt");
-    g_Events.append(std::istreambuf_iterator<char>(file), {});
-    std::filesystem::remove(ThePlatform().parentPath + "../var/dump/test.rpt");
+    g_Events += ReportFolder::Take();
     for (const auto& [id, record] : RecordsOf(*EmsThreadInfoMgr::Instance())) {
         g_Events += (record.m_nStatus == 1 ? "inside" : "outside") + to_string(record.m_llRecvs) +
                     (IsEmsThreadReport(id) ? " report " : " ");

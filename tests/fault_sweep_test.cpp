@@ -11,6 +11,7 @@
 #include <ace/Log_Msg.h>
 
 #include "tests/fault_sweep.h"
+#include "tests/test_platform.h"
 
 using namespace std::chrono_literals;
 
@@ -46,11 +47,6 @@ std::string PrepareAndRun(const Operation& operation)
     operation.m_Prepare();
     std::string outcome = Run(operation);
     return outcome + "|" + TakeState();
-}
-
-bool IsLock(faults::Call call)
-{
-    return call == faults::MUTEX_LOCK || call == faults::READ_LOCK || call == faults::WRITE_LOCK;
 }
 
 bool Allows(const Operation& operation, faults::Call call, const std::string& outcome)
@@ -105,7 +101,8 @@ bool Survives(const Operation& operation, const Fault& fault)
         return false;
     }
     EXPECT_TRUE(Allows(operation, fault.m_Call, outcome)) << outcome;
-    if (IsLock(fault.m_Call) && outcome == operation.m_Refused) {
+    const bool isLock = fault.m_Call >= faults::MUTEX_LOCK && fault.m_Call <= faults::WRITE_LOCK;
+    if (isLock && outcome == operation.m_Refused) {
         EXPECT_EQ(error, fault.m_nError);
     }
     EXPECT_EQ(PrepareAndRun(operation), operation.m_Usual);
@@ -139,7 +136,7 @@ int Sweep(const Operation& operation, const std::function<bool(const Fault&)>& s
     for (const auto& [call, ofCall] : errors) {
         for (const int error : ofCall) {
             for (const bool persistently : {false, true}) {
-                if (persistently && IsLock(call) && !operation.m_bPersistently) {
+                if (persistently && call == faults::MUTEX_LOCK && !operation.m_bPersistently) {
                     continue;
                 }
                 int nth = 1;
@@ -186,6 +183,7 @@ TEST(FaultSweep, EveryOperationSurvivesEveryFault)
     // ACE has a word on memory that fails, and makes an object for it then.
     ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS);
     ACE_Log_Category::ace_lib().per_thr_obj();
+    const ReportFolder folder;
     SetUpServices();
     const std::vector<Operation> operations = AllOperations();
     auto* const live = static_cast<long*>(
@@ -208,7 +206,6 @@ TEST(FaultSweep, EveryOperationSurvivesEveryFault)
         });
     }
     munmap(live, sizeof(long));
-    TearDownServices();
     std::printf("%d faults in %zu operations\n", faults, operations.size());
     EXPECT_GE(faults, 2000);
 }

@@ -1,5 +1,6 @@
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -14,11 +15,7 @@ using namespace std::string_view_literals;
 
 TEST(HostParser, CommandsAndTheirTextForm)
 {
-    struct
-    {
-        std::string_view m_Line;
-        std::string_view m_TextForm;
-    } const cases[] = {
+    const std::pair<std::string_view, std::string_view> cases[] = {
         {"show", ":show={objs={},nvtps={}};"},
         {" \tshow\t # comment", ":show={objs={},nvtps={}};"},
         {"show#1", ":show#1={objs={},nvtps={}};"},
@@ -41,20 +38,15 @@ TEST(HostParser, CommandsAndTheirTextForm)
     };
     EmsGeneralCmd cmd; // one for all: nothing of a former line may stay
     std::string error;
-    for (const auto& line : cases) {
-        EXPECT_EQ(ParseCommand(line.m_Line, cmd, error), ParseResult::Command)
-            << line.m_Line << ": " << error;
-        EXPECT_EQ(cmd.ToString(), line.m_TextForm) << line.m_Line;
+    for (const auto& [line, textForm] : cases) {
+        EXPECT_EQ(ParseCommand(line, cmd, error), ParseResult::Command) << line << ": " << error;
+        EXPECT_EQ(cmd.ToString(), textForm) << line;
     }
 }
 
 TEST(HostParser, ErrorsTellWhatAndWhere)
 {
-    struct
-    {
-        std::string_view m_Line;
-        std::string_view m_Error;
-    } const cases[] = {
+    const std::pair<std::string_view, std::string_view> cases[] = {
         {"a=1", R"(expected a command name, found "a=1" at column 1)"},
         {"  {a=1}", R"(expected a command name, found "{a=1}" at column 3)"},
         {"\"a\"b", R"(expected a command name, found "\"a\"b" at column 1)"},
@@ -82,10 +74,10 @@ TEST(HostParser, ErrorsTellWhatAndWhere)
         {"c {} a=1", R"(expected { or the end of the line, found "a=1" at column 6)"},
     };
     EmsGeneralCmd cmd;
-    for (const auto& line : cases) {
+    for (const auto& [line, expected] : cases) {
         std::string error;
-        EXPECT_EQ(ParseCommand(line.m_Line, cmd, error), ParseResult::Error) << line.m_Line;
-        EXPECT_EQ(error, line.m_Error) << line.m_Line;
+        EXPECT_EQ(ParseCommand(line, cmd, error), ParseResult::Error) << line;
+        EXPECT_EQ(error, expected) << line;
     }
 }
 

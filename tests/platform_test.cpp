@@ -35,24 +35,11 @@ int Format(char* dest, std::size_t destMax, std::size_t count, const char* forma
     return result;
 }
 
-std::string ReadFile(const std::string& path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 } // namespace
 
 TEST(Platform, FormatsWithinItsBoundsAndEmptiesTheBufferForAMalformedFormat)
 {
-    const struct
-    {
-        std::size_t destMax;
-        std::size_t count;
-        const char* format;
-        int result;
-        const char* left;
-    } cases[] = {
+    const std::tuple<std::size_t, std::size_t, const char*, int, const char*> cases[] = {
         {8, 7, "%s", 4, "text"},
         {5, 4, "%s", 4, "text"},
         {8, 3, "%s", -1, "tex"},
@@ -65,13 +52,13 @@ TEST(Platform, FormatsWithinItsBoundsAndEmptiesTheBufferForAMalformedFormat)
         {8, 7, "ab%99999999999d", -1, ""},
         {8, 7, "%2147483648d", -1, ""},
     };
-    for (const auto& test : cases) {
+    for (const auto& [destMax, count, format, result, left] : cases) {
         char buffer[16];
         std::memset(buffer, '#', sizeof buffer);
-        EXPECT_EQ(Format(buffer, test.destMax, test.count, test.format, "text"), test.result);
-        EXPECT_STREQ(buffer, test.left);
-        EXPECT_EQ(std::string(buffer + test.destMax, sizeof buffer - test.destMax),
-                  std::string(sizeof buffer - test.destMax, '#'));
+        EXPECT_EQ(Format(buffer, destMax, count, format, "text"), result);
+        EXPECT_STREQ(buffer, left);
+        EXPECT_EQ(std::string(buffer + destMax, sizeof buffer - destMax),
+                  std::string(sizeof buffer - destMax, '#'));
     }
     char untouched = '#';
     EXPECT_LT(Format(&untouched, 0, 0, "%s", "text"), 0);
@@ -102,21 +89,16 @@ TEST(Platform, ReadsIntegersFromTheConfigurationFile)
                            "plus = +7\nlarge = 2147483648\nword = 5x\nempty =\nplusminus = +-5\n"
                            "twice = 1\ntwice = 2\nspoiled = 1\nspoiled = x\n= 4\nno equals\n"
                            "#hidden = 6\nlast = 9";
-    const struct
-    {
-        const char* key;
-        int result;
-        int value;
-    } cases[] = {
+    const std::tuple<const char*, int, int> cases[] = {
         {"plain", 1, 5},   {"minus", 1, INT_MIN}, {"plus", 1, 7},     {"large", 0, 42},
         {"word", 0, 42},   {"empty", 0, 42},      {"twice", 1, 2},    {"spoiled", 0, 42},
         {"hidden", 0, 42}, {"Plain", 0, 42},      {"missing", 0, 42}, {"last", 1, 9},
         {nullptr, 0, 42},  {"plusminus", 0, 42},
     };
-    for (const auto& test : cases) {
+    for (const auto& [key, result, read] : cases) {
         int value = 42;
-        EXPECT_EQ(eKorGetRegInt(test.key, value, path.c_str()), test.result);
-        EXPECT_EQ(value, test.value);
+        EXPECT_EQ(eKorGetRegInt(key, value, path.c_str()), result);
+        EXPECT_EQ(value, read);
     }
     int value = 42;
     for (const char* file : {"/nowhere/ems.cfg", "/", static_cast<const char*>(nullptr)}) {
@@ -191,6 +173,7 @@ TEST(Platform, AFileGetsWholeLinesFromAllThreads)
     for (int i = 0; i < threads * each; ++i) {
         expected += word + '\n';
     }
-    EXPECT_EQ(ReadFile(path), expected);
+    std::ifstream file(path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), expected);
     std::remove(path.c_str());
 }

@@ -2,6 +2,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include <unistd.h>
 
 #include "tests/faults.h"
 
@@ -69,6 +73,28 @@ TestPlatform& ThePlatform()
 {
     static TestPlatform& platform = *new TestPlatform;
     return platform;
+}
+
+ReportFolder::ReportFolder()
+    : m_Root(std::filesystem::temp_directory_path() / ("emsutil." + std::to_string(getpid())) / "")
+{
+    ThePlatform().parentPath = m_Root + "bin/";
+    std::filesystem::create_directories(m_Root + "bin");
+    std::filesystem::create_directories(m_Root + "var/dump");
+}
+
+ReportFolder::~ReportFolder()
+{
+    std::filesystem::remove_all(m_Root);
+}
+
+std::string ReportFolder::Take()
+{
+    const std::string path = ThePlatform().parentPath + "../var/dump/test.rpt";
+    std::ifstream file(path);
+    std::string text(std::istreambuf_iterator<char>(file), {});
+    std::filesystem::remove(path);
+    return text;
 }
 
 std::vector<std::string> TakeLines()

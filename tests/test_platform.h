@@ -34,6 +34,18 @@ TestPlatform& ThePlatform();
 /// assertion line.
 std::vector<std::string> TakeLines();
 
+/// The folders of the report file, while it lives.
+struct ReportFolder
+{
+    ReportFolder();
+    ~ReportFolder();
+
+    /// What the file of the process "test" holds, which is then removed.
+    static std::string Take();
+
+    const std::string m_Root;
+};
+
 /// The default object, whatever hasDebugInterface says.
 NSQN_util::DebugInterface* TheDebugInterface();
 

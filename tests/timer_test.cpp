@@ -39,6 +39,11 @@ void Free(void* param)
     delete static_cast<int*>(param);
 }
 
+void* Same(void* param)
+{
+    return param;
+}
+
 EmsUtilTimerInterface g_Timer = {Timeout, Copy, Free};
 
 std::string TakeEvents()
@@ -83,21 +88,19 @@ TEST(Timer, FiresOnceAfterOneUnitAndIsThenDestroyed)
     EmsUtilTimerInterface timer = g_Timer;
     ScheduleEmsUtilTimer(7, timer, &param);
     param = 6;
+    g_Now += 1us;
     ScheduleEmsUtilTimer(7, timer, &param);
+    g_Now += 1us;
     ScheduleEmsUtilTimer(7, timer, nullptr);
     timer = {};
     EXPECT_EQ(TakeEvents(), "copy copy ");
-    g_Now += 100ms;
+    g_Now += 100ms - 2us;
     EXPECT_EQ(manager.DeliverExpired(), 0u); // the nanosecond is rounded up
     g_Now += 999ns;
-    EXPECT_EQ(manager.DeliverExpired(), 3u);
-    std::string events = TakeEvents();
-    for (const char* expected : {"timeout5 free ", "timeout6 free ", "timeout-null "}) {
-        const std::size_t place = events.find(expected);
-        ASSERT_NE(place, std::string::npos) << expected;
-        events.erase(place, std::strlen(expected));
-    }
-    EXPECT_EQ(events, "");
+    EXPECT_EQ(manager.DeliverExpired(), 1u);
+    g_Now += 2us;
+    EXPECT_EQ(manager.DeliverExpired(), 2u);
+    EXPECT_EQ(TakeEvents(), "timeout5 free timeout6 free timeout-null ");
     g_Now += 10s;
     EXPECT_EQ(manager.DeliverExpired(), 0u);
 }
@@ -110,7 +113,7 @@ TEST(Timer, NullFunctionsAreNotCalled)
         {nullptr, nullptr, nullptr},
         {Timeout, [](void*) -> void* { return nullptr; }, Free},
         {Timeout, nullptr, Free},
-        {nullptr, [](void* given) { return given; }, nullptr},
+        {nullptr, Same, nullptr},
     };
     for (EmsUtilTimerInterface& timer : timers) {
         ScheduleEmsUtilTimer(7, timer, &param);
@@ -192,16 +195,16 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
     EXPECT_EQ(manager.DeliverExpired(), 0u);
 
     manager.Start();
-    static EmsUtilTimerInterface stops = {[](void*) {
-                                              EXPECT_EQ(Manager().DeliverExpired(), 0u);
-                                              Manager().Stop();
-                                              g_Events += "stopped ";
-                                          },
-                                          [](void* given) { return given; },
-                                          [](void*) {
-                                              Manager().Stop(); // from a task's end
-                                              g_Events += "free ";
-                                          }};
+    EmsUtilTimerInterface stops = {[](void*) {
+                                       EXPECT_EQ(Manager().DeliverExpired(), 0u);
+                                       Manager().Stop();
+                                       g_Events += "stopped ";
+                                   },
+                                   Same,
+                                   [](void*) {
+                                       Manager().Stop(); // from a task's end
+                                       g_Events += "free ";
+                                   }};
     ScheduleEmsUtilTimer(7, stops, &param);
     g_Now += 1us;
     ScheduleEmsUtilTimer(7, g_Timer, &param); // due later, but in the same call
@@ -214,21 +217,15 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
     manager.Stop();
     EXPECT_EQ(TakeEvents(), "free ");
 
-    TaskManager outer({1us, [] { return g_Now; }});
+    TaskManager& outer = *emsplatform::AddTaskManager(8, {1us, [] { return g_Now; }});
     outer.Start();
     manager.Start();
-    struct Nested : eKorGnlTask
-    {
-        using eKorGnlTask::eKorGnlTask;
-        void eKorTaskTimeInterval(long) override { m_Do(); }
-        std::function<void()> m_Do;
-    };
-    Nested first(&outer, "first");
-    Nested second(&manager, "second");
-    first.m_Do = [&] { manager.DeliverExpired(); };
-    second.m_Do = [&] { outer.Stop(); }; // in an event of it, though another manager's is nearer
-    first.SetTaskTimeInterval(1);
-    second.SetTaskTimeInterval(1);
+    EmsUtilTimerInterface first = {[](void*) { Manager().DeliverExpired(); }, nullptr, nullptr};
+    // In an event of the outer, though another manager's is nearer.
+    EmsUtilTimerInterface second = {[](void* given) { static_cast<TaskManager*>(given)->Stop(); },
+                                    Same, nullptr};
+    ScheduleEmsUtilTimer(8, first, nullptr);
+    ScheduleEmsUtilTimer(7, second, &outer);
     g_Now += 101ms;
     EXPECT_EQ(outer.DeliverExpired(), 1u);
     EXPECT_EQ(outer.DeliverExpired(), 0u);
