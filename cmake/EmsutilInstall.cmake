@@ -50,9 +50,10 @@ install(EXPORT emsutil
     DESTINATION "${package_folder}"
     COMPONENT Development)
 
-# pkg-config. A relative folder is told from where the file itself lies.
+# pkg-config. A relative folder is told from where the file itself lies, but for the system's, which
+# pkg-config leaves out when it knows them by their names.
 set(pc_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
-if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     set(pc_prefix "${CMAKE_INSTALL_PREFIX}")
 else()
     file(RELATIVE_PATH pc_to_prefix "/${pc_folder}" /)

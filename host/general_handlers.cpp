@@ -52,7 +52,7 @@ void Debug(Host& host, EmsGeneralCmd& cmd)
 void RunFile(Host& host, EmsGeneralCmd& cmd)
 {
     const auto file = TextOf(FindPair(cmd, "file"));
-    if (!file) {
+    if (!file || file->empty()) {
         host.ReportBadCommand(cmd, "needs file=PATH");
     } else if (file->find('\0') != std::string::npos) {
         host.ReportBadCommand(cmd, Quoted(*file) + " cannot be a path");

@@ -74,6 +74,7 @@ int Run(int argc, char** argv)
         ->type_name("NAME");
     app.add_option_function<std::string>("--config", emsplatform::SetConfigFile,
                                          "The configuration file of the platform")
+        ->check(CLI::ExistingFile)
         ->type_name("FILE");
     CLI::Option* const soak =
         app.add_option("--soak", soakSeconds,

@@ -47,8 +47,8 @@ foreach(linkage IN ITEMS shared static)
 
     # As old as a host may be.
     add_test(NAME consumer.pkg-config.${linkage}
-        COMMAND sh -ec "'${CMAKE_CXX_COMPILER}' -std=c++11 -o consumer.${linkage} '${consumer}/main.cpp' \
-            $(pkg-config --cflags --libs emsutil) && ./consumer.${linkage}")
+        COMMAND sh -ec "eval \"'${CMAKE_CXX_COMPILER}' -std=c++11 -o consumer.${linkage} '${consumer}/main.cpp' \
+            $(pkg-config --cflags --libs emsutil)\" && ./consumer.${linkage}")
     set_tests_properties(consumer.pkg-config.${linkage} PROPERTIES
         LABELS install
         ENVIRONMENT "PKG_CONFIG_PATH=${trees}/${linkage}/lib/pkgconfig;LD_LIBRARY_PATH=${trees}/${linkage}/lib")

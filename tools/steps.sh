@@ -81,7 +81,9 @@ need_commands() {
 }
 
 configure() {
-    cmake -S . -B "$folder" -G Ninja "$@"
+    cmake -S . -B "$folder" -G Ninja "$@" && return
+    echo "Remove $folder if it is of another source folder or of another generator."
+    return 1
 }
 
 build() {

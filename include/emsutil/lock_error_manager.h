@@ -3,7 +3,12 @@
 
 /// Lock errors: one text a thread, kept while the thread has something to tell of its locks.
 ///
+///     #include <emsplatform/platform.h>
+///     #include <emsutil/lock_error_manager.h>
+///
 ///     using NSQN_util::QNMitLockErrMgr;
+///
+///     NSQN_util::g_bEnableMitLockErrMgr = true; // before threads start
 ///
 ///     if (QNMitLockErrMgr* locks = QNMitLockErrMgr::Instance()) {
 ///         locks->InsertThrIDandInfo(threadId, "waits for the alarm table");

@@ -29,6 +29,8 @@
 /// Thread safety: any thread may call any operation at any time; a handle object is used by one
 /// thread at a time, so each thread that works on a log makes a handle of its own. Operations may
 /// block for others, but GetHandle() and IsValid(). A buffer's content is the callers' to guard.
+/// Threads that work on logs end before main() does: the registry of logs goes when the library is
+/// unloaded.
 /// Ownership: a buffer is the log's from AddBuffer() until RemoveBuffer() or the end of the log,
 /// which deletes it. What GetBuffer() gives is borrowed: it is valid while the log lives and the
 /// buffer is in it.
