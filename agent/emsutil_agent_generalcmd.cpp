@@ -1,6 +1,6 @@
 #include "agent/emsutil_agent_generalcmd.h"
 
-#include "agent/emsutil_instance.h"
+#include "base/process_wide.h"
 
 namespace NSQN_EMSUTIL_AGENT {
 

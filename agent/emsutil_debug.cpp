@@ -1,4 +1,4 @@
-#include "agent/qn_check.h"
+#include "base/qn_check.h"
 #include "emsutil/diagnostics.h"
 
 #include <atomic>

@@ -13,8 +13,8 @@
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
 
-#include "agent/emsutil_instance.h"
-#include "agent/qn_check.h"
+#include "base/process_wide.h"
+#include "base/qn_check.h"
 #include "emsutil/diagnostics.h"
 
 namespace NSQN_EMSUTIL_AGENT {

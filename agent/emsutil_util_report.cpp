@@ -12,8 +12,8 @@
 
 #include <emsplatform/platform.h>
 
-#include "agent/cancellation_off.h"
-#include "agent/emsutil_instance.h"
+#include "base/cancellation_off.h"
+#include "base/process_wide.h"
 #include "emsutil/diagnostics.h"
 
 namespace NSQN_EMSUTIL_AGENT {

@@ -9,8 +9,8 @@
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
 
-#include "agent/cancellation_off.h"
-#include "agent/qn_check.h"
+#include "base/cancellation_off.h"
+#include "base/qn_check.h"
 
 namespace NSQN_EMSUTIL_AGENT {
 

@@ -6,7 +6,7 @@
 
 #include <emsplatform/debug_interface.h>
 
-#include "agent/cancellation_off.h"
+#include "base/cancellation_off.h"
 #include "emsutil/diagnostics.h"
 
 QNTask::QNTask(eKorTaskMgr* taskMgr, const char* name) : eKorGnlTask(taskMgr, name) {}

@@ -23,7 +23,7 @@
 
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 
 #include "bench/compare.h"
 #include "emsutil/diagnostics.h"
@@ -47,7 +47,7 @@ public:
         m_Root = mkdtemp(path.data());
         std::filesystem::create_directories(m_Root / "parent");
         std::filesystem::create_directories(m_Root / "var/dump");
-        emsplatform::SetInstallPath((m_Root / "parent/install").string());
+        emsstandin::SetInstallPath((m_Root / "parent/install").string());
     }
     ~ReportFolder()
     {

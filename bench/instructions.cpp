@@ -8,8 +8,8 @@
 #include <valgrind/callgrind.h>
 
 #include <emsplatform/platform.h>
-#include <emsplatform/setup.h>
-#include <emsplatform/task_manager.h>
+#include <emsstandin/setup.h>
+#include <emsstandin/task_manager.h>
 
 #include "emsutil/diagnostics.h"
 #include "emsutil/general_command.h"
@@ -85,7 +85,7 @@ void CountDiagnostics()
     const std::filesystem::path root = mkdtemp(path.data());
     std::filesystem::create_directories(root / "parent");
     std::filesystem::create_directories(root / "var/dump");
-    emsplatform::SetInstallPath((root / "parent/install").string());
+    emsstandin::SetInstallPath((root / "parent/install").string());
     Count("EmsUtilReport", [] { EmsUtilReport("%s on port %d\n", "alpha", 4711); });
     std::filesystem::remove_all(root);
 }
@@ -123,10 +123,10 @@ void CountTimers()
 {
     constexpr unsigned char id = 11;
     static std::chrono::seconds clock(1);
-    emsplatform::TaskManagerOptions options;
+    emsstandin::TaskManagerOptions options;
     options.m_Unit = std::chrono::seconds(1);
     options.m_Clock = [] { return clock; };
-    emsplatform::TaskManager& manager = *emsplatform::AddTaskManager(id, options);
+    emsstandin::TaskManager& manager = *emsstandin::AddTaskManager(id, options);
     manager.Start();
     EmsUtilTimerInterface functions = {[](void*) {}, nullptr, nullptr};
     Count("10 timers scheduled and fired", [&] {
@@ -153,7 +153,7 @@ void CountLockErrors()
 
 int main()
 {
-    emsplatform::SetDebugStream(nullptr); // lines are made, and dropped
+    emsstandin::SetDebugStream(nullptr); // lines are made, and dropped
     CountCommands();
     CountDiagnostics();
     CountThreadMonitor();

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 
 #include "bench/compare.h"
 
@@ -55,7 +55,7 @@ int main(int argc, char** argv)
         bench::MeasureOnly(arguments[1]);
     }
 
-    emsplatform::SetDebugStream(nullptr); // lines are made, and dropped
+    emsstandin::SetDebugStream(nullptr); // lines are made, and dropped
 
     try {
         MeasureAll();

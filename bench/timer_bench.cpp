@@ -17,7 +17,7 @@
 #include <Poco/Util/TimerTask.h>
 #endif
 
-#include <emsplatform/task_manager.h>
+#include <emsstandin/task_manager.h>
 
 #include "bench/compare.h"
 #include "emsutil/timer.h"
@@ -143,10 +143,10 @@ void RepeatAsio(benchmark::State& state)
 
 void MeasureTimers()
 {
-    emsplatform::TaskManagerOptions options;
+    emsstandin::TaskManagerOptions options;
     options.m_Unit = UNIT;
     options.m_Clock = [] { return g_Clock; };
-    emsplatform::TaskManager& manager = *emsplatform::AddTaskManager(MANAGER, options);
+    emsstandin::TaskManager& manager = *emsstandin::AddTaskManager(MANAGER, options);
     manager.Start();
 
     const auto name = [](const std::string& count) {

@@ -22,7 +22,7 @@
 #include <Poco/Util/TimerTask.h>
 #endif
 
-#include <emsplatform/task_manager.h>
+#include <emsstandin/task_manager.h>
 
 #include "bench/compare.h"
 #include "emsutil/timer.h"
@@ -144,9 +144,9 @@ private:
 
 void MeasureTimerLateness()
 {
-    emsplatform::TaskManagerOptions options;
+    emsstandin::TaskManagerOptions options;
     options.m_Unit = DELAY;
-    emsplatform::TaskManager& manager = *emsplatform::AddTaskManager(MANAGER, options);
+    emsstandin::TaskManager& manager = *emsstandin::AddTaskManager(MANAGER, options);
     manager.Start();
     EmsUtilTimerInterface functions = {[](void*) { Fire(); }, nullptr, nullptr};
     BareTimer bare;

@@ -9,7 +9,7 @@ install(TARGETS emsutil emsutil_platform EXPORT emsutil
     LIBRARY COMPONENT Runtime NAMELINK_COMPONENT Development
     ARCHIVE COMPONENT Development
     INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
-install(DIRECTORY include/emsutil platform/include/emsplatform
+install(DIRECTORY include/emsutil platform/include/emsplatform platform/include/emsstandin
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
     COMPONENT Development
     FILES_MATCHING PATTERN "*.h")

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include <emsplatform/debug_interface.h>
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 
 #include "emsutil/diagnostics.h"
 #include "host/command_parser.h"
@@ -29,7 +29,7 @@ void Show(Host&, EmsGeneralCmd& cmd)
 void Level(Host& host, EmsGeneralCmd& cmd)
 {
     if (const auto level = IntOf(FindPair(cmd, "value"), INT_MIN, INT_MAX)) {
-        emsplatform::SetLowestDebugLevel(*level);
+        emsstandin::SetLowestDebugLevel(*level);
     } else {
         host.ReportBadCommand(cmd, "needs value:long=N");
     }

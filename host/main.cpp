@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 
 #include "host/console.h"
 #include "host/host.h"
@@ -34,7 +34,7 @@ void OpenStandardDescriptors()
 }
 
 /// Debug lines on standard error keep clear of the progress there.
-void WriteDebugLine(emsplatform::DebugOperation, int, const std::string& text)
+void WriteDebugLine(emsstandin::DebugOperation, int, const std::string& text)
 {
     emshost::Console::Instance().Message(text);
 }
@@ -66,13 +66,13 @@ int Run(int argc, char** argv)
         ->type_name("N");
     app.add_option("--debug-file", debugFile, "Append debug lines to FILE, not to standard error")
         ->type_name("FILE");
-    app.add_option_function<std::string>("--install-path", emsplatform::SetInstallPath,
+    app.add_option_function<std::string>("--install-path", emsstandin::SetInstallPath,
                                          "The install path of the platform")
         ->type_name("DIR");
-    app.add_option_function<std::string>("--process-name", emsplatform::SetProcessName,
+    app.add_option_function<std::string>("--process-name", emsstandin::SetProcessName,
                                          "The name of the process")
         ->type_name("NAME");
-    app.add_option_function<std::string>("--config", emsplatform::SetConfigFile,
+    app.add_option_function<std::string>("--config", emsstandin::SetConfigFile,
                                          "The configuration file of the platform")
         ->check(CLI::ExistingFile)
         ->type_name("FILE");
@@ -95,8 +95,8 @@ int Run(int argc, char** argv)
     if (soakSeconds > 0) {
         return emshost::Soak(std::chrono::seconds(soakSeconds));
     }
-    emsplatform::SetDebugCallback(WriteDebugLine);
-    if (!debugFile.empty() && !emsplatform::SetDebugFile(debugFile)) {
+    emsstandin::SetDebugCallback(WriteDebugLine);
+    if (!debugFile.empty() && !emsstandin::SetDebugFile(debugFile)) {
         const std::string reason = std::generic_category().message(errno);
         emshost::Console::Instance().Message("emshost: " + debugFile + ": " + reason);
         return WRONG_USE;

@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 
 namespace emshost {
 
@@ -32,7 +32,7 @@ TemporaryInstall::TemporaryInstall() : TemporaryInstall(MakeFolder())
 {
     fs::create_directories(InstallPath());
     fs::create_directories(ReportFolder());
-    emsplatform::SetInstallPath(InstallPath());
+    emsstandin::SetInstallPath(InstallPath());
 }
 
 TemporaryInstall::~TemporaryInstall()

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <string>
 
-#include <emsplatform/task_manager.h>
+#include <emsstandin/task_manager.h>
 
 #include "emsutil/diagnostics.h"
 #include "emsutil/timer.h"
@@ -25,7 +25,7 @@ constexpr int LONGEST_UNIT_MS = 60000;
 
 struct Manager
 {
-    emsplatform::TaskManager* m_pManager;
+    emsstandin::TaskManager* m_pManager;
     Clock::duration m_Unit;
 };
 
@@ -126,12 +126,12 @@ void AddManager(Host& host, EmsGeneralCmd& cmd)
                                                  HIGHEST_MANAGER, LONGEST_UNIT_MS));
         return;
     }
-    emsplatform::TaskManagerOptions options;
+    emsstandin::TaskManagerOptions options;
     if (unit) {
         options.m_Unit = std::chrono::milliseconds(*unit);
     }
-    emsplatform::TaskManager* const manager =
-        emsplatform::AddTaskManager(static_cast<unsigned char>(*id), options);
+    emsstandin::TaskManager* const manager =
+        emsstandin::AddTaskManager(static_cast<unsigned char>(*id), options);
     if (manager == nullptr) {
         host.ReportBadCommand(cmd, string_format("there is a task manager %d already", *id));
         return;

@@ -1,5 +1,5 @@
 #include "emsplatform/debug_interface.h"
-#include "emsplatform/setup.h"
+#include "emsstandin/setup.h"
 
 #include <atomic>
 #include <cstdarg>
@@ -9,8 +9,8 @@
 
 namespace {
 
-using emsplatform::DebugCallback;
-using emsplatform::DebugOperation;
+using emsstandin::DebugCallback;
+using emsstandin::DebugOperation;
 
 /// Where lines go: to a stream, or without one to a callback.
 struct Target
@@ -138,7 +138,7 @@ DebugInterface* GetDefaultDebugInterface()
 
 } // namespace NSQN_util
 
-namespace emsplatform {
+namespace emsstandin {
 
 void SetDebugStream(std::FILE* stream)
 {
@@ -166,4 +166,4 @@ void SetLowestDebugLevel(int level)
     TheDebugInterface().SetLowestLevel(level);
 }
 
-} // namespace emsplatform
+} // namespace emsstandin

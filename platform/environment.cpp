@@ -1,5 +1,5 @@
 #include "emsplatform/platform.h"
-#include "emsplatform/setup.h"
+#include "emsstandin/setup.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -86,7 +86,7 @@ void GetEmsCfgFile(std::string& path)
 
 } // namespace NSQN_util
 
-namespace emsplatform {
+namespace emsstandin {
 
 void SetInstallPath(const std::string& path)
 {
@@ -103,4 +103,4 @@ void SetConfigFile(const std::string& path)
     Set(TheEnvironment().configFile, path);
 }
 
-} // namespace emsplatform
+} // namespace emsstandin

@@ -1,6 +1,6 @@
 #include "emsplatform/task.h"
 
-#include "emsplatform/task_manager.h"
+#include "emsstandin/task_manager.h"
 #include "platform/task_store.h"
 
 namespace {
@@ -19,9 +19,9 @@ eKorTask::~eKorTask()
     }
 }
 
-emsplatform::TaskStore& eKorTask::Store() const
+emsstandin::TaskStore& eKorTask::Store() const
 {
-    return static_cast<emsplatform::TaskManager*>(m_pTaskMgr)->Store();
+    return static_cast<emsstandin::TaskManager*>(m_pTaskMgr)->Store();
 }
 
 void eKorTask::InitTaskCmdReqProcess(CmdMSG*) {}
@@ -55,11 +55,11 @@ PSyncHelp::~PSyncHelp() = default;
 
 unsigned long eKorTaskMgr::AllocReqID(eKorTask* task)
 {
-    return static_cast<emsplatform::TaskManager*>(this)->Store().AllocReqID(*task);
+    return static_cast<emsstandin::TaskManager*>(this)->Store().AllocReqID(*task);
 }
 
 int eKorTaskMgr::TMInitInsertTask(eKorTask* task)
 {
-    static_cast<emsplatform::TaskManager*>(this)->Store().Insert(*task);
+    static_cast<emsstandin::TaskManager*>(this)->Store().Insert(*task);
     return 0;
 }

@@ -1,4 +1,4 @@
-#include "emsplatform/task_manager.h"
+#include "emsstandin/task_manager.h"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +15,7 @@
 
 #include "platform/task_store.h"
 
-namespace emsplatform {
+namespace emsstandin {
 
 using std::chrono::microseconds;
 using std::chrono::nanoseconds;
@@ -165,14 +165,14 @@ TaskManager* AddTaskManager(unsigned char id, TaskManagerOptions options)
     return manager.release();
 }
 
-} // namespace emsplatform
+} // namespace emsstandin
 
 eKorTaskMgr* eKorAppMgr::FindTaskMgrByID(unsigned char id)
 {
-    return emsplatform::g_TaskManagers[id];
+    return emsstandin::g_TaskManagers[id];
 }
 
 eKorAppMgr* eKorGetAppMgr()
 {
-    return emsplatform::g_bHasTaskManager ? &emsplatform::g_AppMgr : nullptr;
+    return emsstandin::g_bHasTaskManager ? &emsstandin::g_AppMgr : nullptr;
 }

@@ -9,7 +9,7 @@
 
 #include "emsplatform/debug_interface.h"
 
-namespace emsplatform {
+namespace emsstandin {
 
 namespace {
 
@@ -311,4 +311,4 @@ void TaskStore::SetAlarm()
     }
 }
 
-} // namespace emsplatform
+} // namespace emsstandin

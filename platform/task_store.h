@@ -14,7 +14,7 @@
 
 #include "emsplatform/task.h"
 
-namespace emsplatform {
+namespace emsstandin {
 
 /// The tasks of one manager and their interval timers.
 ///
@@ -128,6 +128,6 @@ private:
     std::condition_variable m_Delivered;
 };
 
-} // namespace emsplatform
+} // namespace emsstandin
 
 #endif

@@ -7,7 +7,7 @@
 
 #include <emsplatform/platform.h>
 
-#include "agent/emsutil_instance.h"
+#include "base/process_wide.h"
 
 namespace NSQN_util {
 

@@ -5,8 +5,8 @@
 
 #include <ace/Guard_T.h>
 
-#include "agent/cancellation_off.h"
-#include "agent/qn_check.h"
+#include "base/cancellation_off.h"
+#include "base/qn_check.h"
 
 namespace NSQN_util {
 

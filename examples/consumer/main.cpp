@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 #include <emsutil/general_command.h>
 #include <emsutil/thread_monitor.h>
 
@@ -18,7 +18,7 @@ int SetLevel(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 
 int main()
 {
-    emsplatform::SetDebugStream(stdout);
+    emsstandin::SetDebugStream(stdout);
     EmsGeneralCmd cmd;
     cmd.name = "SetLevel";
     RegEmsUtilCmd registration(cmd.name, SetLevel);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include <emsplatform/debug_interface.h>
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 #include <emsutil/diagnostics.h>
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -15,9 +15,9 @@ int main()
     // For the stand-in platform: the report file is var/dump/demo.rpt in this folder.
     std::filesystem::create_directories("ems/bin");
     std::filesystem::create_directories("var/dump");
-    emsplatform::SetInstallPath("ems/bin");
-    emsplatform::SetProcessName("demo");
-    emsplatform::SetDebugStream(stdout);
+    emsstandin::SetInstallPath("ems/bin");
+    emsstandin::SetProcessName("demo");
+    emsstandin::SetDebugStream(stdout);
 
     const std::string name = "NE-17";
     const int port = 8080;

@@ -4,7 +4,7 @@
 #include <list>
 #include <thread>
 
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 #include <emsutil/thread_monitor.h>
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -35,7 +35,7 @@ void Work()
 
 int main()
 {
-    emsplatform::SetDebugStream(stdout);
+    emsstandin::SetDebugStream(stdout);
     std::thread worker(Work);
 
     while (!IsEmsThreadTimeout(1)) // the watchdog: a second is too long

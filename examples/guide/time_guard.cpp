@@ -3,7 +3,7 @@
 #include <string>
 #include <thread>
 
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 #include <emsutil/diagnostics.h>
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -15,7 +15,7 @@ void Load()
 
 int main()
 {
-    emsplatform::SetDebugStream(stdout); // standard error unless set
+    emsstandin::SetDebugStream(stdout); // standard error unless set
     const std::string who = "NE-17";
 
     {

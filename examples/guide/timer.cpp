@@ -2,7 +2,7 @@
 #include <future>
 #include <string>
 
-#include <emsplatform/task_manager.h>
+#include <emsstandin/task_manager.h>
 #include <emsutil/timer.h>
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -32,7 +32,7 @@ void Free(void* text)
 
 int main()
 {
-    emsplatform::TaskManager* manager = emsplatform::AddTaskManager(7, {});
+    emsstandin::TaskManager* manager = emsstandin::AddTaskManager(7, {});
     manager->Start();
 
     EmsUtilTimerInterface timer = {Show, Copy, Free};

@@ -1,6 +1,6 @@
 #include "host/soak/debug_lines.h"
 
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 
 #include "host/console.h"
 
@@ -14,8 +14,8 @@ DebugLines& DebugLines::Instance()
 
 void DebugLines::Collect()
 {
-    emsplatform::SetDebugCallback(
-        [this](emsplatform::DebugOperation, int, const std::string& text) { CountLine(text); });
+    emsstandin::SetDebugCallback(
+        [this](emsstandin::DebugOperation, int, const std::string& text) { CountLine(text); });
 }
 
 void DebugLines::CountLine(const std::string& text)

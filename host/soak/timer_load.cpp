@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include <emsplatform/task_manager.h>
+#include <emsstandin/task_manager.h>
 
 #include "emsutil/timer.h"
 
@@ -20,9 +20,9 @@ class TimerLoad final : public SoakLoad
 public:
     TimerLoad()
     {
-        emsplatform::TaskManagerOptions options;
+        emsstandin::TaskManagerOptions options;
         options.m_Unit = 1ms;
-        m_pManager = emsplatform::AddTaskManager(MANAGER, options);
+        m_pManager = emsstandin::AddTaskManager(MANAGER, options);
         m_pManager->Start();
     }
 
@@ -73,7 +73,7 @@ private:
         ++m_nScheduled;
     }
 
-    emsplatform::TaskManager* m_pManager;
+    emsstandin::TaskManager* m_pManager;
     Count m_nScheduled = 0;
     Count m_nCopied = 0;
     Count m_nFired = 0;

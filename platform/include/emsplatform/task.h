@@ -14,7 +14,7 @@ struct QNCmdMsg;
 class eKorTask;
 class eKorTaskMgr;
 
-namespace emsplatform {
+namespace emsstandin {
 class TaskManager;
 class TaskStore;
 
@@ -26,7 +26,7 @@ struct TaskInterval
     long m_lQueueId = -1;            ///< in the manager's queue of timers
     TaskInterval* m_pNext = nullptr; ///< the task's next
 };
-} // namespace emsplatform
+} // namespace emsstandin
 
 /// A task of a task manager.
 ///
@@ -66,9 +66,9 @@ public:
     unsigned long ReqID() const { return m_ulReqID; }
 
 private:
-    friend class emsplatform::TaskStore;
+    friend class emsstandin::TaskStore;
 
-    emsplatform::TaskStore& Store() const;
+    emsstandin::TaskStore& Store() const;
 
     eKorTaskMgr* const m_pTaskMgr;
     const char* const m_pName;
@@ -78,8 +78,8 @@ private:
     eKorTask* m_pNextInserted = nullptr;
     bool m_bFinished = false;
     eKorTask* m_pNextFinished = nullptr;
-    emsplatform::TaskInterval* m_pIntervals = nullptr; // those that are armed
-    emsplatform::TaskInterval m_FirstInterval;         // most tasks have no other
+    emsstandin::TaskInterval* m_pIntervals = nullptr; // those that are armed
+    emsstandin::TaskInterval m_FirstInterval;         // most tasks have no other
 };
 
 /// A task that takes every event and does nothing with it.

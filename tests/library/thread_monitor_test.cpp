@@ -9,8 +9,8 @@
 #include "agent/emsutil_thread.h"
 #include "emsutil/diagnostics.h"
 #include "emsutil/thread_monitor.h"
-#include "tests/faults.h"
-#include "tests/test_platform.h"
+#include "tests/support/faults.h"
+#include "tests/support/test_platform.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using Lines = std::vector<std::string>;

@@ -1,5 +1,5 @@
-#ifndef AGENT_CANCELLATION_OFF_H
-#define AGENT_CANCELLATION_OFF_H
+#ifndef BASE_CANCELLATION_OFF_H
+#define BASE_CANCELLATION_OFF_H
 
 #include <pthread.h>
 

@@ -10,8 +10,8 @@
 #include <ace/Log_Category.h>
 #include <ace/Log_Msg.h>
 
-#include "tests/fault_sweep.h"
-#include "tests/test_platform.h"
+#include "tests/library/fault_sweep.h"
+#include "tests/support/test_platform.h"
 
 using namespace std::chrono_literals;
 

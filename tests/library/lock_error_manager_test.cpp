@@ -5,7 +5,7 @@
 #include <emsplatform/platform.h>
 
 #include "emsutil/lock_error_manager.h"
-#include "tests/expose.h"
+#include "tests/support/expose.h"
 
 using NSQN_util::QNMitLockErrMgr;
 using Records = std::map<int, std::string>;

@@ -1,5 +1,5 @@
-#ifndef AGENT_QN_CHECK_H
-#define AGENT_QN_CHECK_H
+#ifndef BASE_QN_CHECK_H
+#define BASE_QN_CHECK_H
 
 /// Internal checks: a check that fails writes one line and carries on, or returns.
 ///

@@ -1,4 +1,4 @@
-#include "tests/faults.h"
+#include "tests/support/faults.h"
 
 #include <cstdarg>
 #include <cstdlib>

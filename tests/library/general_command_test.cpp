@@ -6,7 +6,7 @@
 
 #include "agent/emsutil_agent_generalcmd.h"
 #include "emsutil/general_command.h"
-#include "tests/faults.h"
+#include "tests/support/faults.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using Names = std::vector<std::string>;

@@ -1,5 +1,5 @@
-#ifndef TESTS_FAULT_SWEEP_H
-#define TESTS_FAULT_SWEEP_H
+#ifndef TESTS_LIBRARY_FAULT_SWEEP_H
+#define TESTS_LIBRARY_FAULT_SWEEP_H
 
 /// What the sweep takes through every fault: each exported operation, and the services behind it.
 
@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/faults.h"
+#include "tests/support/faults.h"
 
 struct Operation
 {

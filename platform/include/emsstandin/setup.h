@@ -1,5 +1,5 @@
-#ifndef EMSPLATFORM_SETUP_H
-#define EMSPLATFORM_SETUP_H
+#ifndef EMSSTANDIN_SETUP_H
+#define EMSSTANDIN_SETUP_H
 
 /// How a host or a test sets this platform up. The library uses nothing of it.
 ///
@@ -12,7 +12,7 @@
 #include <functional>
 #include <string>
 
-namespace emsplatform {
+namespace emsstandin {
 
 /// The operation of the debug interface that a text was given to.
 enum class DebugOperation {
@@ -47,6 +47,6 @@ void SetProcessName(const std::string& name);
 /// The configuration file: at first "ems.cfg" in the install path.
 void SetConfigFile(const std::string& path);
 
-} // namespace emsplatform
+} // namespace emsstandin
 
 #endif

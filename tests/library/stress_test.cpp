@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include <emsplatform/task_manager.h>
+#include <emsstandin/task_manager.h>
 
 #include "agent/emsutil_agent_generalcmd.h"
 #include "agent/emsutil_thread.h"
@@ -21,10 +21,10 @@
 #include "emsutil/diagnostics.h"
 #include "emsutil/lock_error_manager.h"
 #include "emsutil/timer.h"
-#include "tests/expose.h"
-#include "tests/faults.h"
-#include "tests/test_platform.h"
-#include "tests/threads.h"
+#include "tests/support/expose.h"
+#include "tests/support/faults.h"
+#include "tests/support/test_platform.h"
+#include "tests/support/threads.h"
 #include "util/translog.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -92,7 +92,7 @@ TEST_P(Stress, TimersCopyFireAndFreeOnce)
 {
     static std::vector<std::atomic<int>> timers(STEPS);
     static std::latch fired(STEPS);
-    auto& manager = *emsplatform::AddTaskManager(9, {std::chrono::microseconds(50), nullptr});
+    auto& manager = *emsstandin::AddTaskManager(9, {std::chrono::microseconds(50), nullptr});
     manager.Start();
     RunOnThreads(m_nThreads, [this](int thread) {
         EmsUtilTimerInterface count = {

@@ -1,5 +1,5 @@
-#ifndef TESTS_FAULTS_H
-#define TESTS_FAULTS_H
+#ifndef TESTS_SUPPORT_FAULTS_H
+#define TESTS_SUPPORT_FAULTS_H
 
 /// Faults in the calls that the library makes, put in by defining those calls in the test program.
 

@@ -1,4 +1,4 @@
-#include "tests/test_platform.h"
+#include "tests/support/test_platform.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "tests/faults.h"
+#include "tests/support/faults.h"
 
 namespace {
 

@@ -5,14 +5,14 @@
 
 #include <gtest/gtest.h>
 
-#include <emsplatform/task_manager.h>
+#include <emsstandin/task_manager.h>
 
 #include "agent/emsutil_util_timer.h"
-#include "tests/test_platform.h"
+#include "tests/support/test_platform.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using namespace std::chrono_literals;
-using emsplatform::TaskManager;
+using emsstandin::TaskManager;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -55,12 +55,12 @@ std::string TakeEvents()
 TaskManager& Manager()
 {
     static TaskManager& manager =
-        *emsplatform::AddTaskManager(7, {100ms, [] {
-                                             if (g_OnArming) {
-                                                 std::exchange(g_OnArming, nullptr)();
-                                             }
-                                             return g_Now;
-                                         }});
+        *emsstandin::AddTaskManager(7, {100ms, [] {
+                                            if (g_OnArming) {
+                                                std::exchange(g_OnArming, nullptr)();
+                                            }
+                                            return g_Now;
+                                        }});
     return manager;
 }
 
@@ -187,7 +187,7 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
 {
     int param = 5;
     TaskManager& manager = Manager();
-    EXPECT_EQ(emsplatform::AddTaskManager(7, {}), nullptr);
+    EXPECT_EQ(emsstandin::AddTaskManager(7, {}), nullptr);
     EXPECT_THROW(TaskManager({0us, nullptr}), std::invalid_argument);
     ScheduleEmsUtilTimer(7, g_Timer, &param);
     manager.Stop(); // before it was started
@@ -217,7 +217,7 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
     manager.Stop();
     EXPECT_EQ(TakeEvents(), "free ");
 
-    TaskManager& outer = *emsplatform::AddTaskManager(8, {1us, [] { return g_Now; }});
+    TaskManager& outer = *emsstandin::AddTaskManager(8, {1us, [] { return g_Now; }});
     outer.Start();
     manager.Start();
     EmsUtilTimerInterface first = {[](void*) { Manager().DeliverExpired(); }, nullptr, nullptr};

@@ -1,9 +1,9 @@
-#ifndef EMSPLATFORM_TASK_MANAGER_H
-#define EMSPLATFORM_TASK_MANAGER_H
+#ifndef EMSSTANDIN_TASK_MANAGER_H
+#define EMSSTANDIN_TASK_MANAGER_H
 
 /// How a host or a test sets task managers up. The library uses nothing of it.
 ///
-///     emsplatform::TaskManager* manager = emsplatform::AddTaskManager(7, {});
+///     emsstandin::TaskManager* manager = emsstandin::AddTaskManager(7, {});
 ///     manager->Start();
 ///
 ///     ScheduleEmsUtilTimer(7, timer, &text);
@@ -24,7 +24,7 @@
 
 #include "emsplatform/task.h"
 
-namespace emsplatform {
+namespace emsstandin {
 
 /// How a task manager keeps time.
 struct TaskManagerOptions
@@ -82,6 +82,6 @@ private:
 /// there is one already. Throws as the constructor does.
 TaskManager* AddTaskManager(unsigned char id, TaskManagerOptions options);
 
-} // namespace emsplatform
+} // namespace emsstandin
 
 #endif

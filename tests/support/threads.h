@@ -1,5 +1,5 @@
-#ifndef TESTS_THREADS_H
-#define TESTS_THREADS_H
+#ifndef TESTS_SUPPORT_THREADS_H
+#define TESTS_SUPPORT_THREADS_H
 
 #include <barrier>
 #include <thread>

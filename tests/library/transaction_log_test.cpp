@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/test_platform.h"
+#include "tests/support/test_platform.h"
 #include "util/translog.h"
 
 using namespace NSQN_util;

@@ -22,8 +22,8 @@
 
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
-#include <emsplatform/setup.h>
-#include <emsplatform/task_manager.h>
+#include <emsstandin/setup.h>
+#include <emsstandin/task_manager.h>
 
 #include "emsutil/diagnostics.h"
 #include "emsutil/general_command.h"
@@ -31,7 +31,7 @@
 #include "emsutil/thread_monitor.h"
 #include "emsutil/timer.h"
 #include "emsutil/transaction_log.h"
-#include "tests/expose.h"
+#include "tests/support/expose.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using namespace NSQN_util;
@@ -68,14 +68,14 @@ struct Surroundings
     {
         std::filesystem::create_directories(Root() + "var/dump");
         std::ofstream(Root() + "ems.cfg") << "MsgHandleMode=0";
-        emsplatform::SetInstallPath(Root() + "var/bin");
-        emsplatform::SetConfigFile(Root() + "ems.cfg");
-        emsplatform::SetDebugCallback([](auto...) { ++g_nLines; });
+        emsstandin::SetInstallPath(Root() + "var/bin");
+        emsstandin::SetConfigFile(Root() + "ems.cfg");
+        emsstandin::SetDebugCallback([](auto...) { ++g_nLines; });
         g_bEnableMitLockErrMgr = true;
     }
     ~Surroundings()
     {
-        emsplatform::SetDebugStream(stderr);
+        emsstandin::SetDebugStream(stderr);
         std::filesystem::remove_all(Root());
     }
     static std::string Root() { return "lifetime." + std::to_string(getpid()) + "/"; }
@@ -153,8 +153,8 @@ void UseTimer()
 {
     using namespace std::chrono_literals;
     static constinit int calls = 0; // a millisecond each
-    emsplatform::AddTaskManager(7, {1us, [] { return ++calls * 1ms; }});
-    auto& manager = static_cast<emsplatform::TaskManager&>(*eKorGetAppMgr()->FindTaskMgrByID(7));
+    emsstandin::AddTaskManager(7, {1us, [] { return ++calls * 1ms; }});
+    auto& manager = static_cast<emsstandin::TaskManager&>(*eKorGetAppMgr()->FindTaskMgrByID(7));
     manager.Start();
     EmsUtilTimerInterface timer = {[](void* given) { *static_cast<int*>(given) += 10; },
                                    [](void* given) { return ++*static_cast<int*>(given), given; },

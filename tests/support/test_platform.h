@@ -1,5 +1,5 @@
-#ifndef TESTS_TEST_PLATFORM_H
-#define TESTS_TEST_PLATFORM_H
+#ifndef TESTS_SUPPORT_TEST_PLATFORM_H
+#define TESTS_SUPPORT_TEST_PLATFORM_H
 
 /// A second provider of the platform that the library runs on, which the tests steer.
 

@@ -10,13 +10,13 @@
 
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
-#include <emsplatform/setup.h>
+#include <emsstandin/setup.h>
 
-#include "tests/threads.h"
+#include "tests/support/threads.h"
 
 namespace {
 
-using emsplatform::DebugOperation;
+using emsstandin::DebugOperation;
 
 std::string TempFile(const std::string& name)
 {
@@ -113,13 +113,13 @@ TEST(Platform, PathsFollowWhatTheHostSets)
     std::string config;
     NSQN_util::GetEmsCfgFile(config);
     EXPECT_EQ(config, NSQN_util::GetEKORPath() + "/ems.cfg");
-    emsplatform::SetInstallPath("/opt/ems");
-    emsplatform::SetProcessName("agent");
+    emsstandin::SetInstallPath("/opt/ems");
+    emsstandin::SetProcessName("agent");
     EXPECT_EQ(NSQN_util::GetEKORPath(), "/opt/ems");
     EXPECT_EQ(NSQN_util::g_ProcName, "agent");
     NSQN_util::GetEmsCfgFile(config);
     EXPECT_EQ(config, "/opt/ems/ems.cfg");
-    emsplatform::SetConfigFile("/etc/ems.cfg");
+    emsstandin::SetConfigFile("/etc/ems.cfg");
     NSQN_util::GetEmsCfgFile(config);
     EXPECT_EQ(config, "/etc/ems.cfg");
     EXPECT_FALSE(NSQN_util::g_bEnableMitLockErrMgr);
@@ -129,15 +129,14 @@ TEST(Platform, ACallbackGetsTheTextAsItIsAndMayPrintItself)
 {
     std::vector<std::string> lines;
     NSQN_util::DebugInterface* debug = NSQN_util::GetDefaultDebugInterface();
-    emsplatform::SetDebugCallback([&](DebugOperation operation, int level,
-                                      const std::string& text) {
+    emsstandin::SetDebugCallback([&](DebugOperation operation, int level, const std::string& text) {
         lines.push_back((operation == DebugOperation::AssertPrint ? "A" : std::to_string(level)) +
                         text);
         if (text == "outer") {
             debug->DebugPrint(2, "inner");
         }
     });
-    emsplatform::SetLowestDebugLevel(1);
+    emsstandin::SetLowestDebugLevel(1);
     const std::string longText(511, 'x'); // with its newline it fills 512 bytes
     debug->DebugPrint(0, "not shown");
     debug->DebugPrint(1, "outer");
@@ -145,11 +144,11 @@ TEST(Platform, ACallbackGetsTheTextAsItIsAndMayPrintItself)
     EXPECT_EQ(lines, (std::vector<std::string>{"1outer", "2inner", "A" + longText + "\n"}));
     EXPECT_FALSE(debug->IsLevelShown(0));
 
-    emsplatform::SetDebugCallback([](auto, auto, auto&) { throw 1; });
+    emsstandin::SetDebugCallback([](auto, auto, auto&) { throw 1; });
     EXPECT_THROW(debug->DebugPrint(1, "thrown"), int);
-    emsplatform::SetDebugCallback(nullptr);
+    emsstandin::SetDebugCallback(nullptr);
     debug->DebugPrint(1, "nobody listens");
-    emsplatform::SetDebugStream(nullptr);
+    emsstandin::SetDebugStream(nullptr);
     debug->DebugPrint(1, "nobody listens");
     debug->Flush();
 }
@@ -158,8 +157,8 @@ TEST(Platform, AFileGetsWholeLinesFromAllThreads)
 {
     const std::string path = TempFile("platform_test.log");
     std::remove(path.c_str());
-    EXPECT_FALSE(emsplatform::SetDebugFile("/nowhere/debug.log"));
-    ASSERT_TRUE(emsplatform::SetDebugFile(path));
+    EXPECT_FALSE(emsstandin::SetDebugFile("/nowhere/debug.log"));
+    ASSERT_TRUE(emsstandin::SetDebugFile(path));
     constexpr int threads = 4;
     constexpr int each = 1000;
     const std::string word(300, 'w');
@@ -168,7 +167,7 @@ TEST(Platform, AFileGetsWholeLinesFromAllThreads)
             NSQN_util::GetDefaultDebugInterface()->DebugPrint(1, "%s", word.c_str());
         }
     });
-    emsplatform::SetDebugStream(stderr); // closes the file
+    emsstandin::SetDebugStream(stderr); // closes the file
     std::string expected;
     for (int i = 0; i < threads * each; ++i) {
         expected += word + '\n';

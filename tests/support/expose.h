@@ -1,5 +1,5 @@
-#ifndef TESTS_EXPOSE_H
-#define TESTS_EXPOSE_H
+#ifndef TESTS_SUPPORT_EXPOSE_H
+#define TESTS_SUPPORT_EXPOSE_H
 
 /// Defines `Type& Function(Class&)`, which gives a private member: an explicit instantiation may
 /// name what is private.

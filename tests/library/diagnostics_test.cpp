@@ -6,11 +6,11 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/qn_check.h"
+#include "base/qn_check.h"
 #include "emsutil/diagnostics.h"
-#include "tests/faults.h"
-#include "tests/test_platform.h"
-#include "tests/threads.h"
+#include "tests/support/faults.h"
+#include "tests/support/test_platform.h"
+#include "tests/support/threads.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using Lines = std::vector<std::string>;

@@ -1,4 +1,4 @@
-#include "tests/fault_sweep.h"
+#include "tests/library/fault_sweep.h"
 
 #include <cstring>
 #include <list>
@@ -6,15 +6,15 @@
 #include <optional>
 #include <set>
 
-#include <emsplatform/task_manager.h>
+#include <emsstandin/task_manager.h>
 
 #include "agent/emsutil_agent_generalcmd.h"
 #include "agent/emsutil_thread.h"
 #include "agent/emsutil_util_timer.h"
 #include "emsutil/diagnostics.h"
 #include "emsutil/lock_error_manager.h"
-#include "tests/expose.h"
-#include "tests/test_platform.h"
+#include "tests/support/expose.h"
+#include "tests/support/test_platform.h"
 #include "util/translog.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -101,9 +101,9 @@ std::string CountRecords(long seconds)
     return to_string(infos.size());
 }
 
-emsplatform::TaskManager& Timers()
+emsstandin::TaskManager& Timers()
 {
-    static emsplatform::TaskManager& manager = *emsplatform::AddTaskManager(
+    static emsstandin::TaskManager& manager = *emsstandin::AddTaskManager(
         7, {100ms, [] { return std::chrono::microseconds(faults::g_llClock); }});
     return manager;
 }

@@ -1,5 +1,5 @@
-#ifndef AGENT_EMSUTIL_INSTANCE_H
-#define AGENT_EMSUTIL_INSTANCE_H
+#ifndef BASE_PROCESS_WIDE_H
+#define BASE_PROCESS_WIDE_H
 
 #include <atomic>
 
