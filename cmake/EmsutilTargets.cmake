@@ -17,7 +17,9 @@ function(emsutil_configure_target target)
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wnon-virtual-dtor
         -Woverloaded-virtual -Wundef
-        $<$<BOOL:${EMSUTIL_WARNINGS_AS_ERRORS}>:-Werror>)
+        $<$<BOOL:${EMSUTIL_WARNINGS_AS_ERRORS}>:-Werror>
+        # A process that hangs or has died must be readable by gdb, however it was built.
+        -g)
     target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:emsutil_sanitizers>")
 endfunction()
 

@@ -3,7 +3,7 @@
 # their own ($3/root), and looks whether they ask for what they need.
 
 "$1" --config "$2/CPackConfig.cmake" -B "$3"
-for package in "$3"/*.deb; do
+for package in "$3"/*.deb "$3"/*.ddeb; do
     dpkg-deb -x "$package" "$3/root"
 done
 
@@ -14,3 +14,9 @@ echo "the development files depend on $development"
 case $runtime in *libace-*libc6*libstdc++6*) ;; *) exit 1 ;; esac
 case $development in *'libemsutil'[0-9]*' (= '*libace-dev*) ;; *) exit 1 ;; esac
 "$3/root/usr/bin/emshost" --version
+
+# gdb finds the debug information of a stripped library by the library's build id.
+library=$(find "$3/root/usr/lib" -name "libemsutil.so.*.*")
+id=$(readelf -n "$library" | sed -n 's/.*Build ID: \(..\)/\1\//p')
+dpkg-deb -c "$3"/libemsutil[0-9]*-dbgsym_*.ddeb | grep -F "/usr/lib/debug/.build-id/$id.debug"
+readelf -S "$3/root/usr/lib/debug/.build-id/$id.debug" | grep -F .debug_info
