@@ -56,7 +56,7 @@ TEST(StringFormat, TakesTheArgumentsAfreshOnEveryAttempt)
 TEST(StringFormat, GivesUpAtOnceOnAMalformedFormat)
 {
     const char* const malformed[] = {
-        nullptr, "%", "abc%", "%600d%", "%2147483647d%", "%99999999999d",
+        nullptr, "%", "abc%", "%600d%", "%99999999999d",
     };
     for (const char* format : malformed) {
         EXPECT_EQ(FormatUnchecked(format, 1), "") << format;

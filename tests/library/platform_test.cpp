@@ -1,6 +1,4 @@
 #include <climits>
-#include <cstdarg>
-#include <cstring>
 #include <fstream>
 #include <vector>
 
@@ -23,48 +21,7 @@ std::string TempFile(const std::string& name)
     return testing::TempDir() + std::to_string(getpid()) + "." + name;
 }
 
-int Format(char* dest, std::size_t destMax, std::size_t count, const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int result = vsnprintf_s(dest, destMax, count, format, args);
-#pragma GCC diagnostic pop
-    va_end(args);
-    return result;
-}
-
 } // namespace
-
-TEST(Platform, FormatsWithinItsBoundsAndEmptiesTheBufferForAMalformedFormat)
-{
-    const std::tuple<std::size_t, std::size_t, const char*, int, const char*> cases[] = {
-        {8, 7, "%s", 4, "text"},
-        {5, 4, "%s", 4, "text"},
-        {8, 3, "%s", -1, "tex"},
-        {8, 0, "%s", -1, ""},
-        {3, 7, "%s", -1, "te"},
-        {3, SIZE_MAX, "%s", -1, "te"},
-        {1, 0, "", 0, ""},
-        {8, 7, "abc%", -1, ""},
-        {8, 7, nullptr, -1, ""},
-        {8, 7, "ab%99999999999d", -1, ""},
-        {8, 7, "%2147483648d", -1, ""},
-    };
-    for (const auto& [destMax, count, format, result, left] : cases) {
-        char buffer[16];
-        std::memset(buffer, '#', sizeof buffer);
-        EXPECT_EQ(Format(buffer, destMax, count, format, "text"), result);
-        EXPECT_STREQ(buffer, left);
-        EXPECT_EQ(std::string(buffer + destMax, sizeof buffer - destMax),
-                  std::string(sizeof buffer - destMax, '#'));
-    }
-    char untouched = '#';
-    EXPECT_LT(Format(&untouched, 0, 0, "%s", "text"), 0);
-    EXPECT_EQ(untouched, '#');
-    EXPECT_LT(Format(nullptr, 8, 7, "%s", "text"), 0);
-}
 
 TEST(Platform, ParentPathsHaveAClosingSeparator)
 {

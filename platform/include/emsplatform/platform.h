@@ -31,12 +31,21 @@ extern bool g_bEnableMitLockErrMgr;
 /// key is there with an integer that fits an int; otherwise returns 0 and leaves `value` alone.
 int eKorGetRegInt(const char* key, int& value, const char* file);
 
-/// Formats at most `count` characters and a NUL into `dest`, which has room for `destMax` bytes;
-/// nothing is ever written past them. Returns the number of characters.
+/// Formats as std::vsnprintf does. Writes at most `count` characters and a NUL into `dest`, which
+/// has room for `destMax` bytes, and never more than `destMax` bytes. Returns the number of
+/// characters.
 ///
-/// A text that does not fit leaves its first `count` characters and a NUL, and gives a negative
-/// result. A format that cannot be carried out (null, incomplete, a width or a whole text beyond
-/// int) leaves the empty text, and gives a negative result.
+/// Returns a negative number in two cases:
+/// - The text is longer than `count` or `destMax` - 1 characters. `dest` then holds as many of its
+///   first characters as fit, and a NUL.
+/// - The format cannot be carried out: it is null or incomplete, a wide character has no multibyte
+///   form, or a width or the whole text exceeds INT_MAX. `dest` then holds the empty text, and with
+///   a `count` below 3,072 no other byte of `dest` has been written.
+///
+/// The cost is that of std::vsnprintf, which also counts the characters that do not fit: about 2 ns
+/// each, 10 s for the longest text. The memory does not depend on the length, except for a
+/// floating-point number of great precision. The function uses 3 KiB of stack besides, has no lock
+/// and no state, and may be called from a conversion that the program has registered.
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args) __attribute__((format(printf, 4, 0)));
 
