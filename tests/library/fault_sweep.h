@@ -1,37 +1,94 @@
 #ifndef TESTS_LIBRARY_FAULT_SWEEP_H
 #define TESTS_LIBRARY_FAULT_SWEEP_H
 
-/// What the sweep takes through every fault: each exported operation, and the services behind it.
+/// The operations that the fault sweep runs under every fault, and what they leave behind.
 
+#include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
-#include <utility>
+#include <type_traits>
 #include <vector>
 
 #include "tests/support/faults.h"
 
-struct Operation
+/// What an operation has left behind, in all services.
+struct State
 {
-    const char* m_pName;
-    std::function<void()> m_Prepare;
-    std::function<std::string()> m_Run;
-    // Outcomes are what the operation gave, "|", and what it left behind.
-    std::string m_Usual;
-    std::string m_Refused; // when it could not be done
-    /// What other outcomes faults of a kind may have.
-    std::vector<std::pair<faults::Call, std::string>> m_Others = {};
-    /// The usual outcome without the preparation; empty where that cannot be.
-    std::string m_Unprepared = {};
-    bool m_bPersistently = true; // failures of mutexes, too
+    struct Thread
+    {
+        bool inside = false;
+        long long events = 0;
+        bool report = false;
+        bool operator==(const Thread&) const = default;
+    };
+    struct Log
+    {
+        int references = 0;
+        int extra = 0;
+        std::size_t buffers = 0;
+        bool operator==(const Log&) const = default;
+    };
+
+    std::string called = {};             // each handler, timer function and ~Buffer, in order
+    std::string queued = {};             // what the queued commands call
+    bool registered = false;             // whether a handler is registered
+    std::vector<std::string> lines = {}; // the debug lines, each up to its first comma
+    std::string reported = {};           // the text in the report file
+    std::vector<Thread> threads = {};
+    std::vector<Log> logs = {};
+    std::optional<std::size_t> lockErrors = {}; // empty if there is no manager
+    bool operator==(const State&) const = default;
 };
 
-/// Those that are prepared stand there without their preparation too, where that can be.
+/// A call of an operation. The result is 0 if the operation returns nothing.
+struct Action
+{
+    template <class Function>
+    Action(Function function)
+        : m_Call([function]() -> long {
+              if constexpr (std::is_void_v<decltype(function())>) {
+                  function();
+                  return 0;
+              } else {
+                  return static_cast<long>(function());
+              }
+          })
+    {}
+
+    std::function<long()> m_Call;
+};
+
+/// One case of one exported operation, or of several.
+struct Operation
+{
+    std::vector<std::string> covers; // exported names, as ShortName() writes them
+    std::string when = {};           // tells the case from others of the same operation
+    std::function<void()> prepare = [] {};
+    Action run;
+    long returns = 0;
+    long refused = 0;                 // returned when it fails; it then leaves what it found
+    std::optional<State> leaves = {}; // empty if it leaves what it found
+
+    std::vector<faults::Call> tolerates = {}; // faults that need not make it fail
+    struct Otherwise
+    {
+        faults::Call fault;
+        State leaves;
+        std::string throws = {}; // empty if it returns what it returns without a fault
+    };
+    std::vector<Otherwise> otherwise = {}; // further outcomes that a fault may have
+
+    bool refusedUnprepared = false;    // without its preparation it fails
+    bool repeatsFailedMutexes = false; // never returns if mutexes fail persistently
+};
+
 std::vector<Operation> AllOperations();
 
 /// Gives the operations a clock and a configuration to work on.
 void SetUpServices();
 
-/// What the operations have left behind, in all services, which are then as before.
-std::string TakeState();
+/// Returns what the operations have left behind and restores what was before.
+State TakeState();
 
 #endif

@@ -30,29 +30,29 @@ EXPOSE(RecordsOf, QNMitLockErrMgr, m_ThrIDInfoMap, std::map<int, std::string>)
 namespace {
 
 constexpr long long START = 1'000'000'000; // microseconds
-const std::string LONG(30, 'l');           // has memory of its own
+const std::string LONG(30, 'l');           // too long for the room inside a string
 const EmsThreadInfoMap VALUES = {{LONG, {LONG, 0}}, {"Report", {"", 0}}};
 
-std::string g_Events; // of handlers, timers and buffers
+std::string g_Called; // see State
 EmsGeneralCmd g_Cmd;
 EmsThreadInfoMap g_Values;
-std::optional<RegEmsThreadInfo> g_Stretch;
+std::optional<RegEmsThreadInfo> g_Work;
 std::optional<QNTransactionLog> g_Log;
 std::optional<QNTransactionLog> g_Second;
 
-void Note(const char* event)
+void Note(const char* called)
 {
     faults::Collaborate();
     const faults::Pause unswept;
-    g_Events += event;
+    g_Called += called;
 }
 
 struct Buffer : QNTransactionBuffer
 {
-    ~Buffer() override { g_Events += "deleted "; }
-} g_Buffer; // stays the test's
+    ~Buffer() override { g_Called += "~Buffer "; }
+} g_Buffer; // no log may delete it
 
-int See(EmsGeneralCmd* cmd, EmsGeneralCmd*)
+int NoteName(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 {
     Note(cmd->nvtps.nvtps.front().name.c_str());
     return 0;
@@ -60,7 +60,7 @@ int See(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 
 void Register()
 {
-    RegEmsUtilCmd registration(g_Cmd.name, See);
+    RegEmsUtilCmd registration(g_Cmd.name, NoteName);
 }
 
 void AddTwo()
@@ -75,30 +75,15 @@ void AddTwo()
 void Enter()
 {
     g_Values = VALUES;
-    g_Stretch.emplace(&g_Values);
+    g_Work.emplace(&g_Values);
     faults::g_llClock = START + 10'000'000;
 }
 
-template <int Extra>
-void MakeLog()
-{
-    g_Log.emplace();
-    g_Log->AddBuffer("a", 1, new Buffer);
-    if (Extra > 0) {
-        g_Log->AddRef(Extra);
-    }
-}
-
-QNMitLockErrMgr& Locks()
-{
-    return *QNMitLockErrMgr::Instance();
-}
-
-std::string CountRecords(long seconds)
+std::size_t CountRecords(long seconds)
 {
     std::list<EmsThreadInfo> infos;
     GetEmsThreadInfo(infos, seconds);
-    return to_string(infos.size());
+    return infos.size();
 }
 
 emsstandin::TaskManager& Timers()
@@ -113,22 +98,40 @@ EmsUtilTimerInterface g_Timer = {[](void*) { Note("timeout "); },
                                      Note("copy ");
                                      return param;
                                  },
-                                 [](void*) { g_Events += "free "; }};
+                                 [](void*) { g_Called += "free "; }};
 
-void None() {}
+void CreateLog()
+{
+    g_Log.emplace();
+    g_Log->AddBuffer("a", 1, new Buffer);
+}
+
+void CreateReferencedLog()
+{
+    CreateLog();
+    g_Log->AddRef(2);
+}
+
+QNMitLockErrMgr& Locks()
+{
+    return *QNMitLockErrMgr::Instance();
+}
 
 /// All that a record can do, with failures of memory at every step.
 template <class Record>
-Operation OnRecord(const char* name, const Record& source)
+Operation OnRecord(const std::string& name, const Record& source)
 {
-    std::string usual = Record(source).ToString() + Record().ToString() + "|";
-    const auto run = [source] {
+    const auto run = [source, expected = Record(source).ToString() + Record().ToString()] {
         Record assigned;
         assigned = Record(source);
         std::string text = assigned.ToString();
-        return text += Record::FromString(text).ToString();
+        return (text += Record::FromString(text).ToString()) == expected;
     };
-    return {name, None, run, usual, "|"};
+    return {.covers = {name + "::" + name + "()", name + "::" + name + "(" + name + " const&)",
+                       name + "::operator=(" + name + " const&)", name + "::ToString()",
+                       name + "::FromString(string&)"},
+            .run = run,
+            .returns = 1};
 }
 
 } // namespace
@@ -142,150 +145,182 @@ std::vector<Operation> AllOperations()
     pair.value = LONG;
     EmsGeneralObj obj;
     obj.nvtps.nvtps.assign(4, pair);
-    EmsGeneralCmd& cmd = g_Cmd;
-    cmd.name = LONG;
-    cmd.objs.objs.assign(2, obj);
-    cmd.nvtps = obj.nvtps;
+    g_Cmd.name = LONG;
+    g_Cmd.objs.objs.assign(2, obj);
+    g_Cmd.nvtps = obj.nvtps;
 
+    const State registered = {.registered = true};
+    const State inside = {.threads = {{.inside = true, .events = 1, .report = true}}};
+    const State outside = {.threads = {{.inside = false, .events = 2, .report = true}}};
+    const std::string malformed = "file:emsutil_util:103";
+    const State::Log log = {.references = 1, .extra = 0, .buffers = 1}; // what CreateLog() creates
     const std::string noTask =
         "new EmsUtilAgentTimerTask task failed bytes " + to_string(sizeof(EmsUtilAgentTimerTask));
-    const auto noResult = [](auto call) {
-        return [call] {
-            call();
-            return std::string();
-        };
-    };
 
     // clang-format off
     std::vector<Operation> operations = {
-        OnRecord("pair", pair), OnRecord("pair list", obj.nvtps), OnRecord("object", obj),
-        OnRecord("object list", cmd.objs), OnRecord("command", cmd),
+        OnRecord("EmsNameAndValueStringTypePair", pair), OnRecord("EmsNVTPList", obj.nvtps),
+        OnRecord("EmsGeneralObj", obj), OnRecord("EmsGeneralObjList", g_Cmd.objs),
+        OnRecord("EmsGeneralCmd", g_Cmd),
 
-        {"register", None, noResult(Register), "|registered ", "|"},
-        // The block's own memory fails quietly.
-        {"add", Register, noResult([] { addGeneralCmd(g_Cmd); }), "|registered 1 ", "|registered ",
-         {{ALLOCATION, "|registered "}}},
-        {"add first", None, noResult([] { addGeneralCmd(g_Cmd); }), "|1 ", "|",
-         {{ALLOCATION, "|"}}},
-        {"run", Register, noResult([] { runGeneralCmd(g_Cmd); }), "|1 registered ", "|registered ",
-         {}, "|"},
-        // A queue whose lock fails is asked again, but a look-up that fails drops its command.
-        {"drain", AddTwo, noResult([] { runGeneralCmd(); }), "|1 2 registered ", "|registered ",
-         {{MUTEX_LOCK, "|1 2 registered "}, {MUTEX_LOCK, "|1 registered "},
-          {MUTEX_LOCK, "|2 registered "}, {COLLABORATOR, "thrown|registered 2 "},
-          {COLLABORATOR, "thrown|1 registered "}}, {}, false},
+        {.covers = {"RegEmsUtilCmd::RegEmsUtilCmd(string&, int (*)(EmsGeneralCmd*, EmsGeneralCmd*))"},
+         .run = Register, .leaves = registered},
+        {.covers = {"addGeneralCmd(EmsGeneralCmd&)"}, .prepare = Register,
+         .run = [] { addGeneralCmd(g_Cmd); }, .leaves = State{.queued = "1 ", .registered = true},
+         .otherwise = {{ALLOCATION, registered}}}, // ACE hides that its block has no memory
+        {.covers = {"addGeneralCmd(EmsGeneralCmd&)"}, .when = "before any registration",
+         .run = [] { addGeneralCmd(g_Cmd); }, .leaves = State{.queued = "1 "},
+         .otherwise = {{ALLOCATION, {}}}},
+        {.covers = {"runGeneralCmd(EmsGeneralCmd&)"}, .prepare = Register,
+         .run = [] { runGeneralCmd(g_Cmd); }, .leaves = State{.called = "1 ", .registered = true},
+         .refusedUnprepared = true},
+        {.covers = {"runGeneralCmd()"}, .prepare = AddTwo,
+         .run = [] { runGeneralCmd(); }, .leaves = State{.called = "1 2 ", .registered = true},
+         .tolerates = {MUTEX_LOCK}, // of the queue, which is asked again
+         .otherwise = {{MUTEX_LOCK, {.called = "1 ", .registered = true}}, // of the handlers
+                       {MUTEX_LOCK, {.called = "2 ", .registered = true}},
+                       {COLLABORATOR, {.queued = "2 ", .registered = true}, "thrown"},
+                       {COLLABORATOR, {.called = "1 ", .registered = true}, "thrown"}},
+         .repeatsFailedMutexes = true},
 
-        {"debug interface", None,
-         [] { return to_string(GetEmsUtilAgentDebugInterface() == TheDebugInterface()); },
-         "1|", "0|", {{READ_LOCK, "1|"}}},
-        {"format", None, [] { return string_format("%600s", "x"); },
-         std::string(599, ' ') + "x|", "|"},
-        {"trace", None, noResult([] { EmsUtilTraced("%s", "text"); }), "|text",
-         "|", {{WRITE, "|te"}}},
-        {"report", None, noResult([] { EmsUtilReport("%s", "text"); }), "|stamptext",
-         "|",
-         {{WRITE, "|text"}, {WRITE, "|stamp"},
-          {WRITE, "|sttext"}, {WRITE, "|stte"},
-          {WRITE, "|stampte"}, {TIME_TEXT, "|text"}}},
-        {"time guard", None, noResult([] { AgentTimeGuard("%s", LONG.c_str()); }),
-         "|" + LONG + " used time(ms): 0 ", "|",
-         {{CLOCK, "|" + LONG + " used time(ms): 1000000 "}, {CLOCK, "|" + LONG + " used time(ms): 0 "},
-          {READ_LOCK, "|" + LONG + " used time(ms): 0 "},
-          {COLLABORATOR, "|"}, {COLLABORATOR, "|" + LONG + " "}}},
-        {"time guard, malformed", None, noResult([] { AgentTimeGuard("%ls", L"\u20ac"); }),
-         "|file:emsutil_util:103 used time(ms): 0 ", "|",
-         {{CLOCK, "|file:emsutil_util:103 used time(ms): 1000000 "},
-          {CLOCK, "|file:emsutil_util:103 used time(ms): 0 "},
-          {READ_LOCK, "|file:emsutil_util:103 used time(ms): 0 "},
-          {COLLABORATOR, "|file:emsutil_util:103 "}}},
+        {.covers = {"GetEmsUtilAgentDebugInterface()"},
+         .run = [] { return GetEmsUtilAgentDebugInterface() == TheDebugInterface(); },
+         .returns = 1, .tolerates = {READ_LOCK}},
+        {.covers = {"string_format(char const*, ...)"},
+         .run = [] { return string_format("%600s", "x").size(); }, .returns = 600},
+        {.covers = {"EmsUtilTraced(char const*, ...)"},
+         .run = [] { EmsUtilTraced("%s", "text"); }, .leaves = State{.reported = "text"},
+         .otherwise = {{WRITE, {.reported = "te"}}}},
+        {.covers = {"EmsUtilReport(char const*, ...)"},
+         .run = [] { EmsUtilReport("%s", "text"); }, .leaves = State{.reported = "stamptext"},
+         .otherwise = {{TIME_TEXT, {.reported = "text"}}, {WRITE, {.reported = "text"}},
+                       {WRITE, {.reported = "stamp"}}, {WRITE, {.reported = "sttext"}},
+                       {WRITE, {.reported = "stte"}}, {WRITE, {.reported = "stampte"}}}},
+        {.covers = {"AgentTimeGuard::AgentTimeGuard(char const*, ...)",
+                    "AgentTimeGuard::~AgentTimeGuard()"},
+         .run = [] { AgentTimeGuard("%s", LONG.c_str()); },
+         .leaves = State{.lines = {LONG, "used time(ms): 0"}}, .tolerates = {CLOCK, READ_LOCK},
+         .otherwise = {{CLOCK, {.lines = {LONG, "used time(ms): 1000000"}}}, // since 1970
+                       {COLLABORATOR, {.lines = {LONG}}}, {COLLABORATOR, {}}}},
+        {.covers = {"AgentTimeGuard::AgentTimeGuard(char const*, ...)"}, .when = "malformed",
+         .run = [] { AgentTimeGuard("%ls", L"\u20ac"); },
+         .leaves = State{.lines = {malformed, "used time(ms): 0"}}, .tolerates = {CLOCK, READ_LOCK},
+         .otherwise = {{CLOCK, {.lines = {malformed, "used time(ms): 1000000"}}},
+                       {COLLABORATOR, {.lines = {malformed}}}}},
 
-        {"enter", None, noResult(Enter), "|inside1 report ", "|",
-         {{WRITE_LOCK, "|inside1 "}, {CLOCK, "|inside1 report "}}},
-        {"enter again", [] {
-             Enter();
-             g_Values = {{"later", {LONG, 0}}};
-         }, noResult([] { g_Stretch.emplace(&g_Values); }), // which leaves first
-         "|inside3 report ", "|outside2 report ",
-         {{WRITE_LOCK, "|inside1 report "}, {WRITE_LOCK, "|inside2 report "},
-          {CLOCK, "|inside3 report "}}},
-        {"leave", Enter, noResult([] { g_Stretch.reset(); }), "|outside2 report ",
-         "|inside1 report ", {{CLOCK, "|outside2 report "}}},
-        {"name a text", None, noResult([] { AddEmsThreadInfo(g_Values, LONG.c_str(), LONG.c_str()); }),
-         "|", "|"},
-        {"name a number", None, noResult([] { AddEmsThreadInfo(g_Values, LONG.c_str(), 7); }),
-         "|", "|"},
-        {"time-out", Enter, [] { return to_string(IsEmsThreadTimeout(10)); },
-         "1|inside1 report ", "0|inside1 report ", {}, "0|"},
-        {"report thread", Enter, [] { return to_string(IsEmsThreadReport(pthread_self())); },
-         "1|inside1 report ", "0|inside1 report ", {}, "0|"},
-        {"statistics", Enter, noResult(StatEmsThreadInfo),
-         "|Ems Thread Information inside1 report ", "|inside1 report ",
-         {{READ_LOCK, "|Ems Thread Information inside1 report "}},
-         "|Ems Thread Information "},
-        {"records", Enter, [] { return CountRecords(0); }, "1|inside1 report ",
-         "0|inside1 report ", {}, "0|"},
-        {"overdue records", Enter, [] { return CountRecords(10); }, "1|inside1 report ",
-         "0|inside1 report ", {}, "0|"},
-        {"mode", None, [] { return to_string(ReadMsgHandleModeSwitcher()); }, "0|", "1|"},
+        {.covers = {"RegEmsThreadInfo::RegEmsThreadInfo(map*)"},
+         .run = Enter, .leaves = inside, .tolerates = {CLOCK},
+         .otherwise = {{WRITE_LOCK, {.threads = {{.inside = true, .events = 1, .report = false}}}}}},
+        {.covers = {"RegEmsThreadInfo::RegEmsThreadInfo(map*)"}, .when = "again, after it left",
+         .prepare = [] { Enter(); g_Values = {{"later", {LONG, 0}}}; },
+         .run = [] { g_Work.emplace(&g_Values); },
+         .leaves = State{.threads = {{.inside = true, .events = 3, .report = true}}},
+         .tolerates = {CLOCK},
+         .otherwise = {{ALLOCATION, outside, "bad_alloc"}, {WRITE_LOCK, outside}, // the entry fails
+                       {WRITE_LOCK, {.threads = {{.inside = true, .events = 2, .report = true}}}}}},
+        {.covers = {"RegEmsThreadInfo::~RegEmsThreadInfo()"}, .prepare = Enter,
+         .run = [] { g_Work.reset(); }, .leaves = outside, .tolerates = {CLOCK}},
+        {.covers = {"AddEmsThreadInfo(map&, char const*, char const*)"},
+         .run = [] { AddEmsThreadInfo(g_Values, LONG.c_str(), LONG.c_str()); }},
+        {.covers = {"AddEmsThreadInfo(map&, char const*, int)"},
+         .run = [] { AddEmsThreadInfo(g_Values, LONG.c_str(), 7); }},
+        {.covers = {"IsEmsThreadTimeout(long)"}, .prepare = Enter,
+         .run = [] { return IsEmsThreadTimeout(10); }, .returns = 1, .refusedUnprepared = true},
+        {.covers = {"IsEmsThreadReport(unsigned long)"}, .prepare = Enter,
+         .run = [] { return IsEmsThreadReport(pthread_self()); }, .returns = 1,
+         .refusedUnprepared = true},
+        {.covers = {"GetEmsThreadInfo(list&, long)"}, .prepare = Enter,
+         .run = [] { return CountRecords(0); }, .returns = 1, .refusedUnprepared = true},
+        {.covers = {"GetEmsThreadInfo(list&, long)"}, .when = "of overdue threads", .prepare = Enter,
+         .run = [] { return CountRecords(10); }, .returns = 1, .refusedUnprepared = true},
+        {.covers = {"StatEmsThreadInfo()"}, .prepare = Enter, .run = StatEmsThreadInfo,
+         .leaves = State{.lines = {"Ems Thread Information"}, .threads = inside.threads},
+         .tolerates = {READ_LOCK}}, // of the debug interface
+        {.covers = {"StatEmsThreadInfo()"}, .when = "without records", .run = StatEmsThreadInfo,
+         .leaves = State{.lines = {"Ems Thread Information"}}, .tolerates = {READ_LOCK}},
+        {.covers = {"ReadMsgHandleModeSwitcher()"},
+         .run = ReadMsgHandleModeSwitcher, .returns = 0, .refused = 1},
 
-        {"timer", [] { Timers().Start(); }, noResult([] { ScheduleEmsUtilTimer(7, g_Timer, &g_Cmd); }),
-         "|copy timeout free ", "|",
-         {{ALLOCATION, "|" + noTask + " "}, {ALLOCATION, "|copy timeout free "},
-          {ALLOCATION, "|copy free "}, {MUTEX_LOCK, "system_error|copy free "}}},
-        {"timer, no manager", [] { Timers(); },
-         noResult([] { ScheduleEmsUtilTimer(9, g_Timer, &g_Cmd); }), "|Find TaskMgrID 9 failed ", "|",
-         {{READ_LOCK, "|Find TaskMgrID 9 failed "}}},
+        {.covers = {"ScheduleEmsUtilTimer(unsigned char, EmsUtilTimerInterface&, void*)"},
+         .prepare = [] { Timers().Start(); },
+         .run = [] { ScheduleEmsUtilTimer(7, g_Timer, &g_Cmd); },
+         .leaves = State{.called = "copy timeout free "},
+         .otherwise = {{ALLOCATION, {.lines = {noTask}}}, {ALLOCATION, {.called = "copy free "}},
+                       {MUTEX_LOCK, {.called = "copy free "}, "system_error"}}},
+        {.covers = {"ScheduleEmsUtilTimer(unsigned char, EmsUtilTimerInterface&, void*)"},
+         .when = "without a manager", .prepare = [] { Timers(); },
+         .run = [] { ScheduleEmsUtilTimer(9, g_Timer, &g_Cmd); },
+         .leaves = State{.lines = {"Find TaskMgrID 9 failed"}}, .tolerates = {READ_LOCK}},
 
-        {"log", None, [] { return to_string(g_Log.emplace().IsValid()); }, "1|log100 ", "0|"},
-        {"attach", MakeLog<0>, [] { return to_string(g_Second.emplace(1).IsValid()); },
-         "1|log201 ", "0|log101 "},
-        // Without the lock of its buffers they go all the same.
-        {"detach", MakeLog<0>, noResult([] { g_Log.reset(); }), "|deleted ", "|log101 ",
-         {{WRITE_LOCK, "|deleted "}}},
-        {"clear", [] {
-             MakeLog<1>();
-             g_Log.reset();
-         }, noResult(QNTransactionLog::ClearAllLog),
-         "|deleted file:translog:353 file:translog:354 ", "|log111 ",
-         {{WRITE_LOCK, "|deleted file:translog:353 file:translog:354 "},
-          {COLLABORATOR, "|deleted file:translog:354 "}, {COLLABORATOR, "|deleted file:translog:353 "},
-          {COLLABORATOR, "|deleted "}}},
-        {"handle", [] { g_Log.emplace(0ul); }, [] { return to_string(g_Log->GetHandle()); },
-         "0|file:translog:262 ", "0|"},
-        {"add references", MakeLog<0>, [] { return to_string(g_Log->AddRef(2)); }, "2|log321 ", "0|log101 "},
-        {"add no reference", MakeLog<0>, [] { return to_string(g_Log->AddRef(0)); },
-         "0|file:translog:419 log101 ", "0|log101 ", {{MUTEX_LOCK, "0|file:translog:419 log101 "}}},
-        {"release", MakeLog<2>, [] { return to_string(g_Log->Release()); }, "1|log211 ", "0|log321 "},
-        {"release none", MakeLog<0>, [] { return to_string(g_Log->Release()); },
-         "0|file:translog:439 log101 ", "0|log101 ", {{MUTEX_LOCK, "0|file:translog:439 log101 "}}},
-        {"add buffer", MakeLog<0>, noResult([] { g_Log->AddBuffer(LONG, 1, &g_Buffer); }),
-         "|log102 ", "|log101 "},
-        {"add no buffer", MakeLog<0>, noResult([] { g_Log->AddBuffer(LONG, 1, nullptr); }),
-         "|file:translog:467 log101 ", "|log101 "},
-        {"get buffer", MakeLog<0>, [] { return to_string(g_Log->GetBuffer("a", 1) != nullptr); },
-         "1|log101 ", "0|log101 "},
-        {"remove buffer", [] {
-             MakeLog<0>();
-             g_Log->AddBuffer("b", 1, &g_Buffer);
-         }, [] { return to_string(g_Log->RemoveBuffer("b", 1) != nullptr); }, "1|log101 ", "0|log102 "},
+        {.covers = {"QNTransactionLog::QNTransactionLog()", "QNTransactionLog::IsValid() const"},
+         .run = [] { return g_Log.emplace().IsValid(); }, .returns = 1,
+         .leaves = State{.logs = {{.references = 1, .extra = 0, .buffers = 0}}}},
+        {.covers = {"QNTransactionLog::QNTransactionLog(unsigned long)"}, .prepare = CreateLog,
+         .run = [] { return g_Second.emplace(1).IsValid(); }, .returns = 1,
+         .leaves = State{.logs = {{.references = 2, .extra = 0, .buffers = 1}}}},
+        {.covers = {"QNTransactionLog::~QNTransactionLog()",
+                    "QNTransactionBuffer::~QNTransactionBuffer()"}, .prepare = CreateLog,
+         .run = [] { g_Log.reset(); }, .leaves = State{.called = "~Buffer "},
+         .tolerates = {WRITE_LOCK}}, // of the buffers
+        {.covers = {"QNTransactionLog::ClearAllLog()"},
+         .prepare = [] { CreateReferencedLog(); g_Log.reset(); },
+         .run = QNTransactionLog::ClearAllLog,
+         .leaves = State{.called = "~Buffer ", .lines = {"file:translog:353", "file:translog:354"}},
+         .tolerates = {WRITE_LOCK}, // of the buffers
+         .otherwise = {{COLLABORATOR, {.called = "~Buffer ", .lines = {"file:translog:354"}}},
+                       {COLLABORATOR, {.called = "~Buffer ", .lines = {"file:translog:353"}}},
+                       {COLLABORATOR, {.called = "~Buffer "}}}},
+        {.covers = {"QNTransactionLog::GetHandle()"}, .when = "unattached",
+         .prepare = [] { g_Log.emplace(0ul); }, .run = [] { return g_Log->GetHandle(); },
+         .leaves = State{.lines = {"file:translog:262"}}},
+        {.covers = {"QNTransactionLog::AddRef(int)"}, .prepare = CreateLog,
+         .run = [] { return g_Log->AddRef(2); }, .returns = 2,
+         .leaves = State{.logs = {{.references = 3, .extra = 2, .buffers = 1}}}},
+        {.covers = {"QNTransactionLog::AddRef(int)"}, .when = "of no reference",
+         .prepare = CreateLog, .run = [] { return g_Log->AddRef(0); },
+         .leaves = State{.lines = {"file:translog:419"}, .logs = {log}}, .tolerates = {MUTEX_LOCK}},
+        {.covers = {"QNTransactionLog::Release()"}, .prepare = CreateReferencedLog,
+         .run = [] { return g_Log->Release(); }, .returns = 1,
+         .leaves = State{.logs = {{.references = 2, .extra = 1, .buffers = 1}}}},
+        {.covers = {"QNTransactionLog::Release()"}, .when = "without an extra reference",
+         .prepare = CreateLog, .run = [] { return g_Log->Release(); },
+         .leaves = State{.lines = {"file:translog:439"}, .logs = {log}}, .tolerates = {MUTEX_LOCK}},
+        {.covers = {"QNTransactionLog::AddBuffer(string const&, unsigned long, QNTransactionBuffer*)"},
+         .prepare = CreateLog, .run = [] { g_Log->AddBuffer(LONG, 1, &g_Buffer); },
+         .leaves = State{.logs = {{.references = 1, .extra = 0, .buffers = 2}}}},
+        {.covers = {"QNTransactionLog::AddBuffer(string const&, unsigned long, QNTransactionBuffer*)"},
+         .when = "of no buffer",
+         .prepare = CreateLog, .run = [] { g_Log->AddBuffer(LONG, 1, nullptr); },
+         .leaves = State{.lines = {"file:translog:467"}, .logs = {log}}},
+        {.covers = {"QNTransactionLog::GetBuffer(string const&, unsigned long)"},
+         .prepare = CreateLog, .run = [] { return g_Log->GetBuffer("a", 1) != nullptr; },
+         .returns = 1},
+        {.covers = {"QNTransactionLog::RemoveBuffer(string const&, unsigned long)"},
+         .prepare = [] { CreateLog(); g_Log->AddBuffer("b", 1, &g_Buffer); },
+         .run = [] { return g_Log->RemoveBuffer("b", 1) != nullptr; }, .returns = 1,
+         .leaves = State{.logs = {log}}},
 
-        {"lock errors", None, [] { return to_string(QNMitLockErrMgr::Instance() != nullptr); },
-         "1|locks0 ", "0|"},
-        {"no lock errors", Locks, noResult(QNMitLockErrMgr::Destroy), "|", "|locks0 ",
-         {{MUTEX_LOCK, "|"}}},
-        {"insert lock error", Locks, noResult([] { Locks().InsertThrIDandInfo(7, LONG.c_str()); }),
-         "|locks1 ", "|locks0 "},
-        {"erase lock error", [] { Locks().InsertThrIDandInfo(7, "text"); },
-         noResult([] { Locks().EraseThrIDandInfo(7); }), "|locks0 ", "|locks1 "},
+        {.covers = {"QNMitLockErrMgr::Instance()", "QNMitLockErrMgr::QNMitLockErrMgr()"},
+         .run = [] { return QNMitLockErrMgr::Instance() != nullptr; }, .returns = 1,
+         .leaves = State{.lockErrors = 0}},
+        {.covers = {"QNMitLockErrMgr::Destroy()", "QNMitLockErrMgr::~QNMitLockErrMgr()"},
+         .prepare = Locks, .run = QNMitLockErrMgr::Destroy, .leaves = State{},
+         .tolerates = {MUTEX_LOCK}}, // of the records
+        {.covers = {"QNMitLockErrMgr::InsertThrIDandInfo(int, char const*)"}, .prepare = Locks,
+         .run = [] { Locks().InsertThrIDandInfo(7, LONG.c_str()); },
+         .leaves = State{.lockErrors = 1}},
+        {.covers = {"QNMitLockErrMgr::EraseThrIDandInfo(int)"},
+         .prepare = [] { Locks().InsertThrIDandInfo(7, "text"); },
+         .run = [] { Locks().EraseThrIDandInfo(7); }, .leaves = State{.lockErrors = 0}},
     };
     // clang-format on
-    for (const Operation& prepared : std::vector(operations)) {
-        if (!prepared.m_Unprepared.empty()) {
-            Operation& operation = operations.emplace_back(prepared);
-            operation.m_Prepare = None;
-            operation.m_Usual = prepared.m_Unprepared;
-            operation.m_Refused.erase(operation.m_Refused.find('|') + 1);
-            operation.m_Others = {{faults::READ_LOCK, operation.m_Usual}}; // of the accessor
+    for (Operation operation : std::vector(operations)) {
+        if (operation.refusedUnprepared) {
+            operation.when += " unprepared";
+            operation.prepare = [] {};
+            operation.returns = operation.refused;
+            operation.leaves = State{};
+            operations.push_back(operation);
         }
     }
     return operations;
@@ -293,45 +328,55 @@ std::vector<Operation> AllOperations()
 
 void SetUpServices()
 {
-    TheDebugInterface(); // made here, not under a fault
+    TheDebugInterface(); // created here, not under a fault
     ThePlatform().readMode = [](int& value) { return value = 0, 1; };
     faults::g_llClock = START;
     faults::g_pCtime = [](char* buffer) { return std::strcpy(buffer, "stamp\n"); };
     g_bEnableMitLockErrMgr = true;
 }
 
-std::string TakeState()
+State TakeState()
 {
+    State state;
     Timers().Start();
     faults::g_llClock += 1'000'000;
     Timers().DeliverExpired();
     Timers().Stop();
-    if (!HandlersOf(*EmsGeneralCmdMgr::Instance()).empty()) {
-        g_Events += "registered ";
-    }
+    state.called = std::exchange(g_Called, {});
+
+    auto& handlers = HandlersOf(*EmsGeneralCmdMgr::Instance());
+    state.registered = !handlers.empty();
     Register();
     runGeneralCmd();
-    HandlersOf(*EmsGeneralCmdMgr::Instance()).clear();
+    handlers.clear();
+    state.queued = std::exchange(g_Called, {});
+
     for (const std::string& line : TakeLines()) {
-        g_Events += line.substr(2, line.find_first_of(",\n") - 2) + " ";
+        state.lines.push_back(line.substr(2, line.find_first_of(",\n") - 2));
     }
-    g_Events += ReportFolder::Take();
-    for (const auto& [id, record] : RecordsOf(*EmsThreadInfoMgr::Instance())) {
-        g_Events += (record.m_nStatus == 1 ? "inside" : "outside") + to_string(record.m_llRecvs) +
-                    (IsEmsThreadReport(id) ? " report " : " ");
+    state.reported = ReportFolder::Take();
+
+    auto& threads = RecordsOf(*EmsThreadInfoMgr::Instance());
+    for (const auto& [id, record] : threads) {
+        state.threads.push_back({.inside = record.m_nStatus == 1,
+                                 .events = record.m_llRecvs,
+                                 .report = IsEmsThreadReport(id)});
     }
-    g_Stretch.reset();
-    RecordsOf(*EmsThreadInfoMgr::Instance()).clear();
+    g_Work.reset();
+    threads.clear();
     ReportersOf(*EmsThreadInfoMgr::Instance()).clear();
+    g_Values = {};
+
     if (QNMitLockErrMgr::m_pInstance != nullptr) {
-        g_Events += "locks" + to_string(static_cast<long>(RecordsOf(Locks()).size())) + " ";
+        state.lockErrors = RecordsOf(Locks()).size();
         QNMitLockErrMgr::Destroy();
     }
+
     for (const auto& [handle, log] : g_TransLogMap) {
-        g_Events += "log" + to_string(log->m_nRefCount) + to_string(log->m_nRefCountEx) +
-                    to_string(log->m_TransBufMap.size()) + " ";
+        state.logs.push_back({.references = log->m_nRefCount,
+                              .extra = log->m_nRefCountEx,
+                              .buffers = log->m_TransBufMap.size()});
     }
-    std::string state = std::exchange(g_Events, {});
     if (g_Log && g_Log->IsValid()) {
         g_Log->RemoveBuffer(LONG, 1);
         g_Log->RemoveBuffer("b", 1);
@@ -341,8 +386,8 @@ std::string TakeState()
     QNTransactionLog::ClearAllLog();
     g_nNextTransLogHandle = 1;
     TakeLines();
-    g_Events = {};
-    g_Values = {};
+    g_Called = {};
+
     faults::g_llClock = START;
     return state;
 }

@@ -1,5 +1,8 @@
 #include <algorithm>
+#include <fstream>
 #include <future>
+#include <regex>
+#include <set>
 
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -15,48 +18,78 @@
 
 using namespace std::chrono_literals;
 
-/// In a build that counts coverage, and null in others: writes what a process has counted, which
-/// _Exit() does not.
+/// Writes what a process has counted for the coverage, which _Exit() does not write. It is null in
+/// builds without coverage.
 extern "C" [[gnu::weak]] void __gcov_dump(); // NOLINT(bugprone-reserved-identifier): gcc's name
 
 namespace {
 
+struct Outcome
+{
+    long result = 0;
+    std::string thrown = {}; // the exception instead of a result
+    State state = {};
+    bool operator==(const Outcome&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Outcome& outcome)
+{
+    const State& state = outcome.state;
+    out << "result " << outcome.result << ", thrown " << outcome.thrown << ", called "
+        << state.called << ", queued " << state.queued << ", registered " << state.registered
+        << ", lines " << testing::PrintToString(state.lines) << ", reported " << state.reported;
+    for (const auto& [inside, events, report] : state.threads) {
+        out << ", thread: inside " << inside << ", events " << events << ", report " << report;
+    }
+    for (const auto& [references, extra, buffers] : state.logs) {
+        out << ", log: references " << references << ", extra " << extra << ", buffers " << buffers;
+    }
+    return out << ", lock errors " << testing::PrintToString(state.lockErrors);
+}
+
 struct Fault
 {
     faults::Call m_Call;
-    int m_nNth;
+    int m_nNth; // 0: no fault
     int m_nError;
     bool m_bPersistently;
 };
 
-std::string Run(const Operation& operation)
+/// Runs the operation. The outcome has no state yet.
+Outcome Run(const Operation& operation)
 {
     try {
-        return operation.m_Run();
+        return {.result = operation.run.m_Call()};
     } catch (const std::bad_alloc&) {
-        return "bad_alloc";
+        return {.thrown = "bad_alloc"};
     } catch (const std::system_error&) {
-        return "system_error";
+        return {.thrown = "system_error"};
     } catch (const faults::Thrown&) {
-        return "thrown";
+        return {.thrown = "thrown"};
     }
 }
 
-std::string PrepareAndRun(const Operation& operation)
+Outcome PrepareAndRun(const Operation& operation)
 {
-    operation.m_Prepare();
-    std::string outcome = Run(operation);
-    return outcome + "|" + TakeState();
+    operation.prepare();
+    Outcome outcome = Run(operation);
+    outcome.state = TakeState();
+    return outcome;
 }
 
-bool Allows(const Operation& operation, faults::Call call, const std::string& outcome)
+/// Returns whether the operation may have this outcome when a call of this kind fails.
+bool Allows(const Operation& operation, faults::Call call, const Outcome& outcome,
+            const Outcome& usual, const Outcome& refused)
 {
-    const std::string nothing = operation.m_Refused.substr(operation.m_Refused.find('|'));
-    return (call == faults::ALLOCATION     ? outcome == "bad_alloc" + nothing
-            : call == faults::COLLABORATOR ? outcome == "thrown" + nothing
-                                           : outcome == operation.m_Refused) ||
-           std::count(operation.m_Others.begin(), operation.m_Others.end(),
-                      std::pair(call, outcome)) != 0;
+    const Outcome failed = call == faults::ALLOCATION     ? Outcome{0, "bad_alloc", refused.state}
+                           : call == faults::COLLABORATOR ? Outcome{0, "thrown", refused.state}
+                                                          : refused;
+    const bool tolerated = std::ranges::count(operation.tolerates, call) != 0;
+    return outcome == failed || (tolerated && outcome == usual) ||
+           std::ranges::any_of(operation.otherwise, [&](const Operation::Otherwise& other) {
+               const long result = other.throws.empty() ? usual.result : 0;
+               return other.fault == call && outcome == Outcome{result, other.throws, other.leaves};
+           });
 }
 
 int LowestFreeDescriptor()
@@ -66,7 +99,7 @@ int LowestFreeDescriptor()
     return descriptor;
 }
 
-/// Ends this process, the test's or a child's; 2 tells of a failure in either.
+/// Ends a child process.
 [[noreturn]] void Exit(int status)
 {
     std::fflush(stdout);
@@ -77,15 +110,12 @@ int LowestFreeDescriptor()
 }
 
 /// Runs the operation with the fault, then on this thread and on another without: both must find
-/// everything as it was. Returns whether the fault came.
+/// everything as it was. Returns whether the fault happened.
 bool Survives(const Operation& operation, const Fault& fault)
 {
-    SCOPED_TRACE(testing::Message() << operation.m_pName << ", call " << fault.m_Call << ", nth "
-                                    << fault.m_nNth << ", error " << fault.m_nError
-                                    << (fault.m_bPersistently ? ", persistently" : ""));
     const int descriptor = LowestFreeDescriptor();
-    operation.m_Prepare();
-    std::string outcome;
+    operation.prepare();
+    Outcome outcome;
     bool happened = false;
     int error = 0;
     {
@@ -95,31 +125,62 @@ bool Survives(const Operation& operation, const Fault& fault)
         error = errno;
         happened = injected.Happened();
     }
-    outcome.append("|").append(TakeState());
-    if (!happened) {
-        EXPECT_EQ(outcome, operation.m_Usual);
-        return false;
+    outcome.state = TakeState();
+
+    operation.prepare();
+    const Outcome refused = {.result = operation.refused, .state = TakeState()};
+    const Outcome usual = {.result = operation.returns,
+                           .state = operation.leaves.value_or(refused.state)};
+    if (happened) {
+        EXPECT_TRUE(Allows(operation, fault.m_Call, outcome, usual, refused)) << outcome;
+        const bool isLock =
+            fault.m_Call >= faults::MUTEX_LOCK && fault.m_Call <= faults::WRITE_LOCK;
+        if (isLock && outcome == refused) {
+            EXPECT_EQ(error, fault.m_nError);
+        }
+    } else {
+        EXPECT_EQ(outcome, usual);
     }
-    EXPECT_TRUE(Allows(operation, fault.m_Call, outcome)) << outcome;
-    const bool isLock = fault.m_Call >= faults::MUTEX_LOCK && fault.m_Call <= faults::WRITE_LOCK;
-    if (isLock && outcome == operation.m_Refused) {
-        EXPECT_EQ(error, fault.m_nError);
-    }
-    EXPECT_EQ(PrepareAndRun(operation), operation.m_Usual);
-    std::future<std::string> other =
-        std::async(std::launch::async, PrepareAndRun, std::cref(operation));
+    EXPECT_EQ(PrepareAndRun(operation), usual);
+    auto other = std::async(std::launch::async, PrepareAndRun, std::cref(operation));
     if (other.wait_for(1s) != std::future_status::ready) {
         ADD_FAILURE() << "another thread hangs";
         Exit(2);
     }
-    EXPECT_EQ(other.get(), operation.m_Usual);
+    EXPECT_EQ(other.get(), usual);
     EXPECT_EQ(LowestFreeDescriptor(), descriptor);
-    return true;
+    return happened;
 }
 
-/// Fails the first call of each kind, then the second and so on, until `survives` tells that the
-/// operation got through. Returns how many faults came.
-int Sweep(const Operation& operation, const std::function<bool(const Fault&)>& survives)
+/// Survives() in a child process. `allocations` is how many it leaves; the run without a fault
+/// writes it. Failures show on the child's standard output.
+bool SurvivesInChild(const Operation& operation, const Fault& fault, long& allocations)
+{
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        SCOPED_TRACE(testing::Message()
+                     << operation.covers.front() << " " << operation.when << ", call "
+                     << fault.m_Call << ", nth " << fault.m_nNth << ", error " << fault.m_nError
+                     << (fault.m_bPersistently ? ", persistently" : ""));
+        const long before = faults::LiveAllocations();
+        const bool happened = Survives(operation, fault);
+        const long left = faults::LiveAllocations() - before;
+        if (fault.m_nNth == 0) {
+            allocations = left;
+        }
+        EXPECT_EQ(left, allocations) << "leaks";
+        Exit(testing::Test::HasFailure() ? 2 : happened);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << operation.covers.front() << status;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+}
+
+/// Fails the first call of each kind, then the second and so on, until the operation gets through.
+/// Returns how many faults happened.
+int Sweep(const Operation& operation, long& allocations)
 {
     static const std::pair<faults::Call, std::vector<int>> errors[] = {
         {faults::ALLOCATION, {ENOMEM}},
@@ -132,16 +193,17 @@ int Sweep(const Operation& operation, const std::function<bool(const Fault&)>& s
         {faults::TIME_TEXT, {EINVAL}},
         {faults::COLLABORATOR, {0}},
     };
+    SurvivesInChild(operation, {}, allocations);
     int faults = 0;
     for (const auto& [call, ofCall] : errors) {
         for (const int error : ofCall) {
             for (const bool persistently : {false, true}) {
-                if (persistently && call == faults::MUTEX_LOCK && !operation.m_bPersistently) {
+                if (persistently && call == faults::MUTEX_LOCK && operation.repeatsFailedMutexes) {
                     continue;
                 }
                 int nth = 1;
                 while (!testing::Test::HasFailure() && // one is enough
-                       survives({call, nth, error, persistently})) {
+                       SurvivesInChild(operation, {call, nth, error, persistently}, allocations)) {
                     ++nth;
                 }
                 faults += nth - 1;
@@ -151,32 +213,37 @@ int Sweep(const Operation& operation, const std::function<bool(const Fault&)>& s
     return faults;
 }
 
-/// The same in a child process, whose exit code it is. Failures show on its standard output.
-bool SurvivesAtFirstUse(const Operation& operation, const Fault& fault, long* live)
+/// Returns a symbol without namespaces and template arguments, such as
+/// "AddEmsThreadInfo(map&, char const*, int)".
+std::string ShortName(std::string symbol)
 {
-    std::fflush(stdout);
-    const pid_t child = fork();
-    if (child == 0) {
-        const long before = faults::LiveAllocations();
-        const bool happened = Survives(operation, fault);
-        if (!happened) { // as often as with a fault
-            PrepareAndRun(operation);
-            std::async(std::launch::async, PrepareAndRun, std::cref(operation)).get();
-        }
-        if (fault.m_nNth == 0) {
-            *live = faults::LiveAllocations() - before;
-        }
-        EXPECT_EQ(faults::LiveAllocations() - before, *live)
-            << operation.m_pName << " leaks, call " << fault.m_Call << ", nth " << fault.m_nNth;
-        Exit(testing::Test::HasFailure() ? 2 : happened);
+    static const std::regex dropped(
+        R"(<[^<>]*>|(NSQN_\w+|std|__cxx11)::|basic_|\[abi:cxx11\]|@.*)");
+    for (std::string longer; longer != symbol;) {
+        longer = symbol;
+        symbol = std::regex_replace(longer, dropped, "");
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << operation.m_pName << status;
-    return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+    return symbol;
 }
 
 } // namespace
+
+TEST(FaultSweep, CoversEveryExportedOperation)
+{
+    std::set<std::string> covered;
+    for (const Operation& operation : AllOperations()) {
+        covered.insert(operation.covers.begin(), operation.covers.end());
+    }
+    std::ifstream symbols(EXPORTED_SYMBOLS);
+    for (std::string symbol; std::getline(symbols, symbol);) {
+        if (symbol.find('(') != std::string::npos) { // others are data
+            EXPECT_EQ(covered.erase(ShortName(symbol)), 1U) << ShortName(symbol) << " has no row";
+        }
+    }
+    for (const std::string& operation : covered) {
+        ADD_FAILURE() << operation << " is not exported";
+    }
+}
 
 TEST(FaultSweep, EveryOperationSurvivesEveryFault)
 {
@@ -185,27 +252,19 @@ TEST(FaultSweep, EveryOperationSurvivesEveryFault)
     ACE_Log_Category::ace_lib().per_thr_obj();
     const ReportFolder folder;
     SetUpServices();
-    const std::vector<Operation> operations = AllOperations();
-    auto* const live = static_cast<long*>(
+    auto* const allocations = static_cast<long*>( // shared with the children
         mmap(nullptr, sizeof(long), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     int faults = 0;
-    for (const Operation& operation : operations) {
-        const auto inChild = [&](const Fault& fault) {
-            return SurvivesAtFirstUse(operation, fault, live);
-        };
-        inChild({});
-        faults += Sweep(operation, inChild);
+    const std::vector<Operation> operations = AllOperations();
+    for (const Operation& operation : operations) { // each child is the first to use a service
+        faults += Sweep(operation, *allocations);
     }
-    for (const Operation& operation : operations) {
-        Survives(operation, {}); // for what is made once
-        faults += Sweep(operation, [&](const Fault& fault) {
-            const long before = faults::LiveAllocations();
-            const bool happened = Survives(operation, fault);
-            EXPECT_EQ(faults::LiveAllocations(), before) << operation.m_pName;
-            return happened;
-        });
+    for (const Operation& operation : operations) { // all that is created once exists
+        PrepareAndRun(operation);
+        faults += Sweep(operation, *allocations);
+        EXPECT_EQ(*allocations, 0) << operation.covers.front();
     }
-    munmap(live, sizeof(long));
-    std::printf("%d faults in %zu operations\n", faults, operations.size());
+    munmap(allocations, sizeof(long));
+    std::printf("%d faults\n", faults);
     EXPECT_GE(faults, 2000);
 }
