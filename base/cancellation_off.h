@@ -5,9 +5,9 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// Keeps the calling thread from being cancelled. A cancelled thread unwinds by an exception of a
-/// kind that must not end in a handler for all exceptions, nor leave a destructor: the process
-/// would be aborted.
+/// Prevents the cancellation of the calling thread while it exists. A cancelled thread unwinds by
+/// an exception that must neither end in a handler for all exceptions nor leave a destructor: the
+/// process would be aborted.
 class CancellationOff
 {
 public:

@@ -1,6 +1,11 @@
 #ifndef BASE_PROCESS_WIDE_H
 #define BASE_PROCESS_WIDE_H
 
+/// Process-wide objects that are created on first use.
+///
+/// `instance` is a plain pointer, constant-initialised, published with release and read with
+/// acquire. ACE's lock for static objects guards creation and destruction.
+
 #include <atomic>
 
 #include <ace/Guard_T.h>
@@ -9,15 +14,40 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
-template <class T, class Check>
-T* CreateUnderLock(T*& instance, Check check);
+/// Calls `action` with ACE's lock for static objects held. Does nothing when the lock fails.
+template <class Action>
+void WithStaticObjectLock(Action action)
+{
+    ACE_Recursive_Thread_Mutex* const lock = ACE_Static_Object_Lock::instance();
+    if (lock == nullptr) {
+        return; // not covered: ACE has the lock until ACE itself is destroyed
+    }
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*lock);
+    if (guard.locked()) {
+        action();
+    }
+}
 
-/// The process-wide T that `instance` points to, made on the first call; null when ACE's lock for
-/// static objects cannot be taken. Once it exists a call is one read. What T's constructor throws
-/// passes to the caller, and the next call tries again.
+/// Out of line, so that only the common case of CreateOnce() is inlined.
+template <class T, class Check>
+[[gnu::noinline]] T* CreateUnderLock(T*& instance, Check check)
+{
+    T* created = nullptr;
+    WithStaticObjectLock([&] {
+        if (instance == nullptr) {
+            std::atomic_ref<T*>(instance).store(new T, std::memory_order_release);
+            check();
+        }
+        created = instance;
+    });
+    return created;
+}
+
+/// Returns the process-wide T that `instance` points to, and creates it on the first call. Once it
+/// exists a call is one read. Returns null when the lock cannot be taken. An exception of T's
+/// constructor passes to the caller, and the next call tries again.
 ///
-/// `instance` is a plain pointer, constant-initialised, published with release and read with
-/// acquire. `check` is called under the lock, where the object has just been made.
+/// Calls `check` under the lock after the object has been created.
 template <class T, class Check>
 T* CreateOnce(T*& instance, Check check)
 {
@@ -25,29 +55,24 @@ T* CreateOnce(T*& instance, Check check)
     return existing != nullptr ? existing : CreateUnderLock(instance, check);
 }
 
-/// Apart, so that the usual case of CreateOnce() is compiled in where it is called.
-template <class T, class Check>
-[[gnu::noinline]] T* CreateUnderLock(T*& instance, Check check)
-{
-    ACE_Recursive_Thread_Mutex* lock = ACE_Static_Object_Lock::instance();
-    if (lock == nullptr) {
-        return nullptr; // not covered: ACE has the lock until ACE itself is gone
-    }
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*lock);
-    if (!guard.locked()) {
-        return nullptr;
-    }
-    if (instance == nullptr) {
-        std::atomic_ref<T*>(instance).store(new T, std::memory_order_release);
-        check();
-    }
-    return instance;
-}
-
 template <class T>
 T* CreateOnce(T*& instance)
 {
     return CreateOnce(instance, [] {});
+}
+
+/// Destroys the T that `instance` points to, if there is one, and sets `instance` to null. Does
+/// nothing when the lock cannot be taken.
+///
+/// REQUIRES: no thread uses the object.
+template <class T>
+void DestroyOnce(T*& instance)
+{
+    const std::atomic_ref<T*> published(instance);
+    if (published.load(std::memory_order_acquire) != nullptr) {
+        WithStaticObjectLock(
+            [&] { delete published.exchange(nullptr, std::memory_order_acq_rel); });
+    }
 }
 
 } // namespace NSQN_EMSUTIL_AGENT

@@ -1,19 +1,17 @@
 #ifndef BASE_QN_CHECK_H
 #define BASE_QN_CHECK_H
 
-/// Internal checks: a check that fails writes one line and carries on, or returns.
+/// Internal checks: a check that fails writes one line, and then carries on or returns.
 ///
 ///     QN_CHECK_AT("translog", 467)
 ///     QN_RETURN_IF_NOT_TRUE(NULL != pBuffer);
 ///
-/// writes "file:translog:467,QN_RETURN_IF_NOT_TRUE: NULL != pBuffer" at level 1. File and line name
-/// the check for whoever reads the logs; they stay what they are when code moves. So does the text:
-/// it is the condition as written, which is why these conditions are never modernised. A check
-/// without its QN_CHECK_AT does not compile.
+/// writes "file:translog:467,QN_RETURN_IF_NOT_TRUE: NULL != pBuffer" at level 1. People look for
+/// file, line and text in logs, so these must not change when code moves. The text is the condition
+/// as written, so conditions must not be rewritten: they keep their NULL. A check without its
+/// QN_CHECK_AT does not compile.
 ///
-/// Each condition is evaluated once. The macros may stand unbraced in an if with an else.
-
-#include "emsutil/diagnostics.h"
+/// Each condition is evaluated once. The macros may be used without braces in an if with an else.
 
 namespace NSQN_EMSUTIL_AGENT {
 
@@ -23,10 +21,10 @@ struct CheckSite
     int m_nLine;
 };
 
-/// Writes a check line through the platform's debug interface; without one it writes nothing.
+/// Writes a check line through the platform's debug interface. Does nothing when there is none.
 void ReportCheck(const CheckSite& site, const char* text);
 
-/// The same for an assertion line, through the cached interface.
+/// Writes an assertion line through the cached debug interface. Does nothing when there is none.
 void ReportAssertion(const CheckSite& site, const char* expression);
 
 } // namespace NSQN_EMSUTIL_AGENT
@@ -64,7 +62,7 @@ void ReportAssertion(const CheckSite& site, const char* expression);
         }                                                                                          \
     } while (false)
 
-// The text of an assertion shows its macros expanded, so it takes one more step to become a text.
+// The text of an assertion shows its macros expanded, which takes a second macro.
 #define QN_ASSERT(cond) QN_ASSERT_EXPANDED((cond))
 
 #define QN_ASSERT_EXPANDED(cond)                                                                   \

@@ -1,6 +1,7 @@
 #include "emsutil/lock_error_manager.h"
 
 #include <atomic>
+#include <stdexcept>
 #include <utility>
 
 #include <ace/Guard_T.h>
@@ -31,24 +32,14 @@ QNMitLockErrMgr* QNMitLockErrMgr::Instance()
 
 void QNMitLockErrMgr::Destroy()
 {
-    const std::atomic_ref published(m_pInstance);
-    if (published.load(std::memory_order_acquire) == nullptr) {
-        return;
-    }
-    ACE_Recursive_Thread_Mutex* const lock = ACE_Static_Object_Lock::instance();
-    if (lock == nullptr) {
-        return; // not covered: ACE has the lock until ACE itself is gone
-    }
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*lock);
-    if (guard.locked()) {
-        delete published.exchange(nullptr, std::memory_order_acq_rel);
-    }
+    NSQN_EMSUTIL_AGENT::DestroyOnce(m_pInstance);
 }
 
 QNMitLockErrMgr::QNMitLockErrMgr() = default;
 
 QNMitLockErrMgr::~QNMitLockErrMgr()
 {
+    // locked() is not checked: the records are destroyed even without the lock.
     const RecordGuard guard(m_ThrIDInfoLock);
     m_ThrIDInfoMap.clear();
 }
@@ -58,7 +49,10 @@ void QNMitLockErrMgr::InsertThrIDandInfo(int threadId, const char* info)
     if (!IsEnabled()) {
         return;
     }
-    std::string text(info); // before the lock, and std::logic_error when it is null
+    if (info == nullptr) {
+        throw std::logic_error("QNMitLockErrMgr: the text is null");
+    }
+    std::string text(info); // copied before the lock is taken
     const RecordGuard guard(m_ThrIDInfoLock);
     if (guard.locked()) {
         m_ThrIDInfoMap.try_emplace(threadId, std::move(text));
