@@ -2,7 +2,7 @@
 
 #include <memory>
 #include <new>
-#include <thread>
+#include <utility>
 
 #include <emsplatform/debug_interface.h>
 
@@ -19,7 +19,12 @@ namespace {
 
 constexpr const char* TASK_NAME = "EmsUtilAgentTimerTask";
 constexpr unsigned int INTERVAL = 1; // units of the task manager
+constexpr long NOT_ARMED = -1;       // every other id is valid
 constexpr int STATE_FINISHED = 3;
+
+using SchedulingGuard = ACE_Guard<ACE_Thread_Mutex>;
+
+constinit thread_local EmsUtilAgentTimerTask::Scheduling* g_pInnermost = nullptr;
 
 eKorTaskMgr* FindTaskMgr(unsigned char id)
 {
@@ -27,20 +32,32 @@ eKorTaskMgr* FindTaskMgr(unsigned char id)
     return appMgr != nullptr ? appMgr->FindTaskMgrByID(id) : nullptr;
 }
 
-/// Brings a task to its end on every way out of its expiry.
-class AtItsEnd
-{
-public:
-    explicit AtItsEnd(eKorTask& task) : m_Task(task) {}
-    ~AtItsEnd() { m_Task.eKorSetTaskState(STATE_FINISHED); }
-    AtItsEnd(const AtItsEnd&) = delete;
-    AtItsEnd& operator=(const AtItsEnd&) = delete;
-
-private:
-    eKorTask& m_Task;
-};
-
 } // namespace
+
+EmsUtilAgentTimerTask::Scheduling::Scheduling(EmsUtilAgentTimerTask& task)
+    : m_pTask(&task), m_Guard(task.m_SchedulingLock), m_pOuter(std::exchange(g_pInnermost, this))
+{}
+
+EmsUtilAgentTimerTask::Scheduling::~Scheduling()
+{
+    g_pInnermost = m_pOuter;
+}
+
+EmsUtilAgentTimerTask::Scheduling*
+EmsUtilAgentTimerTask::Scheduling::Find(const EmsUtilAgentTimerTask& task)
+{
+    Scheduling* scope = g_pInnermost;
+    while (scope != nullptr && scope->m_pTask != &task) {
+        scope = scope->m_pOuter;
+    }
+    return scope;
+}
+
+void EmsUtilAgentTimerTask::Scheduling::OnDestroyed()
+{
+    m_Guard.release(); // the lock is destroyed with the task
+    m_pTask = nullptr;
+}
 
 EmsUtilAgentTimerTask::EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* name,
                                              EmsUtilTimerInterface& timer, void* param)
@@ -53,7 +70,12 @@ EmsUtilAgentTimerTask::EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* n
 
 EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
 {
-    AwaitArming();
+    if (Scheduling* const here = Scheduling::Find(*this)) {
+        here->OnDestroyed();
+    } else {
+        // Waits for the scheduling thread. locked() is not checked: the task is destroyed anyway.
+        const SchedulingGuard guard(m_SchedulingLock);
+    }
     if (m_pParam != nullptr && m_Interface.pfnFreeParam != nullptr) {
         const CancellationOff uncancelled;
         m_Interface.pfnFreeParam(m_pParam);
@@ -61,36 +83,51 @@ EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
     m_pParam = nullptr;
 }
 
-void EmsUtilAgentTimerTask::AwaitArming() const
-{
-    while (m_bArming.load(std::memory_order_acquire)) {
-        std::this_thread::yield();
-    }
-}
-
 void EmsUtilAgentTimerTask::InitTaskCmdReqProcess(CmdMSG*)
 {
-    long id = 0;
+    // Null when the platform calls this itself.
+    const Scheduling* const here = Scheduling::Find(*this);
+    const auto isDestroyed = [here] { return here != nullptr && here->IsTaskDestroyed(); };
+    long id = NOT_ARMED;
     try {
         id = SetTaskTimeInterval(INTERVAL);
     } catch (...) {
-        eKorSetTaskState(STATE_FINISHED); // it will never fire, so nothing else would end it
+        if (!isDestroyed()) {
+            eKorSetTaskState(STATE_FINISHED); // it never fires, so nothing else would finish it
+        }
         throw;
     }
-    m_lTimerID.store(id, std::memory_order_relaxed); // published with the flag
-    if (id < 0) {
-        eKorSetTaskState(STATE_FINISHED); // likewise
+    if (isDestroyed()) {
+        return;
+    }
+    m_lTimerID = id;
+    if (id == NOT_ARMED) {
+        eKorSetTaskState(STATE_FINISHED);
+    } else if (here != nullptr && here->HasFired()) {
+        DelTaskTimeInterval(id); // the expiry came before the id was known
     }
 }
 
 void EmsUtilAgentTimerTask::eKorTaskTimeInterval(long)
 {
-    AwaitArming();
-    const AtItsEnd end(*this);
-    DelTaskTimeInterval(m_lTimerID.load(std::memory_order_relaxed));
-    if (m_Interface.pfnTimeout != nullptr) {
-        m_Interface.pfnTimeout(m_pParam);
+    if (Scheduling* const here = Scheduling::Find(*this)) {
+        here->OnFired();
+    } else {
+        const SchedulingGuard guard(m_SchedulingLock); // waits until the id is known
+        if (!guard.locked()) {
+            return; // the interval is still armed, so its next expiry tries again
+        }
     }
+    try {
+        DelTaskTimeInterval(m_lTimerID);
+        if (m_Interface.pfnTimeout != nullptr) {
+            m_Interface.pfnTimeout(m_pParam);
+        }
+    } catch (...) {
+        eKorSetTaskState(STATE_FINISHED);
+        throw;
+    }
+    eKorSetTaskState(STATE_FINISHED);
 }
 
 void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer, void* param)
@@ -111,10 +148,16 @@ void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
         }
         return;
     }
-    const EmsUtilAgentTimerTask::Arming arming(*task);
+    const EmsUtilAgentTimerTask::Scheduling scheduling(*task);
+    if (!scheduling.locked()) {
+        return;
+    }
     taskMgr->AllocReqID(task.get());
     taskMgr->TMInitInsertTask(task.get());
-    task.release()->InitTaskCmdReqProcess(nullptr);
+    EmsUtilAgentTimerTask* const inserted = task.release();
+    if (!scheduling.IsTaskDestroyed()) {
+        inserted->InitTaskCmdReqProcess(nullptr);
+    }
 }
 
 } // namespace NSQN_EMSUTIL_AGENT

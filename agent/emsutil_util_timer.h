@@ -3,6 +3,9 @@
 
 #include <atomic>
 
+#include <ace/Guard_T.h>
+#include <ace/Thread_Mutex.h>
+
 #include <emsplatform/task.h>
 
 #include "emsutil/timer.h"
@@ -17,43 +20,54 @@ public:
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// One timer. Once inserted it is the task manager's, which destroys it when it has fired.
+/// One timer. Once it is inserted it belongs to the task manager, which must destroy it.
 class EmsUtilAgentTimerTask : public QNTask
 {
 public:
+    class Scheduling;
+
     EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* name, EmsUtilTimerInterface& timer,
                           void* param);
     ~EmsUtilAgentTimerTask() override;
 
-    /// While it lives a task neither fires nor ends: whoever is to do that waits. To destroy it is
-    /// the last that the thread which schedules a timer does with its task.
-    class Arming
-    {
-    public:
-        explicit Arming(EmsUtilAgentTimerTask& task) : m_bArming(task.m_bArming)
-        {
-            m_bArming.store(true, std::memory_order_relaxed); // the task is given away later
-        }
-        ~Arming() { m_bArming.store(false, std::memory_order_release); }
-        Arming(const Arming&) = delete;
-        Arming& operator=(const Arming&) = delete;
-
-    private:
-        std::atomic<bool>& m_bArming;
-    };
-
-    /// Arms the interval; ends the task when that fails.
+    /// Arms the interval. Finishes the task when that fails.
     void InitTaskCmdReqProcess(CmdMSG* msg) override;
-    /// Disarms it, runs the function, and comes to the task's end.
+    /// Disarms the interval, calls the caller's function and finishes the task.
     void eKorTaskTimeInterval(long id) override;
 
 private:
-    void AwaitArming() const;
-
     std::atomic<long> m_lTimerID = 0; // of the newest interval
     EmsUtilTimerInterface m_Interface;
     void* m_pParam = nullptr;
-    std::atomic<bool> m_bArming = false;
+    ACE_Thread_Mutex m_SchedulingLock; // held by Scheduling
+};
+
+/// The scope in which a thread inserts and arms a task. While it exists the task neither fires nor
+/// is destroyed on another thread: a thread that would do either waits. The platform may do both
+/// on the scheduling thread itself, inside the calls that this thread makes.
+class EmsUtilAgentTimerTask::Scheduling
+{
+public:
+    explicit Scheduling(EmsUtilAgentTimerTask& task);
+    ~Scheduling();
+    Scheduling(const Scheduling&) = delete;
+    Scheduling& operator=(const Scheduling&) = delete;
+
+    /// Returns the scope of this task on the calling thread, or null.
+    static Scheduling* Find(const EmsUtilAgentTimerTask& task);
+
+    bool locked() const { return m_Guard.locked(); }
+    bool IsTaskDestroyed() const { return m_pTask == nullptr; }
+    bool HasFired() const { return m_bFired; }
+
+    void OnFired() { m_bFired = true; }
+    void OnDestroyed();
+
+private:
+    EmsUtilAgentTimerTask* m_pTask;
+    ACE_Guard<ACE_Thread_Mutex> m_Guard;
+    Scheduling* const m_pOuter; // this thread may schedule another timer meanwhile
+    bool m_bFired = false;
 };
 
 } // namespace NSQN_EMSUTIL_AGENT

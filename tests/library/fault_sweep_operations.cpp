@@ -198,12 +198,12 @@ std::vector<Operation> AllOperations()
                        {WRITE, {.reported = "stte"}}, {WRITE, {.reported = "stampte"}}}},
         {.covers = {"AgentTimeGuard::AgentTimeGuard(char const*, ...)",
                     "AgentTimeGuard::~AgentTimeGuard()"},
-         .run = [] { AgentTimeGuard("%s", LONG.c_str()); },
+         .run = [] { const AgentTimeGuard guard("%s", LONG.c_str()); },
          .leaves = State{.lines = {LONG, "used time(ms): 0"}}, .tolerates = {CLOCK, READ_LOCK},
          .otherwise = {{CLOCK, {.lines = {LONG, "used time(ms): 1000000"}}}, // since 1970
                        {COLLABORATOR, {.lines = {LONG}}}, {COLLABORATOR, {}}}},
         {.covers = {"AgentTimeGuard::AgentTimeGuard(char const*, ...)"}, .when = "malformed",
-         .run = [] { AgentTimeGuard("%ls", L"\u20ac"); },
+         .run = [] { const AgentTimeGuard guard("%ls", L"\u20ac"); },
          .leaves = State{.lines = {malformed, "used time(ms): 0"}}, .tolerates = {CLOCK, READ_LOCK},
          .otherwise = {{CLOCK, {.lines = {malformed, "used time(ms): 1000000"}}},
                        {COLLABORATOR, {.lines = {malformed}}}}},
@@ -246,7 +246,8 @@ std::vector<Operation> AllOperations()
          .run = [] { ScheduleEmsUtilTimer(7, g_Timer, &g_Cmd); },
          .leaves = State{.called = "copy timeout free "},
          .otherwise = {{ALLOCATION, {.lines = {noTask}}}, {ALLOCATION, {.called = "copy free "}},
-                       {MUTEX_LOCK, {.called = "copy free "}, "system_error"}}},
+                       {MUTEX_LOCK, {.called = "copy free "}}, // of the timer
+                       {MUTEX_LOCK, {.called = "copy free "}, "system_error"}}}, // of the manager
         {.covers = {"ScheduleEmsUtilTimer(unsigned char, EmsUtilTimerInterface&, void*)"},
          .when = "without a manager", .prepare = [] { Timers(); },
          .run = [] { ScheduleEmsUtilTimer(9, g_Timer, &g_Cmd); },

@@ -1,7 +1,6 @@
 #include <cstring>
-#include <functional>
-#include <latch>
-#include <thread>
+#include <stdexcept>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -19,7 +18,6 @@ namespace {
 
 std::string g_Events;
 std::chrono::nanoseconds g_Now = 1ns;
-std::function<void()> g_OnArming; // called where a manager asks for the time, its lock held
 
 void* Copy(void* param)
 {
@@ -55,12 +53,7 @@ std::string TakeEvents()
 TaskManager& Manager()
 {
     static TaskManager& manager =
-        *emsstandin::AddTaskManager(7, {100ms, [] {
-                                            if (g_OnArming) {
-                                                std::exchange(g_OnArming, nullptr)();
-                                            }
-                                            return g_Now;
-                                        }});
+        *emsstandin::AddTaskManager(7, {100ms, [] { return g_Now; }});
     return manager;
 }
 
@@ -137,38 +130,6 @@ TEST(Timer, FailuresWriteOneLine)
     EXPECT_EQ(Manager().DeliverExpired(), 1u);
     EXPECT_EQ(TakeEvents(), "copy free ");
     EXPECT_EQ(TakeLines(), Lines{"1|timer of task EmsUtilAgentTimerTask failed: late\n"});
-}
-
-TEST(Timer, AnEarlyExpiryWaitsForTheIdAndDisarmsIt)
-{
-    TaskManager& manager = StartedManager();
-    EmsUtilTimerInterface timer = {[](void*) {
-                                       g_Events += "timeout ";
-                                       g_Now += 10s;
-                                       Manager().DeliverExpired(); // finds nothing armed
-                                   },
-                                   nullptr, nullptr};
-    auto* const task = new EmsUtilAgentTimerTask(&manager, "early", timer, nullptr);
-    std::thread expiry;
-    g_OnArming = [&] {
-        std::latch running(1);
-        expiry = std::thread([&] {
-            running.count_down();
-            task->eKorTaskTimeInterval(99);
-        });
-        running.wait();
-        for (int i = 0; i < 1000; ++i) {
-            std::this_thread::yield(); // for the expiry to get ahead, if nothing holds it
-        }
-        EXPECT_EQ(g_Events, "");
-    };
-    {
-        const EmsUtilAgentTimerTask::Arming arming(*task);
-        manager.TMInitInsertTask(task);
-        task->InitTaskCmdReqProcess(nullptr);
-    }
-    expiry.join();
-    EXPECT_EQ(TakeEvents(), "timeout ");
 }
 
 TEST(Timer, TheTablesHaveTheOrderThatThePlatformReliesOn)
