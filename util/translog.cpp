@@ -1,33 +1,68 @@
 #include "util/translog.h"
 
 #include <climits>
+#include <cstdint>
 #include <memory>
 
 #include <ace/Guard_T.h>
 
 #include "base/cancellation_off.h"
+#include "base/never_destroyed.h"
 #include "base/qn_check.h"
 
 namespace NSQN_util {
 
 using NSQN_EMSUTIL_AGENT::CancellationOff;
+using NSQN_EMSUTIL_AGENT::NeverDestroyed;
 
 namespace {
 
-/// A key of a buffer that borrows its name.
+/// The key of a buffer, with a name that it does not own.
 using TransBufView = std::pair<std::string_view, unsigned long>;
 
 using ReadGuard = ACE_Read_Guard<ACE_RW_Thread_Mutex>;
 using WriteGuard = ACE_Write_Guard<ACE_RW_Thread_Mutex>;
 using CountGuard = ACE_Guard<ACE_Thread_Mutex>;
 
-/// Of a count that only the holder of its lock changes: cheaper than an atomic addition.
-void Change(std::atomic<int>& count, int by)
+constinit std::atomic<bool> g_bTransLogMapTornDown = false;
+
+/// Frees the registry's entries at unload. Does not wait: a thread that holds the lock may hang.
+class RegistryTeardown
 {
-    count.store(count.load(std::memory_order_relaxed) + by, std::memory_order_release);
+public:
+    RegistryTeardown() = default;
+    ~RegistryTeardown()
+    {
+        g_bTransLogMapTornDown = true;
+        const WriteGuard guard(g_TransLogMapLock, 0);
+        if (guard.locked()) {
+            g_TransLogMap.clear();
+        }
+    }
+    RegistryTeardown(const RegistryTeardown&) = delete;
+    RegistryTeardown& operator=(const RegistryTeardown&) = delete;
+};
+
+/// Returns whether a thread that has asked for g_TransLogMapLock may use the registry.
+template <class Guard>
+bool IsOpen(const Guard& guard)
+{
+    return guard.locked() && !g_bTransLogMapTornDown.load(std::memory_order_relaxed);
 }
 
-// The checks of counts that have been read. Their text is what is printed, hence the names.
+/// Returns whether `n` more references can be counted. A count is negative after misuse.
+bool HasRoom(int count, int n)
+{
+    return std::int64_t{count} + n <= INT_MAX;
+}
+
+/// Adds to a count that only the holder of its lock changes: cheaper than an atomic addition.
+void AddTo(std::atomic<int>& count, int n)
+{
+    count.store(count.load(std::memory_order_relaxed) + n, std::memory_order_release);
+}
+
+// The checks of counts. The parameters have the names that the check lines show.
 
 void CheckReleasable(int m_nRefCount, int m_nRefCountEx)
 {
@@ -37,13 +72,13 @@ void CheckReleasable(int m_nRefCount, int m_nRefCountEx)
     QN_LOG_IF_NOT_TRUE(m_nRefCount > m_nRefCountEx);
 }
 
-// Those on the way of a handle's destructor: a debug interface that fails keeps neither the
-// reference nor the log, and a thread is not cancelled in it.
+// The checks in a handle's destructor: an exception of the debug interface must not keep the
+// reference or the log, and the thread must not be cancelled there.
 
 void CheckReferenced(int m_nRefCount)
 {
     if (m_nRefCount > TRANSLOG_REFCOUNT_NULL) {
-        return; // as always: this costs no call
+        return; // the common case costs no call
     }
     const CancellationOff uncancelled;
     try {
@@ -56,7 +91,7 @@ void CheckReferenced(int m_nRefCount)
 void CheckUnreferenced(int m_nRefCount, int m_nRefCountEx)
 {
     if (m_nRefCount <= TRANSLOG_REFCOUNT_NULL && m_nRefCountEx <= TRANSLOG_REFCOUNT_NULL) {
-        return; // likewise
+        return; // the common case costs no call
     }
     const CancellationOff uncancelled;
     try {
@@ -71,22 +106,30 @@ void CheckUnreferenced(int m_nRefCount, int m_nRefCountEx)
     }
 }
 
-/// A handle value that no log has. REQUIRES: g_TransLogMapLock is held for writing.
+/// Returns a handle value that no log has.
+///
+/// REQUIRES: g_TransLogMapLock is held for writing.
 unsigned long DrawHandle()
 {
     unsigned long handle = 0;
     do {
         handle = g_nNextTransLogHandle++;
-    } while (handle == 0 || g_TransLogMap.contains(handle)); // 0 comes when the counter wraps
+    } while (handle == 0 || g_TransLogMap.contains(handle)); // the counter may wrap to 0
     return handle;
 }
 
 } // namespace
 
-// Before all objects of default priority, and destroyed after them: a host that links the library
+// Created before and torn down after all objects of default priority: a host that links the library
 // statically may have logs at namespace scope.
-[[gnu::init_priority(101)]] std::map<unsigned long, QNTransactionLogImpl*> g_TransLogMap;
-[[gnu::init_priority(101)]] ACE_RW_Thread_Mutex g_TransLogMapLock;
+[[gnu::init_priority(101)]] static NeverDestroyed<std::map<unsigned long, QNTransactionLogImpl*>>
+    g_TransLogMapStorage;
+[[gnu::init_priority(101)]] static NeverDestroyed<ACE_RW_Thread_Mutex> g_TransLogMapLockStorage;
+[[gnu::init_priority(101)]] static RegistryTeardown g_RegistryTeardown;
+
+constinit std::map<unsigned long, QNTransactionLogImpl*>& g_TransLogMap =
+    g_TransLogMapStorage.m_Object;
+constinit ACE_RW_Thread_Mutex& g_TransLogMapLock = g_TransLogMapLockStorage.m_Object;
 constinit unsigned long g_nNextTransLogHandle = 1;
 
 QNTransactionBuffer::~QNTransactionBuffer() = default;
@@ -103,10 +146,10 @@ void QNTransactionLogImpl::Destroy(QNTransactionLogImpl* log)
 
 void QNTransactionLogImpl::DeleteBuffers()
 {
-    // Not tested: the log goes either way, and its buffers with it.
+    // locked() is not checked: the log is destroyed even without the lock.
     const WriteGuard guard(m_TransBufLock);
     if (m_TransBufMap.empty()) {
-        return; // as above: this costs no call
+        return; // the common case costs no call
     }
     const CancellationOff uncancelled; // in the buffers' destructors
     for (auto& [key, buffer] : m_TransBufMap) {
@@ -119,10 +162,10 @@ void QNTransactionLogImpl::DeleteBuffers()
 bool QNTransactionLogImpl::AttachHandle()
 {
     const CountGuard guard(m_RefCountLock);
-    if (!guard.locked() || m_nRefCount == INT_MAX) {
+    if (!guard.locked() || !HasRoom(m_nRefCount, 1)) {
         return false;
     }
-    Change(m_nRefCount, 1);
+    AddTo(m_nRefCount, 1);
     return true;
 }
 
@@ -133,7 +176,7 @@ bool QNTransactionLogImpl::DetachHandle()
     if (!guard.locked()) {
         return false;
     }
-    Change(m_nRefCount, -1);
+    AddTo(m_nRefCount, -1);
     return m_nRefCount <= TRANSLOG_REFCOUNT_NULL;
 }
 
@@ -145,10 +188,10 @@ int QNTransactionLogImpl::AddRef(int n)
     if (!guard.locked()) {
         return 0;
     }
-    // Less than 1 would take references that attached handles hold.
-    if (n > 0 && n <= INT_MAX - m_nRefCount) {
-        Change(m_nRefCount, n);
-        Change(m_nRefCountEx, n);
+    // A negative n would remove references that attached handles hold.
+    if (n > 0 && HasRoom(m_nRefCount, n) && HasRoom(m_nRefCountEx, n)) {
+        AddTo(m_nRefCount, n);
+        AddTo(m_nRefCountEx, n);
     }
     return m_nRefCountEx;
 }
@@ -164,8 +207,8 @@ int QNTransactionLogImpl::Release()
             return 0;
         }
         if (m_nRefCountEx > TRANSLOG_REFCOUNT_NULL) {
-            Change(m_nRefCountEx, -1);
-            Change(m_nRefCount, -1);
+            AddTo(m_nRefCountEx, -1);
+            AddTo(m_nRefCount, -1);
         }
         ret = m_nRefCountEx;
     }
@@ -218,7 +261,7 @@ QNTransactionLog::QNTransactionLog() : m_pImpl(nullptr)
 {
     auto impl = std::make_unique<QNTransactionLogImpl>();
     const WriteGuard guard(g_TransLogMapLock);
-    if (!guard.locked()) {
+    if (!IsOpen(guard)) {
         return;
     }
     impl->m_nHandle = DrawHandle();
@@ -229,7 +272,7 @@ QNTransactionLog::QNTransactionLog() : m_pImpl(nullptr)
 QNTransactionLog::QNTransactionLog(unsigned long handle) : m_pImpl(nullptr)
 {
     const ReadGuard guard(g_TransLogMapLock);
-    if (!guard.locked()) {
+    if (!IsOpen(guard)) {
         return;
     }
     const auto found = g_TransLogMap.find(handle);
@@ -244,7 +287,7 @@ QNTransactionLog::~QNTransactionLog()
         return;
     }
     const WriteGuard guard(g_TransLogMapLock);
-    if (guard.locked() && m_pImpl->DetachHandle()) {
+    if (IsOpen(guard) && m_pImpl->DetachHandle()) {
         g_TransLogMap.erase(m_pImpl->m_nHandle);
         QNTransactionLogImpl::Destroy(m_pImpl);
         m_pImpl = nullptr;
@@ -274,13 +317,13 @@ int QNTransactionLog::Release()
         return 0;
     }
     const WriteGuard guard(g_TransLogMapLock);
-    return guard.locked() ? m_pImpl->Release() : 0;
+    return IsOpen(guard) ? m_pImpl->Release() : 0;
 }
 
 void QNTransactionLog::ClearAllLog()
 {
     const WriteGuard guard(g_TransLogMapLock);
-    if (!guard.locked()) {
+    if (!IsOpen(guard)) {
         return;
     }
     for (const auto& [handle, impl] : g_TransLogMap) {

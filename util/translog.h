@@ -17,7 +17,7 @@ namespace NSQN_util {
 /// The count that means no reference.
 constexpr int TRANSLOG_REFCOUNT_NULL = 0;
 
-/// A log. It is open to the handles, which work on it, and to tests.
+/// A log. Its members are public for the handles and for tests.
 ///
 /// Lock order: g_TransLogMapLock before m_RefCountLock or m_TransBufLock.
 class QNTransactionLogImpl
@@ -25,7 +25,7 @@ class QNTransactionLogImpl
 public:
     using TransBufKey = std::pair<std::string, unsigned long>;
 
-    /// By name, byte by byte, then by number; a key need not own its name to be looked up.
+    /// Orders by name, byte by byte, then by number. A look-up needs no key that owns its name.
     struct TransBufKeyLess
     {
         using is_transparent = void;
@@ -38,9 +38,10 @@ public:
         }
     };
 
-    /// The end of a log that was registered: writes lines for references that remain and deletes
-    /// the buffers and `log`, which may be null. Does not throw. REQUIRES: g_TransLogMapLock is
-    /// held for writing; so no thread attaches meanwhile.
+    /// Destroys `log`, which may be null, with its buffers, and writes check lines for references
+    /// that remain. Does not throw.
+    ///
+    /// REQUIRES: g_TransLogMapLock is held for writing, so that no thread attaches meanwhile.
     static void Destroy(QNTransactionLogImpl* log);
 
     QNTransactionLogImpl() = default;
@@ -48,9 +49,9 @@ public:
     QNTransactionLogImpl(const QNTransactionLogImpl&) = delete;
     QNTransactionLogImpl& operator=(const QNTransactionLogImpl&) = delete;
 
-    /// Counts a handle object. False when it cannot be counted.
+    /// Counts one more handle object. Returns false when it cannot be counted.
     bool AttachHandle();
-    /// Takes one off and returns whether the log is to be destroyed. Does not throw.
+    /// Counts one handle object less. Returns whether the log must be destroyed. Does not throw.
     bool DetachHandle();
 
     int AddRef(int n);
@@ -64,20 +65,23 @@ public:
     // Guarded by m_TransBufLock.
     std::map<TransBufKey, QNTransactionBuffer*, TransBufKeyLess> m_TransBufMap;
     ACE_RW_Thread_Mutex m_TransBufLock;
-    // Changed under m_RefCountLock; the checks read them without it. Of the two, the extra
-    // references are written last and read first, so that a reader never finds them ahead of all.
+    // Changed under m_RefCountLock; the checks read them without it. The extra references are
+    // written last and read first, so that a reader never finds more of them than of all.
     std::atomic<int> m_nRefCount = 1;   // all references: attached handles and extra ones
     std::atomic<int> m_nRefCountEx = 0; // the extra ones
     ACE_Thread_Mutex m_RefCountLock;
-    unsigned long m_nHandle = 0; // set when registered, constant from then on
+    unsigned long m_nHandle = 0; // constant once the log is registered
 
 private:
     void DeleteBuffers();
 };
 
-/// The logs of the process by handle value; it does not own them.
-extern std::map<unsigned long, QNTransactionLogImpl*> g_TransLogMap; // guarded by g_TransLogMapLock
-extern ACE_RW_Thread_Mutex g_TransLogMapLock;
+// The registry of logs. It does not own the logs. At unload its entries are freed, and from then on
+// the operations that need the registry do nothing. The map and the lock stay usable, because other
+// threads may still run then.
+extern std::map<unsigned long, QNTransactionLogImpl*>&
+    g_TransLogMap; // guarded by g_TransLogMapLock
+extern ACE_RW_Thread_Mutex& g_TransLogMapLock;
 extern unsigned long g_nNextTransLogHandle; // guarded by g_TransLogMapLock
 
 } // namespace NSQN_util

@@ -132,8 +132,9 @@ TEST(TransactionLog, ExtraReferencesAreCountedAndMisuseOnlyReported)
     damaged.m_nRefCountEx = -3;
     EXPECT_EQ(other.Release(), -3);
     EXPECT_EQ(TakeLines(), (Lines{Line(439), Line(440), Line(224)}));
+    EXPECT_EQ(other.AddRef(4), 1); // a count below 0 has room for any number
+    EXPECT_EQ(Counts(other.GetHandle()), std::pair(-1, 1));
     damaged.m_nRefCount = 0;
-    damaged.m_nRefCountEx = 1;
     std::destroy_at(&other);
     EXPECT_EQ(TakeLines(), (Lines{Line(402), Line(354)}));
     new (&other) QNTransactionLog(0ul);
