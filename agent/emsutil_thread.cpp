@@ -1,5 +1,6 @@
 #include "agent/emsutil_thread.h"
 
+#include <atomic>
 #include <charconv>
 #include <cstdint>
 #include <cstdlib>
@@ -9,10 +10,12 @@
 #include <sys/time.h>
 
 #include <ace/Guard_T.h>
+#include <ace/Recursive_Thread_Mutex.h>
 
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
 
+#include "base/never_destroyed.h"
 #include "base/process_wide.h"
 #include "base/qn_check.h"
 #include "emsutil/diagnostics.h"
@@ -26,6 +29,11 @@ constexpr int STATUS_INSIDE = 1;
 
 constexpr const char* REPORT_NAME = "Report";
 
+constexpr int MODE_UNREAD = -1;
+constexpr int DEFAULT_MODE = 1;
+
+constinit std::atomic<int> g_nMsgHandleMode = MODE_UNREAD;
+
 using ReadGuard = ACE_Read_Guard<ACE_RW_Thread_Mutex>;
 using WriteGuard = ACE_Write_Guard<ACE_RW_Thread_Mutex>;
 
@@ -35,8 +43,8 @@ ACE_Time_Value Now()
     return gettimeofday(&now, nullptr) == 0 ? ACE_Time_Value(now) : ACE_Time_Value::zero;
 }
 
-/// Applies an event to a thread that has a record. The values come first: an entry that runs out of
-/// memory has not taken place, as no exit follows it; values that it has set before stay set.
+/// Applies an event to the record of a thread. The values come first: when an entry runs out of
+/// memory no exit follows it, so it must not change the status. Values that it has set stay set.
 void UpdateRecord(EmsThreadInfo& record, const EmsThreadInfo& event, const EmsThreadInfoMap* pInfo)
 {
     const bool isEntry = event.m_nStatus == STATUS_INSIDE;
@@ -57,7 +65,7 @@ void UpdateRecord(EmsThreadInfo& record, const EmsThreadInfo& event, const EmsTh
     }
 }
 
-/// An entry or an exit of a thread, now.
+/// Applies an entry or an exit of a thread at the current time.
 void ReportEvent(unsigned long threadId, int status, const EmsThreadInfoMap* pInfo)
 {
     EmsThreadInfo event;
@@ -69,7 +77,8 @@ void ReportEvent(unsigned long threadId, int status, const EmsThreadInfoMap* pIn
     }
 }
 
-/// Whether a thread is inside its stretch and has been counted for the threshold or more.
+/// Returns whether a thread is inside its monitored work and its elapsed time has reached the
+/// threshold.
 bool IsOverdue(const EmsThreadInfo& record, const ACE_Time_Value& now,
                const ACE_Time_Value& threshold)
 {
@@ -79,7 +88,7 @@ bool IsOverdue(const EmsThreadInfo& record, const ACE_Time_Value& now,
 template <class Number>
 void AppendLine(std::string& text, std::string_view label, Number number, int base = 10)
 {
-    char digits[24]; // of 64 bits in decimal: 20 with the sign
+    char digits[24]; // 64 bits in decimal take 20 with the sign
     const auto end = std::to_chars(digits, digits + sizeof digits, number, base).ptr;
     text.append(label).append(digits, end).append("\n");
 }
@@ -89,8 +98,8 @@ std::int64_t Milliseconds(const ACE_Time_Value& time)
     return std::int64_t{time.sec()} * 1000 + time.usec() / 1000;
 }
 
-/// The lines of one record, as printf would write them: a text up to its first NUL, a thread id by
-/// its low 32 bits.
+/// Appends the lines of one record as printf would write them: a text up to its first NUL, and the
+/// low 32 bits of the thread id.
 void AppendRecord(std::string& text, const EmsThreadInfo& record)
 {
     AppendLine(text, " thread id           ", static_cast<std::uint32_t>(record.m_ulThreadId), 16);
@@ -108,7 +117,7 @@ void AppendRecord(std::string& text, const EmsThreadInfo& record)
             break;
         case THREADINFO_TYPE_INT:
             text.append(" ").append(name.c_str());
-            AppendLine(text, " ", static_cast<int>(std::strtol(valueText.c_str(), nullptr, 10)));
+            AppendLine(text, " ", static_cast<int>(std::strtoll(valueText.c_str(), nullptr, 10)));
             break;
         default:
             AppendLine(text, " Impossible type ", type);
@@ -125,7 +134,7 @@ int ReadMode()
     if (eKorGetRegInt("MsgHandleMode", mode, path.c_str()) == 1 && (mode == 0 || mode == 1)) {
         return mode;
     }
-    return 1;
+    return DEFAULT_MODE;
 }
 
 } // namespace
@@ -220,7 +229,8 @@ bool EmsThreadInfoMgr::AppendStatistics(std::string& text)
     return true;
 }
 
-// Both collect into a list of their own first, so that the caller gets all copies or none.
+// Both queries collect the copies in a list of their own first, so that the caller gets all or
+// none.
 
 void EmsThreadInfoMgr::GetAll(std::list<EmsThreadInfo>& infos)
 {
@@ -240,15 +250,19 @@ void EmsThreadInfoMgr::GetOverdue(std::list<EmsThreadInfo>& infos, long seconds)
     std::list<EmsThreadInfo> copies;
     const ACE_Time_Value threshold(seconds, 0);
     const ACE_Time_Value now = Now();
-    const WriteGuard guard(m_ThreadInfoLock); // it writes durations
+    const WriteGuard guard(m_ThreadInfoLock); // it stores durations
     if (!guard.locked()) {
         return;
     }
-    for (auto& [id, record] : m_ThreadInfoMap) {
+    for (const auto& [id, record] : m_ThreadInfoMap) {
         if (IsOverdue(record, now, threshold)) {
-            record.m_Duration = now - record.m_StartTime;
             copies.push_back(record);
+            copies.back().m_Duration = now - record.m_StartTime;
         }
+    }
+    // Stored last: a query that runs out of memory changes no record.
+    for (const EmsThreadInfo& copy : copies) {
+        m_ThreadInfoMap.at(copy.m_ulThreadId).m_Duration = copy.m_Duration;
     }
     infos.splice(infos.end(), copies);
 }
@@ -261,11 +275,11 @@ RegEmsThreadInfo::RegEmsThreadInfo(std::map<std::string, std::pair<std::string, 
 
 RegEmsThreadInfo::~RegEmsThreadInfo()
 {
-    // No call on this way is a cancellation point, so cancellation need not be kept out.
+    // No call in here is a cancellation point, so cancellation can stay on.
     try {
         ReportEvent(m_ulThreadId, STATUS_OUTSIDE, nullptr);
     } catch (...) {
-        // A destructor has nobody to tell.
+        // A destructor must not throw.
     }
 }
 
@@ -330,8 +344,29 @@ void GetEmsThreadInfo(std::list<EmsThreadInfo>& infos, long seconds)
 
 int ReadMsgHandleModeSwitcher()
 {
-    // The language reads it once, however many threads ask, and again after an exception.
-    static const int mode = ReadMode();
+    int mode = g_nMsgHandleMode.load(std::memory_order_acquire);
+    if (mode != MODE_UNREAD) {
+        return mode;
+    }
+    // Recursive: the platform may call this function while it reads the configuration.
+    static NeverDestroyed<ACE_Recursive_Thread_Mutex> lock;
+    static bool isReading = false; // guarded by the lock
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(lock.m_Object);
+    if (!guard.locked() || isReading) {
+        return DEFAULT_MODE;
+    }
+    mode = g_nMsgHandleMode.load(std::memory_order_relaxed);
+    if (mode == MODE_UNREAD) {
+        isReading = true;
+        try {
+            mode = ReadMode();
+        } catch (...) {
+            isReading = false;
+            throw;
+        }
+        isReading = false;
+        g_nMsgHandleMode.store(mode, std::memory_order_release);
+    }
     return mode;
 }
 

@@ -1,5 +1,7 @@
+#include <atomic>
 #include <climits>
 #include <optional>
+#include <stdexcept>
 #include <thread>
 
 #include <pthread.h>
@@ -11,6 +13,7 @@
 #include "emsutil/thread_monitor.h"
 #include "tests/support/faults.h"
 #include "tests/support/test_platform.h"
+#include "tests/support/threads.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using Lines = std::vector<std::string>;
@@ -214,6 +217,17 @@ TEST_F(ThreadMonitor, AllRecordsAreHandedOutOrNone)
         EXPECT_THROW(GetEmsThreadInfo(infos, seconds), std::bad_alloc);
         EXPECT_TRUE(infos.empty());
     }
+    EXPECT_EQ(Microseconds(Records()[1].m_Duration), 0);
+}
+
+TEST_F(ThreadMonitor, AReentryAtTheMicrosecondOfTheExitLeavesTheDuration)
+{
+    Enter(pthread_self());
+    for (const double seconds : {3.0, 3.0}) {
+        SetClock(seconds);
+        RegEmsThreadInfo inside(nullptr);
+    }
+    EXPECT_EQ(Microseconds(MyRecord().m_Duration), 3 * SECOND);
 }
 
 TEST_F(ThreadMonitor, TheStatisticsAreOneText)
@@ -260,6 +274,38 @@ TEST_F(ThreadMonitor, AnExitThatRunsOutOfMemoryEndsQuietly)
     const faults::FailNth noMemory(faults::ALLOCATION);
     inside.reset();
     EXPECT_TRUE(noMemory.Happened());
+}
+
+TEST(MsgHandleMode, MayBeAskedForByThePlatformWhileItAnswers)
+{
+    ThePlatform().readMode = [](int& value) {
+        EXPECT_EQ(ReadMsgHandleModeSwitcher(), 1); // not read yet
+        value = 0;
+        return 1;
+    };
+    EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0);
+    EXPECT_EQ(ThePlatform().modeReads, 1);
+}
+
+TEST(MsgHandleMode, IsReadAgainAfterAnExceptionByWhicheverThreadAsksNext)
+{
+    std::atomic<int> failures = 0;
+    ThePlatform().readMode = [](int& value) {
+        if (ThePlatform().modeReads < 8) {
+            throw std::runtime_error("not readable");
+        }
+        value = 0;
+        return 1;
+    };
+    RunOnThreads(16, [&](int) {
+        try {
+            EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0);
+        } catch (const std::runtime_error&) {
+            ++failures;
+        }
+    });
+    EXPECT_EQ(failures, 7);
+    EXPECT_EQ(ThePlatform().modeReads, 8);
 }
 
 TEST(MsgHandleMode, IsReadOnceAndOnlyZeroAndOneCount)
