@@ -10,7 +10,7 @@ constexpr std::size_t WATER_MARK_BYTES = 16384;
 
 constinit EmsGeneralCmdMgr* g_pGeneralCmdMgr = nullptr;
 
-/// How many drains this thread is in: a handler may drain again.
+/// The number of drains that this thread is inside: a handler may drain again.
 constinit thread_local int g_nDrainDepth = 0;
 
 class DrainScope
@@ -22,33 +22,33 @@ public:
     DrainScope& operator=(const DrainScope&) = delete;
 };
 
-/// Holds an add back while it is full, except on a thread that drains: nobody else would make room
-/// for it. Nor does a drain wait for a command: the queue turns out to be empty when a lock has
-/// failed in the test before, or another drain has taken the last one.
+/// The queue of pending commands.
 class BoundedCmdQueue final : public ACE_Message_Queue<ACE_MT_SYNCH>
 {
 public:
     BoundedCmdQueue() : ACE_Message_Queue(WATER_MARK_BYTES, WATER_MARK_BYTES, nullptr) {}
 
 protected:
+    /// A draining thread does not wait for room: no other thread would make any.
     int wait_not_full_cond(ACE_Time_Value* timeout) override
     {
         return g_nDrainDepth > 0 ? 0 : ACE_Message_Queue::wait_not_full_cond(timeout);
     }
-    int wait_not_empty_cond(ACE_Time_Value* timeout) override
-    {
-        if (g_nDrainDepth > 0) {
-            return is_empty_i() ? -1 : 0;
-        }
-        return ACE_Message_Queue::wait_not_empty_cond(timeout);
-    }
+
+    /// A drain does not wait for a command. It finds the queue empty when another drain has taken
+    /// the last command, or when a lock failed in is_empty().
+    int wait_not_empty_cond(ACE_Time_Value*) override { return is_empty_i() ? -1 : 0; }
+
+    /// No thread waits for a command, so there is none to wake. ACE would report a failed wake-up
+    /// as a failed add, though the command is in the queue.
+    int signal_dequeue_waiters() override { return 0; }
 };
 
 /// A command and the block that refers to it. The command is freed first, then the block.
 class CmdBlock
 {
 public:
-    /// A copy of `cmd` in a new block. The block is of no use when ACE could not get its memory.
+    /// Copies `cmd` into a new block. The block has no data when ACE could not get its memory.
     explicit CmdBlock(const EmsGeneralCmd& cmd) : m_pCmd(std::make_unique<EmsGeneralCmd>())
     {
         *m_pCmd = cmd;
@@ -56,7 +56,7 @@ public:
                                                        sizeof(EmsGeneralCmd), 0);
     }
 
-    /// The next block of a queue, or nothing when the queue gave none.
+    /// Takes the next block of a queue, if there is one.
     explicit CmdBlock(ACE_Message_Queue<ACE_MT_SYNCH>& queue)
     {
         ACE_Message_Block* block = nullptr;
@@ -69,10 +69,11 @@ public:
 
     EmsGeneralCmd* Cmd() const { return m_pCmd.get(); }
 
-    /// Hands both over to the queue; frees them when it does not take them.
+    /// Gives both to the queue. They stay here, to be freed, when the queue does not take them.
     void EnqueueTo(ACE_Message_Queue<ACE_MT_SYNCH>& queue)
     {
-        // ACE's constructor of a block swallows an allocation failure and leaves it without data.
+        // ACE's constructor of a block hides an allocation failure and leaves the block without
+        // data.
         if (m_pBlock->data_block() != nullptr && queue.enqueue(m_pBlock.get(), nullptr) != -1) {
             static_cast<void>(m_pCmd.release());
             static_cast<void>(m_pBlock.release());
@@ -104,7 +105,7 @@ EmsGeneralCmdMgr::~EmsGeneralCmdMgr()
         }
         m_pCmdQueue.reset();
     } catch (...) { // not covered: nothing above throws as long as ACE's queue does not
-        // What could not be taken is lost; the handlers and their lock are still torn down.
+        // The remaining commands are lost. The handlers and their lock are destroyed all the same.
     }
 }
 

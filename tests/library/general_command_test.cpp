@@ -237,6 +237,22 @@ TEST(Commands, AFullQueueHoldsOthersBackButNotTheHandlerThatDrainsIt)
     EXPECT_EQ(seen, Numbered(1, 3 * CAPACITY - 1));
 }
 
+TEST(Commands, ADrainThatLosesTheLastCommandToAnotherDoesNotWait)
+{
+    Register("See", See);
+    Add("See", "1");
+    faults::g_pOnMutexLock = [] {
+        static int locks = 0;
+        if (++locks == 2) { // the drain has seen the command, and is about to take it
+            faults::g_pOnMutexLock = nullptr;
+            std::thread([] { runGeneralCmd(); }).join();
+        }
+    };
+    runGeneralCmd();
+    EXPECT_EQ(faults::g_pOnMutexLock, nullptr);
+    EXPECT_EQ(TakeSeen(), Numbered(1, 1));
+}
+
 TEST(Commands, ARegistryThatGoesFreesWhatIsQueuedUnrun)
 {
     const long before = faults::LiveAllocations();

@@ -76,6 +76,7 @@ namespace faults {
 std::atomic<long long> g_llClock = REAL_CLOCK;
 char* (*g_pCtime)(char* buffer) = nullptr;
 void (*g_pOnConditionWait)() = nullptr;
+void (*g_pOnMutexLock)() = nullptr;
 
 FailNth::FailNth(Call call, int n, int error, bool persistently) : m_Call(call)
 {
@@ -123,6 +124,9 @@ extern "C" {
 int pthread_mutex_lock(pthread_mutex_t* lock) noexcept
 {
     static auto* const next = Next<int(pthread_mutex_t*)>("pthread_mutex_lock");
+    if (faults::g_pOnMutexLock != nullptr) {
+        faults::g_pOnMutexLock();
+    }
     return LockOrFail(faults::MUTEX_LOCK, next, lock);
 }
 

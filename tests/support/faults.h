@@ -70,8 +70,11 @@ extern std::atomic<long long> g_llClock;
 /// What ctime_r() does instead of its work; null for its work.
 extern char* (*g_pCtime)(char* buffer);
 
-/// Called by each thread that is about to wait for a condition; null for nobody.
+/// Called, unless null, by each thread that is about to wait for a condition.
 extern void (*g_pOnConditionWait)();
+
+/// Called, unless null, by each thread that is about to lock a mutex.
+extern void (*g_pOnMutexLock)();
 
 } // namespace faults
 
