@@ -17,7 +17,7 @@ void Append(std::string& text, const EmsNameAndValueStringTypePair& pair)
         text.append(",value=").append(pair.value.c_str()).append(",rtype=String}");
         break;
     case NVTP_TYPE_LONG: {
-        const long value = std::strtol(pair.value.c_str(), nullptr, 10);
+        const long long value = std::strtoll(pair.value.c_str(), nullptr, 10);
         text.append("nvtp={name=").append(pair.name.c_str());
         text.append(",value=").append(std::to_string(static_cast<std::int32_t>(value)));
         text.append(",rtype=Long}");

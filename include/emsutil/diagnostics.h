@@ -82,7 +82,8 @@ public:
     /// Takes the time, then the description: up to 511 characters, none when `format` is null. A
     /// longer one is cut, a malformed one empty; both write a check line,
     /// "file:emsutil_util:103,QN_LOG_IF_TRUE: irlen < 0".
-    explicit AgentTimeGuard(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    EMSUTIL_SCOPE_OBJECT explicit AgentTimeGuard(const char* format, ...)
+        __attribute__((format(printf, 2, 3)));
 
     /// Takes the time, then writes. Does not throw: lines that the debug interface fails to take
     /// are lost. A thread cannot be cancelled in it.

@@ -1,10 +1,19 @@
 #ifndef EMSUTIL_EXPORT_H
 #define EMSUTIL_EXPORT_H
 
-/// The mark of what libemsutil exports.
+/// The marks of public declarations. Hosts define nothing, whichever way they link.
 
-/// The library is built with hidden visibility, so a name without this mark stays inside it. Hosts
-/// need to define nothing, whichever way they link.
+/// Marks what libemsutil exports: the library is built with hidden visibility.
 #define EMSUTIL_API __attribute__((visibility("default")))
+
+/// Marks the constructor of a scope object, so that the compiler warns of an object without a name:
+/// it would be destroyed at once. Empty before C++17, and for compilers that do not know it.
+#define EMSUTIL_SCOPE_OBJECT
+#if __cplusplus >= 201703L && defined(__has_cpp_attribute)
+#if __has_cpp_attribute(nodiscard) >= 201907L
+#undef EMSUTIL_SCOPE_OBJECT
+#define EMSUTIL_SCOPE_OBJECT [[nodiscard]]
+#endif
+#endif
 
 #endif

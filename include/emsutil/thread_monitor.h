@@ -76,7 +76,8 @@ class EMSUTIL_API RegEmsThreadInfo
 public:
     /// Enters on the calling thread. The named values of `pInfo`, which may be null, are copied
     /// into the thread's record; names that are only in the record stay. May block for queries.
-    explicit RegEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>* pInfo);
+    EMSUTIL_SCOPE_OBJECT explicit RegEmsThreadInfo(
+        std::map<std::string, std::pair<std::string, int>>* pInfo);
 
     /// Leaves, for the thread that entered, on whichever thread it runs. Does not throw, and a
     /// thread cannot be cancelled in it. May block for queries.
