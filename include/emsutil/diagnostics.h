@@ -1,8 +1,8 @@
 #ifndef EMSUTIL_DIAGNOSTICS_H
 #define EMSUTIL_DIAGNOSTICS_H
 
-/// Diagnostics: the process's debug interface, printf-style text, the report file, and how long a
-/// block took.
+/// Diagnostics: the process's debug interface, printf-style text, the report file, and a guard that
+/// measures how long a block takes.
 ///
 ///     #include <emsplatform/debug_interface.h>
 ///
@@ -19,74 +19,87 @@
 ///         Load();
 ///     } // "loading ...\n", "used time(ms): 20\n"
 ///
-/// Thread safety: every function here may be called from any thread at any time.
-/// Ownership: the debug interface belongs to the platform and lives as long as the process; texts
+/// Thread safety: any thread may call any function here at any time.
+/// Ownership: the debug interface belongs to the platform and exists until the process ends. Texts
 /// are returned by value.
-/// Errors: no result tells of one; std::bad_alloc and std::length_error pass to the caller.
+/// Errors: no function reports an error. std::bad_alloc and std::length_error pass to the caller.
 
 #include <string>
 
 #include "emsutil/export.h"
 
 namespace NSQN_util {
-/// The platform's debug interface; its header comes with the platform.
+/// The platform's debug interface. The platform provides its header.
 class DebugInterface;
 } // namespace NSQN_util
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// The process's debug interface, as the platform's GetDefaultDebugInterface() hands it out.
+/// Returns the process's debug interface, which the platform's GetDefaultDebugInterface() returned
+/// first. Returns null while the platform has none; the next call then asks the platform again. The
+/// caller must not delete it.
 ///
-/// The first call that gets one keeps it; from then on a call is one read, without a lock and
-/// without asking the platform. Returns null while the platform has none, and asks again at the
-/// next call. May be called from a handler, a timer callback or a buffer's destructor; only first
-/// calls may block, for as long as the platform takes to answer.
+/// Once there is one a call is one read, without a lock. Only earlier calls may wait, as long as
+/// the platform takes to return. May be called from a handler, a timer callback or a buffer's
+/// destructor.
 EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 
-/// The printf-formatted text, whole, up to 2^30 - 1 characters. A text of up to 511 characters
-/// takes one formatting pass; a longer one a pass for each doubling of a 512-byte buffer until it
-/// fits.
+/// Returns the whole printf-formatted text, up to 2^30 - 1 characters.
 ///
-/// A longer text, and a format that the platform's formatter rejects (a null pointer, a lone "%" at
-/// the end, a width beyond int), give the empty string. Does not block; may be called from
-/// anywhere.
+/// Returns the empty string for a longer text and for a format that the platform's formatter
+/// rejects (a null pointer, a lone "%" at the end, a width beyond int, a wide character that the
+/// locale cannot show). The compiler checks the format against the arguments.
+///
+/// A text of up to 511 characters takes one formatting pass. A longer text takes one pass per
+/// doubling of a 512-byte buffer until it fits, so a width of 2^31 - 1 takes minutes. Does not
+/// wait. May be called from anywhere.
 EMSUTIL_API std::string string_format(const char* format, ...)
     __attribute__((format(printf, 1, 2)));
 
-/// Appends a message of 1 to 511 characters to the process's report file, and nothing else: callers
-/// end lines with "\n" themselves. The entries of one process never mix; two processes of one name
-/// share a file, and between the time stamp and the message of one an entry of the other may stand.
+/// Appends a message of 1 to 511 characters to the process's report file. Nothing is added: callers
+/// must end lines with "\n" themselves.
 ///
-/// The file is "../var/dump/", the process's name and ".rpt" behind the parent of the platform's
-/// install path, as these are at the first entry. It is opened, made if need be (mode 0644), and
-/// closed for each entry; its folder is not made.
+/// The path of the file is the parent of the platform's install path, followed by "../var/dump/",
+/// the process's name and ".rpt". The first call with a format fixes it, even if its message is
+/// dropped. The file is opened and closed for each entry, and created if it does not exist (mode
+/// 0644). Its directory is not created.
 ///
-/// Nothing is written when the format is null or malformed, the message empty or longer, or the
-/// file cannot be opened or locked against other entries. A full disk may cut an entry short.
-/// Blocks for the file system and for other entries; may be called from anywhere. A thread cannot
-/// be cancelled while it writes.
+/// Writes nothing when the format is null or malformed, when the message is empty or longer, or
+/// when the file cannot be opened or locked against other entries. A full disk may cut an entry
+/// short.
+///
+/// The entries of one process never mix. Two processes with the same name share a file, and an
+/// entry of one may stand between the time stamp and the message of the other.
+///
+/// Waits for the file system and for entries of other threads, and returns when the entry is
+/// written. A thread cannot be cancelled while
+/// it writes. May be called from anywhere.
 EMSUTIL_API void EmsUtilTraced(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// The same with the local time in front, 24 characters as "Sun Nov 22 20:38:00 2026", and nothing
-/// between it and the message. Without the stamp when the time cannot be told.
+/// Appends a message as EmsUtilTraced() does, directly after the local time in 24 characters:
+/// "Sun Nov 22 20:38:00 2026". The stamp is left out when the time cannot be converted.
 EMSUTIL_API void EmsUtilReport(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Writes, where its block ends, a description and how long the block took: "%s\n" and
-/// "used time(ms): %d\n", two lines at level 1 of the debug interface.
+/// Measures how long a block takes, and writes its description and the time where the block ends.
+/// These are two lines at level 1 of the debug interface: "%s\n" and "used time(ms): %d\n".
 ///
-/// The time is whole milliseconds of the wall clock, truncated: 0 when it was set back meanwhile,
-/// 2147483647 at most, and a clock that fails reads 0. One thread makes and destroys a guard.
+/// The time is in whole milliseconds of the wall clock, truncated. It is 0 when the clock was set
+/// back meanwhile, and at most 2147483647. A clock that fails reads 0.
+///
+/// Thread safety: the thread that creates a guard must destroy it.
+/// Ownership: the description is copied.
+/// Errors: lines that the debug interface fails to write are lost.
 class EMSUTIL_API AgentTimeGuard
 {
 public:
-    /// Takes the time, then the description: up to 511 characters, none when `format` is null. A
-    /// longer one is cut, a malformed one empty; both write a check line,
+    /// Reads the clock and then formats the description: up to 511 characters, or none if `format`
+    /// is null. A longer description is cut, and a malformed one is empty. Both write a check line,
     /// "file:emsutil_util:103,QN_LOG_IF_TRUE: irlen < 0".
     EMSUTIL_SCOPE_OBJECT explicit AgentTimeGuard(const char* format, ...)
         __attribute__((format(printf, 2, 3)));
 
-    /// Takes the time, then writes. Does not throw: lines that the debug interface fails to take
-    /// are lost. A thread cannot be cancelled in it.
+    /// Reads the clock and then writes the lines. Does not throw. A thread cannot be cancelled in
+    /// it.
     ~AgentTimeGuard();
 
     AgentTimeGuard(const AgentTimeGuard&) = delete;
@@ -94,8 +107,8 @@ public:
 
 private:
     std::string m_strInfo;
-    double m_dEndTime; // milliseconds since the epoch, as is the other
-    double m_dBeginTime;
+    double m_dEndTime;   // milliseconds since the epoch
+    double m_dBeginTime; // milliseconds since the epoch
 };
 
 } // namespace NSQN_EMSUTIL_AGENT

@@ -1,10 +1,10 @@
 #ifndef EMSUTIL_GENERAL_COMMAND_H
 #define EMSUTIL_GENERAL_COMMAND_H
 
-/// General commands: named requests that one module of a process hands to another.
+/// General commands: named requests from one module of a process to another.
 ///
-/// A module registers a handler under a name; any thread fills a command and either runs it at
-/// once or queues a copy, which a thread of the host's choice runs when it drains the queue.
+/// A module registers a handler under a name. Any thread fills a command, and then runs it at once
+/// or queues a copy. The host's draining thread runs the queued commands.
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -21,11 +21,15 @@
 ///     addGeneralCmd(cmd); // any thread: queue a copy
 ///     runGeneralCmd();    // the draining thread: run what is queued
 ///
-/// Thread safety: any thread may register, add and run at any time; one thread at a time drains.
-/// A record has no lock: threads may read it together, and none may change it meanwhile.
-/// Ownership: a record owns all that it holds and every copy is deep. The queue owns its copies.
-/// Errors: nothing is reported; a call that cannot do its work does nothing. std::bad_alloc passes
-/// to the caller and leaves nothing behind, except that an assignment may be left half done.
+/// The queue is bounded: addGeneralCmd() waits while it is full. A program with one thread must
+/// therefore drain before it has added 206 commands, or it waits for ever.
+///
+/// Thread safety: any thread may register, add and run at any time. Only one thread at a time
+/// should drain. A record has no lock: threads may read it together, but no thread may change it
+/// meanwhile.
+/// Ownership: a record owns all that it holds, and every copy is deep. The queue owns its copies.
+/// Errors: no function reports an error. A call that fails does nothing. std::bad_alloc passes to
+/// the caller, and the call has then done nothing, except that an assignment may be half done.
 
 #include <cstdint>
 #include <list>
@@ -35,32 +39,34 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// How a pair's text is to be read.
+/// The type codes of a value.
 enum : std::int32_t {
     NVTP_TYPE_STRING = 0, ///< plain text
     NVTP_TYPE_LONG = 1    ///< a signed decimal integer as text
 };
 
-// The five records below have the same operations. None reports an error or blocks, and each may
-// be called from anywhere:
+// The five records below have the same operations. None of these reports an error or waits, and
+// each may be called from anywhere:
 //
-//   X()                       every text and list empty, `rtype` NVTP_TYPE_STRING
-//   X(const X&), operator=    a deep copy; assigning a record to itself changes nothing
-//   std::string ToString()    the text form, for logs; nothing is escaped, a text field shows up
-//                             to its first NUL. The record does not change.
-//   static X FromString(t)    a new empty record; `t` is not read: a text form is not parsed back
+//   X()                       creates an empty record: no text, no elements, `rtype`
+//                             NVTP_TYPE_STRING
+//   X(const X&), operator=    copy deeply. Assigning a record to itself changes nothing.
+//   std::string ToString()    returns the text form, for logs. Nothing is escaped, and a text is
+//                             shown up to its first NUL. Does not change the record.
+//   static X FromString(t)    returns a new empty record. Does not read `t`: a text form is never
+//                             parsed back.
 
-/// One name, one value held as text, and the type code that says how to read the value.
+/// One name, one value as text, and the type code of the value.
 ///
-/// Text form: "nvtp={name=N,value=V,rtype=String}", or "...,rtype=Long}" with the value read by
-/// strtol in base 10 and reduced to 32 bits. Any other type code is kept and copied, and has an
-/// empty text form.
+/// Text form: "nvtp={name=N,value=V,rtype=String}", or "...,rtype=Long}" with the value read in
+/// base 10, limited to 64 bits and then reduced to 32. A record with any other type code is stored
+/// and copied like these, but its text form is empty.
 class EMSUTIL_API EmsNameAndValueStringTypePair
 {
 public:
-    std::string name;   ///< may be any text, the empty one included
-    std::string value;  ///< likewise
-    std::int32_t rtype; ///< NVTP_TYPE_STRING, NVTP_TYPE_LONG, or a code of the host's own
+    std::string name;   ///< any text, also the empty one
+    std::string value;  ///< any text, also the empty one
+    std::int32_t rtype; ///< NVTP_TYPE_STRING, NVTP_TYPE_LONG, or a code of the host
 
     EmsNameAndValueStringTypePair();
     EmsNameAndValueStringTypePair(const EmsNameAndValueStringTypePair& other);
@@ -70,7 +76,7 @@ public:
     static EmsNameAndValueStringTypePair FromString(std::string& text);
 };
 
-/// Pairs in the order in which they were appended; names may repeat.
+/// Pairs in the order in which they were appended. Names may repeat.
 ///
 /// Text form: "nvtps={", the pairs separated by ",", "}".
 class EMSUTIL_API EmsNVTPList
@@ -86,11 +92,11 @@ public:
     static EmsNVTPList FromString(std::string& text);
 };
 
-/// One object: its attributes. Text form: "obj={", the attributes, "}".
+/// One object, which consists of its attributes. Text form: "obj={", the attributes, "}".
 class EMSUTIL_API EmsGeneralObj
 {
 public:
-    EmsNVTPList nvtps; ///< its attributes
+    EmsNVTPList nvtps; ///< the attributes
 
     EmsGeneralObj();
     EmsGeneralObj(const EmsGeneralObj& other);
@@ -100,7 +106,8 @@ public:
     static EmsGeneralObj FromString(std::string& text);
 };
 
-/// Objects in the order of appending. Text form: "objs={", the objects separated by ",", "}".
+/// Objects in the order in which they were appended. Text form: "objs={", the objects separated by
+/// ",", "}".
 class EMSUTIL_API EmsGeneralObjList
 {
 public:
@@ -114,15 +121,15 @@ public:
     static EmsGeneralObjList FromString(std::string& text);
 };
 
-/// One command: the name that selects its handler, the objects that it carries, its parameters.
+/// One command: the name that selects its handler, its objects and its parameters.
 ///
 /// Text form: ":NAME={", the objects, ",", the parameters, "};".
 class EMSUTIL_API EmsGeneralCmd
 {
 public:
     std::string name;       ///< selects the handler
-    EmsGeneralObjList objs; ///< what it is about
-    EmsNVTPList nvtps;      ///< its parameters
+    EmsGeneralObjList objs; ///< the objects that the command is about
+    EmsNVTPList nvtps;      ///< the parameters of the command itself
 
     EmsGeneralCmd();
     EmsGeneralCmd(const EmsGeneralCmd& other);
@@ -132,48 +139,50 @@ public:
     static EmsGeneralCmd FromString(std::string& text);
 };
 
-/// A handler gets the command, valid during the call, and null. Its result is not read.
+/// A handler receives the command, which is valid until the handler returns, and a null second
+/// argument. Its result is ignored.
 ///
-/// It runs on the thread that runs the command, with no lock of the library held: it may register,
-/// add and run commands. An exception that it throws leaves runGeneralCmd(); commands still queued
-/// stay queued, in order. In a drain it must not wait for a thread that adds: that thread may
-/// itself be waiting for this drain to make room.
+/// It runs on the thread that runs the command, and the library holds no lock meanwhile: a handler
+/// may register, add and run commands. An exception that it throws passes out of runGeneralCmd();
+/// commands that are still queued stay queued, in order. In a drain a handler must not wait for a
+/// thread that adds, because that thread may be waiting for this drain to make room.
 typedef int (*EmsGeneralCmdHandler)(EmsGeneralCmd*, EmsGeneralCmd*);
 
-/// Registers a handler for the life of the process. An object at namespace scope registers while
-/// its module is initialised; destroying one undoes nothing.
+/// Registers a handler until the process ends. An object at namespace scope registers while its
+/// module is initialised. Destroying the object undoes nothing.
 class EMSUTIL_API RegEmsUtilCmd
 {
 public:
-    /// Registers `handler` under a copy of `name`, any bytes, the empty name included. The first
-    /// registration of a name stays in force; a later one, or a null handler, is ignored. Waits for
-    /// no more than another registration or look-up, so it may be called from anywhere.
+    /// Registers `handler` under a copy of `name`, which may be any bytes and may be empty. Ignores
+    /// a null handler, and every handler but the first of a name. Waits only for another
+    /// registration or look-up. May be called from anywhere.
     RegEmsUtilCmd(std::string& name, EmsGeneralCmdHandler handler);
 };
 
-/// Queues a copy of `cmd`, which stays the caller's.
+/// Queues a copy of `cmd`. Once the call has returned, the caller may change or destroy `cmd`.
 ///
-/// The queue is full from 16384 bytes on, counted as sizeof(EmsGeneralCmd) a command: 205 commands
-/// on x86-64. While it is full the call waits for room, without a time limit, until a drain takes
-/// one. On the thread that drains, that is from a handler that a drain runs, it never waits for
-/// room, but queues past the limit. From a timer callback or a buffer's destructor it would hold up
-/// what runs there.
+/// The queue is full from 16384 bytes on, counted as sizeof(EmsGeneralCmd) per command: with 205
+/// commands on x86-64. While it is full the call waits, without a time limit, until a drain removes
+/// a command. On the draining thread itself, in a handler, it never waits for room, but adds beyond
+/// the limit. A timer callback or a buffer's destructor should not add, because all else that runs
+/// on that thread would wait too.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
-/// Runs the handler of `cmd.name` at once on the calling thread, with `cmd` itself: what the
-/// handler changes there the caller sees. Does nothing when the name has none. The queue is not
-/// touched. May be called from anywhere that the handler may run.
+/// Runs the handler of `cmd.name` at once on the calling thread. The handler receives `cmd` itself,
+/// so the caller sees what it changes. Returns when the handler has returned, or at once when the
+/// name has no handler. Does not use the queue. May be called from anywhere where the handler may
+/// run.
 EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 
-/// Runs the queued commands on the calling thread in the order in which they were added, those
-/// added meanwhile included, until the queue is empty. A command whose name has no handler when
-/// its turn comes is dropped. May be called from a handler too; what is queued then runs inside it.
+/// Drains the queue: runs the queued commands on the calling thread, in the order in which they
+/// were added, and returns when the queue is empty. Commands that are added meanwhile are run too.
+/// A command is dropped when its name has no handler at that moment, or when a lock fails in the
+/// look-up. A handler may drain too: the queued commands then run inside its call.
 ///
-/// Waits for nothing but the queue's own lock; while taking that fails, it tries again. A command
-/// whose handler cannot be looked up because a lock fails is dropped.
+/// Waits only for the queue's own lock. While that lock fails the call tries again.
 ///
 /// REQUIRES: no other thread is draining. Two drains lose no command and run none twice, but they
-/// run commands side by side, so out of order.
+/// run commands at the same time and therefore out of order.
 EMSUTIL_API void runGeneralCmd();
 
 } // namespace NSQN_EMSUTIL_AGENT

@@ -1,7 +1,7 @@
 #ifndef EMSUTIL_LOCK_ERROR_MANAGER_H
 #define EMSUTIL_LOCK_ERROR_MANAGER_H
 
-/// Lock errors: one text a thread, kept while the thread has something to tell of its locks.
+/// Lock errors: one text per thread, which the thread records while it waits for its locks.
 ///
 ///     #include <emsplatform/platform.h>
 ///     #include <emsutil/lock_error_manager.h>
@@ -16,14 +16,14 @@
 ///         locks->EraseThrIDandInfo(threadId);
 ///     }
 ///
-/// The platform's switch NSQN_util::g_bEnableMitLockErrMgr is read at every call: while it is off,
-/// nothing is recorded and nothing erased. The records are there for a debugger or a core file;
-/// nothing here reads them back.
+/// Every call reads the platform's switch NSQN_util::g_bEnableMitLockErrMgr. While it is false,
+/// nothing is recorded and nothing is erased. The records are meant for emsutil-inspect or a
+/// debugger: no function returns them.
 ///
-/// Thread safety: any thread may call any operation at any time, except Destroy().
-/// Ownership: texts are copied. The manager is the library's, until Destroy().
-/// Errors: none is reported; a lock that cannot be taken makes a call do nothing. std::bad_alloc
-/// passes to the caller, with no lock held.
+/// Thread safety: any thread may call any function at any time, except Destroy().
+/// Ownership: texts are copied. The library owns the manager until Destroy().
+/// Errors: no function reports an error. A call does nothing when its lock cannot be taken.
+/// std::bad_alloc passes to the caller, with no lock held.
 
 #include <map>
 #include <string>
@@ -34,17 +34,20 @@
 
 namespace NSQN_util {
 
-/// The texts of a process by thread id.
+/// The recorded texts of a process, by thread id.
+///
+/// Thread safety, ownership and errors: as at the top of this header.
 class EMSUTIL_API QNMitLockErrMgr
 {
 public:
-    /// The process's manager, made on first use; null when ACE's lock for static objects cannot be
-    /// taken. Once it is there a call is one read.
+    /// Returns the process's manager, and creates it on first use. Returns null when ACE's lock for
+    /// static objects cannot be taken. Once the manager exists a call is one read. The caller must
+    /// not delete it.
     static QNMitLockErrMgr* Instance();
 
-    /// Destroys it with its records; the next Instance() makes a new one.
+    /// Destroys the manager with its records. The next Instance() creates a new one.
     ///
-    /// REQUIRES: no thread uses it any more. It does not wait for one that does.
+    /// REQUIRES: no thread uses the manager any more. Destroy() does not wait for such a thread.
     static void Destroy();
 
     QNMitLockErrMgr();
@@ -52,16 +55,17 @@ public:
     QNMitLockErrMgr(const QNMitLockErrMgr&) = delete;
     QNMitLockErrMgr& operator=(const QNMitLockErrMgr&) = delete;
 
-    /// Records a text for a thread id, any int, that has none; the first text stays until it is
-    /// erased. A null text raises std::logic_error, while the switch is on. May block for another
-    /// such call; may be called from anywhere.
+    /// Records a copy of `info` for a thread id, unless the id has a text already: the first text
+    /// stays until it is erased. Any int is a valid id. Throws std::logic_error when `info` is null
+    /// and the switch is on. May wait for another such call. May be called from anywhere.
     void InsertThrIDandInfo(int threadId, const char* info);
 
-    /// Erases the record of a thread id, if there is one. May block for another such call; may be
+    /// Erases the text of a thread id, if there is one. May wait for another such call. May be
     /// called from anywhere.
     void EraseThrIDandInfo(int threadId);
 
-    /// The manager, or null; published with release, so read it with acquire, or by Instance().
+    /// The manager, or null. It is published with release: a reader must read it with acquire, or
+    /// call Instance().
     static QNMitLockErrMgr* m_pInstance;
 
 private:

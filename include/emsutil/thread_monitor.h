@@ -1,8 +1,8 @@
 #ifndef EMSUTIL_THREAD_MONITOR_H
 #define EMSUTIL_THREAD_MONITOR_H
 
-/// Thread monitor: worker threads mark stretches of their work, and the process asks who is
-/// overdue.
+/// Thread monitor: worker threads enter and leave their monitored work, and the process asks which
+/// of them are overdue.
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -17,23 +17,27 @@
 ///         std::this_thread::sleep_for(std::chrono::milliseconds(100));
 ///     StatEmsThreadInfo();
 ///
-/// The process keeps one record a thread id, for its life. A system that gives the id of an ended
-/// thread to a new one gives it the old record too.
+/// The process keeps one record per thread id until it ends. A new thread that gets the id of an
+/// ended one continues its record.
 ///
-/// All times are wall-clock times as gettimeofday() reads them, 0 when it fails, to the
-/// microsecond. A thread is measured from its latest exit (from its first entry, if it never left):
-/// that is how long it has been since it was last known to be done.
+/// A thread is measured from its latest exit, or from its first entry if it never left. A thread
+/// that has been idle is therefore overdue as soon as it enters. A worker that waits for jobs
+/// should wait inside its monitored work, and should leave and enter again at least as often as the
+/// threshold of the watchdog requires.
+///
+/// All times are wall-clock times as gettimeofday() reads them, to the microsecond. A clock that
+/// fails reads 0.
 ///
 /// Thread safety: any thread may call any function at any time. A map of named values has no lock:
-/// one thread at a time uses it. Entries and exits wait for queries and these for them, except
-/// IsEmsThreadReport(). Under glibc readers go first: queries that run back to back on several
-/// threads can hold entries and exits up without limit, so poll with pauses, from one thread.
-/// Ownership: the caller's map stays the caller's and is not kept; records are handed out as
+/// only one thread at a time may use it. Entries and exits wait for queries and queries wait for
+/// them, except IsEmsThreadReport(). glibc prefers readers: queries that overlap without a gap can
+/// delay entries and exits without limit. One thread should therefore query, with pauses.
+/// Ownership: the caller's map belongs to the caller and is not kept. Records are returned as
 /// copies.
-/// Errors: when a lock cannot be taken, a call does nothing and answers no, with errno set to the
-/// lock call's code; when only that of the report threads fails, a first entry is recorded, but not
-/// as a report thread's. std::bad_alloc passes to the caller, with no lock held; an entry that
-/// throws has not taken place, but may have set some of its values.
+/// Errors: a call that cannot take its lock does nothing, returns false if it returns a bool, and
+/// leaves the code of the lock call in errno. If only the lock of the report threads fails, a first
+/// entry is recorded, but its thread is not a report thread. std::bad_alloc passes to the caller,
+/// with no lock held. An entry that throws has not happened, but may have set some of its values.
 
 #include <list>
 #include <map>
@@ -46,41 +50,45 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// How the text of a named value is to be read.
+/// The types of a named value.
 enum {
     THREADINFO_TYPE_STRING = 0, ///< plain text
     THREADINFO_TYPE_INT = 1     ///< an int as decimal text
 };
 
-/// A thread's named values: name to text and type. A value named "Report" that is there at the
-/// thread's first entry makes the thread a report thread, whatever its text and type.
+/// A thread's named values: name to text and type. A value named "Report" at the thread's first
+/// entry makes the thread a report thread. The text and type of that value do not matter.
 typedef std::map<std::string, std::pair<std::string, int>> EmsThreadInfoMap;
 
-/// What the process knows of one thread.
+/// The record of one thread.
 struct EmsThreadInfo
 {
-    unsigned long m_ulThreadId = 0; ///< as pthread_self() gave it
-    int m_nStatus = 0;              ///< 1 inside its stretch, 0 outside
-    ACE_Time_Value m_StartTime;     ///< its first entry; its latest exit once it has left
-    ACE_Time_Value m_Duration;      ///< from start to entry, or as GetEmsThreadInfo() set it
-    ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that an entry has set
-    long long m_llRecvs = 0;        ///< entries and exits so far
-    EmsThreadInfoMap m_InfoMap;     ///< all named values that it has passed in
+    unsigned long m_ulThreadId = 0; ///< as pthread_self() returned it
+    int m_nStatus = 0;              ///< 1 inside the monitored work, 0 outside
+    ACE_Time_Value m_StartTime;     ///< the first entry, or the latest exit if there is one
+    ACE_Time_Value m_Duration;      ///< from m_StartTime to the latest entry, or as
+                                    ///< GetEmsThreadInfo() set it
+    ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had at an entry
+    long long m_llRecvs = 0;        ///< the number of entries and exits
+    EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged
 };
 
-/// A stretch of monitored work: it is entered where the object is made and left where it is
-/// destroyed, in any order with others. Both count as an event; an inner stretch that ends leaves
-/// the thread outside, though an outer one goes on.
+/// Monitored work: the thread enters it where the object is created, and leaves it where the object
+/// is destroyed. Each of the two counts as one event. Objects may be nested or overlap in any
+/// order, but the thread is outside after every exit, even if an outer object still exists.
+///
+/// Thread safety, ownership and errors: as at the top of this header.
 class EMSUTIL_API RegEmsThreadInfo
 {
 public:
-    /// Enters on the calling thread. The named values of `pInfo`, which may be null, are copied
-    /// into the thread's record; names that are only in the record stay. May block for queries.
+    /// Enters on the calling thread. Copies the named values of `pInfo`, which may be null, into
+    /// the thread's record. Values that are only in the record stay. No thread must change the map
+    /// until the constructor has returned. May wait for queries.
     EMSUTIL_SCOPE_OBJECT explicit RegEmsThreadInfo(
         std::map<std::string, std::pair<std::string, int>>* pInfo);
 
-    /// Leaves, for the thread that entered, on whichever thread it runs. Does not throw, and a
-    /// thread cannot be cancelled in it. May block for queries.
+    /// Leaves, for the thread that entered, whichever thread calls it. Does not throw. A thread
+    /// cannot be cancelled in it. May wait for queries.
     ~RegEmsThreadInfo();
 
     RegEmsThreadInfo(const RegEmsThreadInfo&) = delete;
@@ -90,25 +98,26 @@ private:
     unsigned long m_ulThreadId;
 };
 
-/// Sets a named value in the caller's map, to be seen from the thread's next entry on. The last
-/// call for a name decides its type too. A null name or text changes nothing; the text may point
-/// into the map. Does not block.
+/// Sets a named value in the caller's map. The thread's next entry copies it into the record. The
+/// last call for a name also decides its type. Changes nothing when the name or the text is null.
+/// The text may point into the map. Does not wait.
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, const char* value);
-/// The same for an int, kept as decimal text.
+
+/// Sets a named value of the type int, which is stored as decimal text.
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, int value);
 
-/// Whether some thread inside its stretch has been there, counted from m_StartTime, for `seconds`
-/// or more. Always false for 0. Shares the lock with other queries.
+/// Returns whether any thread that is inside has been measured for `seconds` or more. Returns false
+/// for 0. May run at the same time as other queries.
 EMSUTIL_API bool IsEmsThreadTimeout(long seconds);
 
-/// Whether the thread with this id is a report thread. Does not wait for entries and exits, but for
-/// the first entry of a report thread.
+/// Returns whether the thread with this id is a report thread. Waits only for the first entry of a
+/// report thread.
 EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 
-/// Writes all records, in the order of thread ids, as one text to the debug interface at level 1:
-/// "Ems Thread Information\n", then for each thread
+/// Writes all records, in the order of thread ids, as one text at level 1 of the debug interface:
+/// "Ems Thread Information\n", and then for each thread
 ///
 ///      thread id           7f3c16c0       the low 32 bits
 ///      thread status       1
@@ -116,22 +125,27 @@ EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 ///      thread duration     3000           milliseconds
 ///      thread max duration 3000           milliseconds
 ///      thread recvs        3
-///      jobs 12                            a line a named value
+///      jobs 12                            one line per named value
 ///
-/// Shares the lock with other queries, and writes after it is released.
+/// May run at the same time as other queries. Writes after the lock has been released.
 EMSUTIL_API void StatEmsThreadInfo();
 
-/// Appends copies of records to `infos`, in the order of thread ids: of all for `seconds` 0, else
-/// of those that have been inside for `seconds` or more, as IsEmsThreadTimeout() counts, each with
-/// its elapsed time as m_Duration, in the process's record too until the thread's next entry.
-/// Appends all, or nothing when memory runs out. With a threshold it keeps other queries out
-/// meanwhile.
+/// Appends copies of records to `infos`, in the order of thread ids. If `seconds` is 0, appends all
+/// records. Otherwise appends those for which IsEmsThreadTimeout(seconds) would return true, and
+/// sets m_Duration to the elapsed time, both in the copy and in the process's record, where it
+/// stays until the thread's next entry.
+///
+/// If memory runs out, appends nothing and changes no record. With a threshold the call waits for
+/// other queries, and they wait for it, except IsEmsThreadReport().
 EMSUTIL_API void GetEmsThreadInfo(std::list<EmsThreadInfo>& infos, long seconds);
 
-/// The process's message-handling mode: the integer "MsgHandleMode" of the platform's configuration
-/// file when that is 0 or 1, else 1. The file is read at the first call, for the life of the
-/// process; threads that call meanwhile wait. What the platform throws passes to the caller, and
-/// the next call reads again.
+/// Returns the process's message-handling mode: the integer "MsgHandleMode" of the platform's
+/// configuration file if that is 0 or 1, and otherwise 1.
+///
+/// The first call reads the file. Its result holds until the process ends, and threads that call
+/// meanwhile wait for it. Exceptions of the platform pass to the caller, and the next call reads
+/// again. Returns 1, without reading, when the lock fails and when the platform calls this function
+/// while it reads.
 EMSUTIL_API int ReadMsgHandleModeSwitcher();
 
 } // namespace NSQN_EMSUTIL_AGENT

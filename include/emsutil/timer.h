@@ -1,7 +1,7 @@
 #ifndef EMSUTIL_TIMER_H
 #define EMSUTIL_TIMER_H
 
-/// Timers: a function of the caller's, run once, shortly afterwards, by a task manager.
+/// Timers: a task manager of the platform calls a function of the caller once, shortly afterwards.
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -13,41 +13,47 @@
 ///     std::string text = "a unit of time later";
 ///     ScheduleEmsUtilTimer(7, timer, &text);
 ///
-/// Thread safety: any thread may schedule at any time, from a handler, a timer's function or a
-/// buffer's destructor too. The functions run as the table below says.
-/// Ownership: the record is copied. The caller's data stays the caller's; what pfnCopyParam makes
-/// of it belongs to the timer and goes through pfnFreeParam.
-/// Errors: the caller is not told; a failure shows as a line at level 1 of the debug interface, and
-/// a timer that the task manager has no memory for ends without being run. What pfnCopyParam or the
-/// task manager throws meanwhile passes to the caller, and nothing is run; what pfnTimeout throws
-/// is the task manager's to deal with. pfnFreeParam must not throw, and is not cancelled.
+/// Thread safety: any thread may schedule at any time, also from a handler, a timer's function or a
+/// buffer's destructor. The table below says which thread calls each function.
+/// Ownership: the record is copied. The caller's data still belongs to the caller. The copy that
+/// pfnCopyParam returns belongs to the timer, which passes it to pfnFreeParam.
+/// Errors: no function reports an error; some failures write a line at level 1 of the debug
+/// interface. Exceptions of pfnCopyParam and, while a timer is scheduled, of the task manager pass
+/// to the caller, and the timer then does not fire. Exceptions of pfnTimeout pass to the task
+/// manager. pfnFreeParam must not throw, and a thread cannot be cancelled in it.
 
 #include "emsutil/export.h"
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// The functions of a timer. One that is null is not called: without pfnCopyParam the timer has
-/// null for its data.
+/// The functions of a timer. A null function is not called. Without pfnCopyParam the timer's data
+/// is null.
 ///
-/// | function | gets | called | on |
+/// | function | receives | is called | by the thread that |
 /// |---|---|---|---|
-/// | pfnCopyParam | the caller's data, if not null | once, at once | the caller's thread |
-/// | pfnTimeout | the copy, or null | once, when the time has come | where the manager delivers |
-/// | pfnFreeParam | the copy, if not null | once, at the timer's end | where the manager destroys |
+/// | pfnCopyParam | the caller's data, if not null | once, at once | schedules |
+/// | pfnTimeout | the copy, which may be null | once, when the time has come | delivers the expiry
+/// | | pfnFreeParam | the copy, if not null | once, when the timer is destroyed | destroys the task
+/// |
 struct EmsUtilTimerInterface
 {
-    void (*pfnTimeout)(void*);    ///< what is to happen
-    void* (*pfnCopyParam)(void*); ///< makes the timer's own data
-    void (*pfnFreeParam)(void*);  ///< frees that
+    void (*pfnTimeout)(void*);    ///< the caller's function
+    void* (*pfnCopyParam)(void*); ///< returns the timer's own copy of the data
+    void (*pfnFreeParam)(void*);  ///< destroys the copy
 };
 
-/// Has the task manager with this id (0 to 255) run `timer.pfnTimeout` once, when one of the
-/// manager's units of time has passed. There is no way to cancel it; a manager that is stopped
-/// destroys its timers without running them. May block for as long as the task manager takes to arm
-/// a timer.
+/// Schedules a timer: the task manager with this id (0 to 255) calls `timer.pfnTimeout` once, when
+/// one of the manager's units of time has passed. `timer` and `param` may be destroyed once the
+/// call has returned.
 ///
-/// Without such a manager, or an application manager, writes "Find TaskMgrID %d failed\n"; when
-/// memory runs out, "new EmsUtilAgentTimerTask task failed bytes %u\n".
+/// A timer cannot be cancelled. A manager that is stopped destroys its timers without firing them.
+/// The call may wait as long as the task manager takes to arm a timer. The platform may fire the
+/// timer on the calling thread, before the call has returned.
+///
+/// Writes "Find TaskMgrID %d failed\n" when there is no such manager, or no application manager.
+/// Writes "new EmsUtilAgentTimerTask task failed bytes %u\n" when there is no memory for the timer.
+/// Writes nothing when the timer's lock fails, or when the task manager has no memory to arm the
+/// timer. In each case the timer does not fire, and a copy of the data is destroyed.
 EMSUTIL_API void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
                                       void* param);
 

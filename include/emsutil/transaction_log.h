@@ -1,7 +1,7 @@
 #ifndef EMSUTIL_TRANSACTION_LOG_H
 #define EMSUTIL_TRANSACTION_LOG_H
 
-/// Transaction logs: containers of buffers that any thread reaches by a number.
+/// Transaction logs: containers of buffers that any thread reaches by a handle value.
 ///
 ///     using namespace NSQN_util;
 ///
@@ -10,7 +10,7 @@
 ///     unsigned long Begin(Text* request) // one thread
 ///     {
 ///         QNTransactionLog log;
-///         log.AddBuffer("request", 1, request); // the log owns it from here on
+///         log.AddBuffer("request", 1, request); // from here on the log owns it
 ///         log.AddRef(1);                        // keeps the log when this handle is gone
 ///         return log.GetHandle();
 ///     }
@@ -21,28 +21,29 @@
 ///         if (auto* request = static_cast<Text*>(log.GetBuffer("request", 1)))
 ///             std::puts(request->text.c_str());
 ///         log.Release();
-///     } // the last reference: the log and its buffers are gone
+///     } // the last reference: the log and its buffers are destroyed
 ///
-/// A log lives while a handle object is attached to it or extra references remain. It is destroyed
-/// when a handle's destruction leaves no reference, or by ClearAllLog().
+/// A log exists while a handle is attached to it or extra references remain. It is destroyed by the
+/// destruction of a handle that leaves no reference, or by ClearAllLog().
 ///
-/// Thread safety: any thread may call any operation at any time; a handle object is used by one
-/// thread at a time, so each thread that works on a log makes a handle of its own. Operations may
-/// block for others, but GetHandle() and IsValid(). A buffer's content is the callers' to guard.
-/// Threads that work on logs end before main() does: the registry of logs goes when the library is
-/// unloaded.
-/// Ownership: a buffer is the log's from AddBuffer() until RemoveBuffer() or the end of the log,
-/// which deletes it. What GetBuffer() gives is borrowed: it is valid while the log lives and the
-/// buffer is in it.
-/// Errors: an operation that cannot take its lock does nothing and gives its negative result, and
-/// misuse writes a line through the debug interface, "file:translog:<number>,<what did not hold>".
-/// std::bad_alloc and what the debug interface throws pass to the caller, with no lock held and
-/// nothing left half done, but never leave a handle's destructor or ClearAllLog(), where a thread
-/// cannot be cancelled either. A handle whose destructor cannot take its locks keeps its reference,
-/// and so the log until ClearAllLog().
+/// Thread safety: any thread may call any operation at any time, but only one thread at a time may
+/// use a handle. Each thread that works on a log should therefore create a handle of its own. Every
+/// operation except GetHandle() and IsValid() may wait. Callers must guard the contents of a
+/// buffer themselves. Threads that use logs must end before main() returns: at that time the
+/// registry of logs is torn down, and the operations that need it do nothing from then on.
+/// Ownership: a buffer belongs to the log from AddBuffer() until RemoveBuffer(). A log that is
+/// destroyed deletes its buffers. The result of GetBuffer() is borrowed: it is valid while the log
+/// exists and the buffer is in it.
+/// Errors: an operation that cannot take its lock does nothing and returns its negative result.
+/// Misuse writes a check line, "file:translog:<number>,<text>", through the debug interface.
+/// std::bad_alloc and exceptions of the debug interface pass to the caller; no lock is then held,
+/// and nothing is half done. They never pass out of a handle's destructor or ClearAllLog(), and a
+/// thread cannot be cancelled in these. A handle whose destructor cannot take its locks keeps its
+/// reference, so that its log exists until ClearAllLog().
 ///
-/// Most check lines are written while the library holds locks of the log, or that of all logs: a
-/// debug interface must not call an operation of a transaction log, nor take long.
+/// The library holds the locks of the log, or the lock of all logs, when it writes most check
+/// lines. The debug interface must therefore not call an operation of a transaction log, and should
+/// return soon.
 
 #include <string>
 
@@ -52,74 +53,80 @@ namespace NSQN_util {
 
 class QNTransactionLogImpl;
 
-/// The base of what a log keeps.
+/// The base of the buffers.
 ///
-/// The destructor of a buffer that a log deletes runs under locks of the library: it calls no
-/// operation of a transaction log.
+/// When a log deletes a buffer it holds locks of the library. The destructor of a buffer must
+/// therefore not call an operation of a transaction log.
 class EMSUTIL_API QNTransactionBuffer
 {
 public:
     virtual ~QNTransactionBuffer();
 };
 
-/// A handle on a log; it holds one reference while it is attached to one.
+/// A handle on a log. It holds one reference while it is attached.
+///
+/// Thread safety, ownership and errors: as at the top of this header.
 class EMSUTIL_API QNTransactionLog
 {
 public:
-    /// Makes a log under a handle value of its own: 1 for the first of a process, then 2, and so
-    /// on; 0 is never one. Unattached when a lock fails.
+    /// Creates a log with a handle value of its own, and attaches to it. The first log of a process
+    /// has the value 1, the next one 2, and so on. No log has the value 0. The handle stays
+    /// unattached when a lock fails.
     QNTransactionLog();
 
-    /// Attaches to the log of this handle value; stays unattached when there is none, when a lock
-    /// fails, and when the log has INT_MAX references.
+    /// Attaches to the log with this handle value. The handle stays unattached when there is no
+    /// such log, when a lock fails, and when the log has INT_MAX references.
     explicit QNTransactionLog(unsigned long handle);
 
-    /// Drops the handle's reference and, when it was the last, deletes the log with its buffers, in
-    /// the order of their keys.
+    /// Drops the handle's reference. If it was the last one, destroys the log and deletes its
+    /// buffers in the order of their keys.
     ~QNTransactionLog();
 
     QNTransactionLog(const QNTransactionLog&) = delete;
     QNTransactionLog& operator=(const QNTransactionLog&) = delete;
 
-    /// The log's handle value, to be passed on; 0, with a check line, when unattached.
+    /// Returns the log's handle value. An unattached handle writes a check line and returns 0.
     unsigned long GetHandle();
 
-    /// Whether it is attached to a log.
+    /// Returns whether the handle is attached to a log.
     bool IsValid() const;
 
-    /// Adds `n` extra references, which keep the log without a handle. Returns how many extra ones
-    /// there are then; 0 when unattached.
+    /// Adds `n` extra references, which keep the log when it has no handle. Returns the number of
+    /// extra references after that, or 0 when unattached.
     ///
-    /// REQUIRES: n > 0. Less writes a check line and changes nothing; so does, without a line, a
-    /// number of references beyond INT_MAX.
+    /// REQUIRES: n > 0. If n is less than 1, writes a check line and changes nothing. If a count
+    /// would exceed INT_MAX, changes nothing.
     int AddRef(int n);
 
-    /// Drops one extra reference. Returns how many remain; 0 when unattached. Never deletes the
-    /// log: the last handle does.
+    /// Drops one extra reference. Returns the number of those that remain, or 0 when unattached.
+    /// Never destroys the log: only the destruction of a handle, or ClearAllLog(), does.
     ///
-    /// REQUIRES: an extra reference to drop. Without one it writes a check line and changes
+    /// REQUIRES: the log has an extra reference. If it has none, writes a check line and changes
     /// nothing.
     int Release();
 
-    /// Deletes every log of the process, in the order of handle values, whatever its references;
-    /// each that has some writes check lines. Handle values go on counting.
+    /// Destroys every log of the process, in the order of handle values, even if it has references.
+    /// Each log that has some writes check lines. Later handle values continue the sequence.
     ///
-    /// REQUIRES: no attached handle object in the process: one would point to a log that is gone.
+    /// REQUIRES: no handle in the process is attached. Such a handle would point to a log that does
+    /// not exist any more.
     static void ClearAllLog();
 
-    // A buffer is filed under a name, any bytes, the empty name included, and a number. Keys are
-    // ordered by name, byte by byte, then by number. On an unattached handle AddBuffer() does
-    // nothing and the others return null.
+    // The key of a buffer is a name and a number. A name may be any bytes, and may be empty. Keys
+    // are ordered by name, byte by byte, and then by number. On an unattached handle AddBuffer()
+    // does nothing, and the others return null.
 
-    /// Files a buffer. A null one, or one under a key that is taken, writes a check line, and stays
-    /// the caller's. Blocks for other operations on the log's buffers.
+    /// Adds a buffer, which then belongs to the log. If it is null, or if the key is in use, writes
+    /// a check line and changes nothing: the buffer still belongs to the caller. Waits for other
+    /// operations on the buffers of this log.
     void AddBuffer(const std::string& name, unsigned long num, QNTransactionBuffer* pBuffer);
 
-    /// The buffer under this key, or null; look-ups on one log run side by side.
+    /// Returns the buffer with this key, or null. It still belongs to the log. Look-ups on one log
+    /// run at the same time, and wait for AddBuffer() and RemoveBuffer().
     QNTransactionBuffer* GetBuffer(const std::string& name, unsigned long num);
 
-    /// Takes the buffer under this key out, for the caller to own, or returns null. Blocks for
-    /// other operations on the log's buffers.
+    /// Removes the buffer with this key and returns it, or returns null. It then belongs to the
+    /// caller. Waits for other operations on the buffers of this log.
     QNTransactionBuffer* RemoveBuffer(const std::string& name, unsigned long num);
 
 private:
