@@ -14,7 +14,7 @@ struct Text : QNTransactionBuffer
 unsigned long Begin(Text* request) // one thread
 {
     QNTransactionLog log;
-    log.AddBuffer("request", 1, request); // the log owns it from here on
+    log.AddBuffer("request", 1, request); // from here on the log owns it
     log.AddRef(1);                        // keeps the log when this handle is gone
     return log.GetHandle();
 }
@@ -25,7 +25,7 @@ void End(unsigned long handle) // another thread
     if (auto* request = static_cast<Text*>(log.GetBuffer("request", 1)))
         std::puts(request->text.c_str());
     log.Release();
-} // the last reference: the log and its buffers are gone
+} // the last reference: the log and its buffers are destroyed
 
 int main()
 {

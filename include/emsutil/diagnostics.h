@@ -72,8 +72,7 @@ EMSUTIL_API std::string string_format(const char* format, ...)
 /// entry of one may stand between the time stamp and the message of the other.
 ///
 /// Waits for the file system and for entries of other threads, and returns when the entry is
-/// written. A thread cannot be cancelled while
-/// it writes. May be called from anywhere.
+/// written. A thread cannot be cancelled while it writes. May be called from anywhere.
 EMSUTIL_API void EmsUtilTraced(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Appends a message as EmsUtilTraced() does, directly after the local time in 24 characters:
