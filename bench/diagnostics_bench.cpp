@@ -2,16 +2,18 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include <fcntl.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <ace/Guard_T.h>
-#include <ace/OS_NS_fcntl.h>
 #include <ace/Thread_Mutex.h>
 
+#ifdef BENCH_HAS_ABSL
+#include <absl/strings/str_format.h>
+#endif
 #ifdef BENCH_HAS_GLOG
 #include <glog/logging.h>
 #endif
@@ -21,11 +23,9 @@
 #include <spdlog/stopwatch.h>
 #endif
 
-#include <emsplatform/debug_interface.h>
-#include <emsplatform/platform.h>
 #include <emsstandin/setup.h>
 
-#include "bench/compare.h"
+#include "bench/measure.h"
 #include "emsutil/diagnostics.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -36,168 +36,174 @@ namespace {
 
 constexpr int PORT = 4711;
 
-/// An install path with the folder of the report file, for the life of the program.
-class ReportFolder
+std::string BareLoop(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// A buffer that doubles from 512 bytes until the text fits, as string_format() has it, over the C
+/// library's own formatter.
+std::string BareLoop(const char* format, ...)
 {
-public:
-    ReportFolder()
-    {
-        std::string path =
-            (std::filesystem::temp_directory_path() / "emsutil_bench.XXXXXX").string();
-        m_Root = mkdtemp(path.data());
-        std::filesystem::create_directories(m_Root / "parent");
-        std::filesystem::create_directories(m_Root / "var/dump");
-        emsstandin::SetInstallPath((m_Root / "parent/install").string());
+    std::string text;
+    for (std::size_t size = 512;; size *= 2) {
+        text.resize(size);
+        va_list args;
+        va_start(args, format);
+        const int length = std::vsnprintf(text.data(), size, format, args);
+        va_end(args);
+        if (length >= 0 && static_cast<std::size_t>(length) < size) {
+            text.resize(static_cast<std::size_t>(length));
+            return text;
+        }
     }
-    ~ReportFolder()
-    {
-        std::error_code error;
-        std::filesystem::remove_all(m_Root, error);
-    }
-    ReportFolder(const ReportFolder&) = delete;
-    ReportFolder& operator=(const ReportFolder&) = delete;
+}
 
-    std::string File(const char* name) const
-    {
-        return (m_Root / "parent/../var/dump" / name).string();
-    }
+/// `format()` returns the text.
+template <class Format>
+Body FormatText(const std::string& text, Format format)
+{
+    return [text, format](benchmark::State& state) {
+        std::string formatted;
+        Measure(
+            state, [&] { benchmark::DoNotOptimize(formatted = format()); },
+            [&] { return formatted == text; });
+    };
+}
 
-private:
-    std::filesystem::path m_Root;
-};
+void AddInteger()
+{
+    const std::string operation = "string_format, an integer";
+    Ours(operation, FormatText("4711", [] { return string_format("%d", PORT); }));
+    Floor(operation, 1.05, FormatText("4711", [] { return BareLoop("%d", PORT); }));
+#ifdef BENCH_HAS_ABSL
+    Peer(operation, "absl::StrFormat", 0,
+         FormatText("4711", [] { return absl::StrFormat("%d", PORT); }));
+#endif
+}
+
+void AddLength(std::size_t length, const std::string& name, double goal)
+{
+    const std::string operation = "string_format, " + name + " characters";
+    std::string text = "alpha on port 4711: ";
+    text.resize(length, 'x');
+    const std::string rest = text.substr(20);
+    Ours(operation, FormatText(text, [rest] {
+             return string_format("%s on port %d: %s", "alpha", PORT, rest.c_str());
+         }));
+    Floor(operation, goal, FormatText(text, [rest] {
+              return BareLoop("%s on port %d: %s", "alpha", PORT, rest.c_str());
+          }));
+#ifdef BENCH_HAS_ABSL
+    Peer(operation, "absl::StrFormat", 0, FormatText(text, [rest] {
+             return absl::StrFormat("%s on port %d: %s", "alpha", PORT, rest.c_str());
+         }));
+#endif
+}
+
+/// Where this process's report files are.
+std::filesystem::path ReportDirectory()
+{
+    return std::filesystem::temp_directory_path() / ("emsutil_bench." + std::to_string(getpid()));
+}
+
+/// Measures `write`, which appends an entry to the only file in the directory.
+template <class Write>
+void MeasureReport(benchmark::State& state, Write write)
+{
+    const std::filesystem::path dump = ReportDirectory() / "var/dump";
+    std::filesystem::create_directories(dump);
+    std::filesystem::create_directories(ReportDirectory() / "parent");
+    Measure(state, write, [&] {
+        std::string text;
+        for (const auto& entry : std::filesystem::directory_iterator(dump)) {
+            std::getline(std::ifstream(entry.path()), text, '\0');
+        }
+        return text.ends_with("alpha on port 4711\n");
+    });
+    std::filesystem::remove_all(ReportDirectory());
+}
 
 ACE_Thread_Mutex g_ReportLock;
 
-void BareReport(const std::string& path, const char* format, ...)
-    __attribute__((format(printf, 2, 3)));
-
-/// An entry of the report file, with nothing around it.
-void BareReport(const std::string& path, const char* format, ...)
+void WriteBareEntry(const char* path)
 {
     char message[512] = {};
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = vsnprintf_s(message, sizeof message, 511, format, arguments);
-    va_end(arguments);
-
+    const int length = std::snprintf(message, sizeof message, "%s on port %d\n", "alpha", PORT);
     const ACE_Guard<ACE_Thread_Mutex> guard(g_ReportLock);
-    const ACE_HANDLE file = ACE_OS::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND, 0644);
     const time_t now = time(nullptr);
     char stamp[26] = {};
     ctime_r(&now, stamp);
     if (write(file, stamp, 24) + write(file, message, static_cast<std::size_t>(length)) < 0) {
-        std::perror("bench");
+        std::perror("emsutil_bench");
     }
     close(file);
 }
 
-void StdioReport(const std::string& path, const char* name)
+void AddReport()
 {
-    std::FILE* const file = std::fopen(path.c_str(), "a");
-    const time_t now = time(nullptr);
-    char stamp[26] = {};
-    ctime_r(&now, stamp);
-    std::fprintf(file, "%.24s%s on port %d\n", stamp, name, PORT);
-    std::fclose(file);
-}
-
-void MeasureReport(const ReportFolder& folder)
-{
-    std::vector<Row> rows = {
-        Ours([](benchmark::State& state) {
-            for (auto _ : state) {
-                EmsUtilReport("%s on port %d\n", "alpha", PORT);
-            }
-        }),
-        Floor([path = folder.File("bare.rpt")](benchmark::State& state) {
-            for (auto _ : state) {
-                BareReport(path, "%s on port %d\n", "alpha", PORT);
-            }
-        }),
-        Rival("fopen, fprintf, fclose",
-              [path = folder.File("stdio.rpt")](benchmark::State& state) {
-                  for (auto _ : state) {
-                      StdioReport(path, "alpha");
-                  }
-              }),
-    };
+    const std::string operation = "write a report entry";
+    Ours(operation, [](benchmark::State& state) {
+        emsstandin::SetInstallPath((ReportDirectory() / "parent/install").string());
+        MeasureReport(state, [] { EmsUtilReport("%s on port %d\n", "alpha", PORT); });
+    });
+    Floor(operation, 1.05, [](benchmark::State& state) {
+        const std::string path = (ReportDirectory() / "parent/../var/dump/bare.rpt").string();
+        MeasureReport(state, [&] { WriteBareEntry(path.c_str()); });
+    });
 #ifdef BENCH_HAS_GLOG
-    FLAGS_logtostderr = false;
-    FLAGS_logbuflevel = -1; // flushes each entry
-    google::SetLogSymlink(google::GLOG_INFO, "");
-    google::SetLogDestination(google::GLOG_INFO, folder.File("glog").c_str());
-    google::InitGoogleLogging("emsutil_bench");
-    rows.push_back(Rival("glog, flushed", [](benchmark::State& state) {
-        for (auto _ : state) {
-            LOG(INFO) << "alpha on port " << PORT;
-        }
-    }));
-#endif
-    Compare({"EmsUtilReport", 1.05}, rows);
-#ifdef BENCH_HAS_GLOG
-    google::ShutdownGoogleLogging();
+    Peer(operation, "glog, flushed", 1, [](benchmark::State& state) {
+        FLAGS_logtostderr = false;
+        FLAGS_logbuflevel = -1; // flushes each entry
+        google::SetLogSymlink(google::GLOG_INFO, "");
+        google::SetLogDestination(google::GLOG_INFO, (ReportDirectory() / "var/dump/glog").c_str());
+        google::InitGoogleLogging("emsutil_bench");
+        MeasureReport(state, [] { LOG(INFO) << "alpha on port " << PORT; });
+        google::ShutdownGoogleLogging();
+    });
 #endif
 }
 
-double Milliseconds()
+void TimeABlock()
 {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    const long milliseconds = now.tv_sec * 1000 + now.tv_usec / 1000;
-    return static_cast<double>(milliseconds);
+    const AgentTimeGuard guard("loading %s on port %d", "alpha", PORT);
 }
 
-std::string Describe(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-std::string Describe(const char* format, ...)
+void AddTimeGuard()
 {
-    char info[512] = {};
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf_s(info, sizeof info, 511, format, arguments);
-    va_end(arguments);
-    return info;
-}
-
-void MeasureTimeGuard()
-{
-    std::vector<Row> rows = {
-        Ours([](benchmark::State& state) {
-            for (auto _ : state) {
-                const AgentTimeGuard guard("loading %s on port %d", "alpha", PORT);
-            }
-        }),
-        Floor([](benchmark::State& state) {
-            for (auto _ : state) {
-                const double begin = Milliseconds();
-                const std::string info = Describe("loading %s on port %d", "alpha", PORT);
-                const double end = Milliseconds();
-                GetEmsUtilAgentDebugInterface()->DebugPrint(1, "%s\n", info.c_str());
-                GetEmsUtilAgentDebugInterface()->DebugPrint(1, "used time(ms): %d\n",
-                                                            static_cast<int>(end - begin));
-            }
-        }),
-    };
+    const std::string operation = "time a block";
+    Ours(operation, [](benchmark::State& state) {
+        Measure(state, TimeABlock, [] {
+            const std::string text = DebugText(TimeABlock);
+            return text.find("loading alpha on port 4711\n") != std::string::npos &&
+                   text.find("used time(ms): ") != std::string::npos;
+        });
+    });
 #ifdef BENCH_HAS_SPDLOG
-    rows.push_back(Rival("spdlog::stopwatch", [](benchmark::State& state) {
-        spdlog::logger logger("null", std::make_shared<spdlog::sinks::null_sink_mt>());
-        for (auto _ : state) {
-            const spdlog::stopwatch watch;
-            logger.info("loading {} on port {}", "alpha", PORT);
-            logger.info("used time(ms): {}", watch);
-        }
-    }));
+    Peer(operation, "spdlog::stopwatch", 1, [](benchmark::State& state) {
+        const auto sink = std::make_shared<spdlog::sinks::null_sink_mt>();
+        spdlog::logger logger("null", sink);
+        Measure(
+            state,
+            [&] {
+                const spdlog::stopwatch watch;
+                logger.info("loading {} on port {}", "alpha", PORT);
+                logger.info("used time(ms): {}", watch);
+            },
+            [&] { return logger.should_log(spdlog::level::info); });
+    });
 #endif
-    Compare({"AgentTimeGuard", 1.05}, rows);
 }
 
 } // namespace
 
-void MeasureDiagnostics()
+void AddDiagnostics()
 {
-    const ReportFolder folder;
-    MeasureReport(folder);
-    MeasureTimeGuard();
+    AddInteger();
+    AddLength(40, "40", 1.05);
+    AddLength(400, "400", 1.05);
+    AddLength(5000, "5,000", 0.2);
+    AddLength(500000, "500,000", 1.1);
+    AddReport();
+    AddTimeGuard();
 }
 
 } // namespace bench

@@ -1,26 +1,17 @@
-#include <cstdint>
-#include <cstdlib>
-#include <iterator>
+#include <latch>
 #include <list>
 #include <map>
 #include <shared_mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <pthread.h>
-#include <sys/mman.h>
 #include <sys/time.h>
 
-#include <ace/Guard_T.h>
 #include <ace/RW_Thread_Mutex.h>
 
-#ifdef BENCH_HAS_FMT
-#include <fmt/format.h>
-#endif
-
-#include <emsplatform/debug_interface.h>
-
-#include "bench/compare.h"
-#include "emsutil/diagnostics.h"
+#include "bench/measure.h"
 #include "emsutil/thread_monitor.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -29,96 +20,41 @@ namespace bench {
 
 namespace {
 
-/// ACE's reader-writer lock under the names that the standard's locks have.
-class AceLock
+/// ACE's reader-writer lock under the names that the standard's lock has.
+struct AceLock
 {
-public:
-    void lock() { m_Lock.acquire_write(); }
-    void unlock() { m_Lock.release(); }
-    void lock_shared() { m_Lock.acquire_read(); }
-    void unlock_shared() { m_Lock.release(); }
+    void lock() { mutex.acquire_write(); }
+    void unlock() { mutex.release(); }
 
-private:
-    ACE_RW_Thread_Mutex m_Lock;
+    ACE_RW_Thread_Mutex mutex;
 };
-
-ACE_Time_Value Now()
-{
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return ACE_Time_Value(now);
-}
 
 /// The monitor's records, with nothing around them.
 template <class Lock>
 class Monitor
 {
 public:
-    void Enter(const EmsThreadInfoMap* values)
+    void Change(int status, const EmsThreadInfoMap& values)
     {
-        const ACE_Time_Value now = Now();
+        timeval now{};
+        gettimeofday(&now, nullptr);
         const std::lock_guard guard(m_Lock);
-        EmsThreadInfo& record = Record(pthread_self());
-        record.m_nStatus = 1;
+        EmsThreadInfo& record = m_Records[pthread_self()];
+        record.m_nStatus = status;
+        record.m_StartTime = ACE_Time_Value(now);
         ++record.m_llRecvs;
-        if (record.m_StartTime < now) {
-            record.m_Duration = now - record.m_StartTime;
-        }
-        if (record.m_Duration > record.m_MaxDuration) {
-            record.m_MaxDuration = record.m_Duration;
-        }
-        if (values != nullptr) {
-            for (const auto& [name, value] : *values) {
-                record.m_InfoMap[name] = value;
-            }
+        for (const auto& [name, value] : values) {
+            record.m_InfoMap[name] = value;
         }
     }
 
-    void Leave()
+    EmsThreadInfo OwnRecord()
     {
-        const ACE_Time_Value now = Now();
         const std::lock_guard guard(m_Lock);
-        EmsThreadInfo& record = Record(pthread_self());
-        record.m_nStatus = 0;
-        ++record.m_llRecvs;
-        record.m_StartTime = now;
+        return m_Records[pthread_self()];
     }
-
-    /// `append(text, record)` for all records.
-    template <class Append>
-    void Statistics(Append append)
-    {
-        std::string text = "Ems Thread Information\n";
-        {
-            const std::shared_lock guard(m_Lock);
-            for (const auto& [id, record] : m_Records) {
-                append(text, record);
-            }
-        }
-        GetEmsUtilAgentDebugInterface()->DebugPrint(1, "%s", text.c_str());
-    }
-
-    void Copy(std::list<EmsThreadInfo>& infos)
-    {
-        const std::shared_lock guard(m_Lock);
-        for (const auto& [id, record] : m_Records) {
-            infos.push_back(record);
-        }
-    }
-
-    void Add(const EmsThreadInfo& record) { m_Records.emplace(record.m_ulThreadId, record); }
 
 private:
-    EmsThreadInfo& Record(unsigned long threadId)
-    {
-        auto found = m_Records.find(threadId);
-        if (found == m_Records.end()) {
-            found = m_Records.emplace(threadId, EmsThreadInfo()).first;
-            found->second.m_ulThreadId = threadId;
-        }
-        return found->second;
-    }
-
     Lock m_Lock;
     std::map<unsigned long, EmsThreadInfo> m_Records;
 };
@@ -132,188 +68,121 @@ EmsThreadInfoMap Values(int count)
     return values;
 }
 
+EmsThreadInfo OurRecord()
+{
+    std::list<EmsThreadInfo> infos;
+    GetEmsThreadInfo(infos, 0);
+    for (const EmsThreadInfo& info : infos) {
+        if (info.m_ulThreadId == pthread_self()) {
+            return info;
+        }
+    }
+    return {};
+}
+
+bool IsComplete(const EmsThreadInfo& record, int values)
+{
+    return record.m_llRecvs >= 2 && record.m_InfoMap.size() == static_cast<std::size_t>(values);
+}
+
 template <class Lock>
-void EnterAndLeave(benchmark::State& state, Monitor<Lock>& monitor, int count)
+Body EnterAndLeave(int count)
 {
-    EmsThreadInfoMap values = Values(count);
-    for (auto _ : state) {
-        monitor.Enter(&values);
-        monitor.Leave();
-    }
+    return [count](benchmark::State& state) {
+        static Monitor<Lock> monitor;
+        const EmsThreadInfoMap values = Values(count);
+        Measure(
+            state,
+            [&] {
+                monitor.Change(1, values);
+                monitor.Change(0, {});
+            },
+            [&] { return IsComplete(monitor.OwnRecord(), count); });
+    };
 }
 
-void MeasureEntries(int count, int threads)
+void AddEntries(int count, int threads)
 {
-    Monitor<AceLock> bare;
-    Monitor<std::shared_mutex> standard;
-    Compare({"entry and exit, " + std::to_string(count) + " values, " + std::to_string(threads) +
-                 (threads == 1 ? " thread" : " threads"),
-             threads == 1 ? 1.1 : 1.5, threads == 1 ? Time::Processor : Time::Wall, threads},
-            {Ours([count](benchmark::State& state) {
+    const std::string operation = "enter and leave, " + std::to_string(count) + " values, " +
+                                  std::to_string(threads) + (threads == 1 ? " thread" : " threads");
+    const double goal = threads == 1 ? 1.1 : 1.5;
+    Row* const rows[] = {
+        Ours(operation,
+             [count](benchmark::State& state) {
                  EmsThreadInfoMap values = Values(count);
-                 for (auto _ : state) {
-                     const RegEmsThreadInfo inside(&values);
-                 }
+                 Measure(
+                     state, [&] { const RegEmsThreadInfo inside(&values); },
+                     [&] { return IsComplete(OurRecord(), count); });
              }),
-             Floor([&bare, count](benchmark::State& state) { EnterAndLeave(state, bare, count); }),
-             Rival("std::shared_mutex", [&standard, count](benchmark::State& state) {
-                 EnterAndLeave(state, standard, count);
-             })});
-}
-
-std::int64_t Milliseconds(const ACE_Time_Value& time)
-{
-    return std::int64_t{time.sec()} * 1000 + time.usec() / 1000;
-}
-
-int Int(const std::string& text)
-{
-    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
-}
-
-/// The lines of a record by plain appends.
-void AppendRecord(std::string& text, const EmsThreadInfo& record)
-{
-    const auto line = [&text](const char* label, std::int64_t number) {
-        text += label;
-        text += std::to_string(number);
-        text += "\n";
+        Floor(operation, goal, EnterAndLeave<AceLock>(count)),
+        Peer(operation, "std::shared_mutex", 1, EnterAndLeave<std::shared_mutex>(count)),
     };
-    constexpr char digits[] = "0123456789abcdef";
-    std::string id;
-    for (auto rest = static_cast<std::uint32_t>(record.m_ulThreadId); rest != 0; rest /= 16) {
-        id.insert(id.begin(), digits[rest % 16]);
-    }
-    text += " thread id           ";
-    text += id;
-    text += "\n";
-    line(" thread status       ", record.m_nStatus);
-    line(" thread start        ", Milliseconds(record.m_StartTime));
-    line(" thread duration     ", Milliseconds(record.m_Duration));
-    line(" thread max duration ", Milliseconds(record.m_MaxDuration));
-    line(" thread recvs        ", record.m_llRecvs);
-    for (const auto& [name, value] : record.m_InfoMap) {
-        text += " ";
-        text += name;
-        text += " ";
-        text +=
-            value.second == THREADINFO_TYPE_INT ? std::to_string(Int(value.first)) : value.first;
-        text += "\n";
-    }
-}
-
-#ifdef BENCH_HAS_FMT
-void FormatRecord(std::string& text, const EmsThreadInfo& record)
-{
-    const auto end = std::back_inserter(text);
-    fmt::format_to(end, " thread id           {:x}\n",
-                   static_cast<std::uint32_t>(record.m_ulThreadId));
-    fmt::format_to(end, " thread status       {}\n", record.m_nStatus);
-    fmt::format_to(end, " thread start        {}\n", Milliseconds(record.m_StartTime));
-    fmt::format_to(end, " thread duration     {}\n", Milliseconds(record.m_Duration));
-    fmt::format_to(end, " thread max duration {}\n", Milliseconds(record.m_MaxDuration));
-    fmt::format_to(end, " thread recvs        {}\n", record.m_llRecvs);
-    for (const auto& [name, value] : record.m_InfoMap) {
-        if (value.second == THREADINFO_TYPE_INT) {
-            fmt::format_to(end, " {} {}\n", name, Int(value.first));
-        } else {
-            fmt::format_to(end, " {} {}\n", name, value.first);
+    if (threads > 1) {
+        for (Row* row : rows) {
+            row->Threads(threads)->UseRealTime();
         }
     }
 }
-#endif
 
-void* EnterOnce(void*)
+int CountRecords()
 {
-    EmsThreadInfoMap values = Values(4);
-    const RegEmsThreadInfo inside(&values);
-    return nullptr;
+    std::list<EmsThreadInfo> infos;
+    GetEmsThreadInfo(infos, 0);
+    return static_cast<int>(infos.size());
 }
 
-/// Threads that enter and end, until there are this many records. The id of a thread lies in its
-/// stack, so each gets a stack of its own.
-void AddRecordsUpTo(std::size_t count)
+/// Adds as many records, by threads that exist at once, so that no two have the same id.
+void AddRecords(int count)
 {
-    constexpr std::size_t STACK = 65536;
-    std::list<EmsThreadInfo> records;
-    GetEmsThreadInfo(records, 0);
-    const std::size_t bytes = STACK * (count - records.size());
-    char* const stacks =
-        static_cast<char*>(mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
-                                MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-    for (std::size_t offset = 0; offset < bytes; offset += STACK) {
-        pthread_attr_t attributes;
-        pthread_attr_init(&attributes);
-        pthread_attr_setstack(&attributes, stacks + offset, STACK);
-        pthread_t thread{};
-        pthread_create(&thread, &attributes, EnterOnce, nullptr);
-        pthread_join(thread, nullptr);
-        pthread_attr_destroy(&attributes);
-        madvise(stacks + offset, STACK, MADV_DONTNEED); // its place stays taken
+    std::latch allInside(count);
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back([&allInside] {
+            EmsThreadInfoMap values = Values(4);
+            const RegEmsThreadInfo inside(&values);
+            allInside.arrive_and_wait();
+        });
     }
 }
 
-/// `body` once for all records.
-template <class Run>
-Body ForAll(int records, Run run)
+/// What works on all records; the time is that per record.
+void AddQueries(int count, const std::string& text)
 {
-    return [records, run](benchmark::State& state) {
-        while (state.KeepRunningBatch(records)) {
-            run();
-        }
+    const auto add = [count, text](const std::string& query, auto run, auto hasWorked) {
+        Ours(query + ", per record of " + text, [=](benchmark::State& state) {
+            if (CountRecords() < count) { // an earlier repetition has added them
+                AddRecords(count);
+            }
+            Measure(state, run, hasWorked, CountRecords());
+        });
     };
+    add("statistics", StatEmsThreadInfo, [] {
+        return DebugText(StatEmsThreadInfo).find(" thread recvs        2\n jobs0 0\n") !=
+               std::string::npos;
+    });
+    add("copies of the records", CountRecords, [count] { return CountRecords() >= count; });
+    add(
+        "overdue check", [] { benchmark::DoNotOptimize(IsEmsThreadTimeout(1000)); },
+        [] { return !IsEmsThreadTimeout(1000); });
 }
 
 } // namespace
 
-void MeasureThreadMonitor()
+void AddThreadMonitor()
 {
-    for (const int threads : {1, 2, 8}) {
-        for (const int values : {0, 4, 16}) {
-            MeasureEntries(values, threads);
-        }
+    Ours("add a named value", [](benchmark::State& state) {
+        EmsThreadInfoMap values;
+        Measure(
+            state, [&] { AddEmsThreadInfo(values, "jobs", 4711); },
+            [&] { return values["jobs"].first == "4711"; });
+    });
+    for (const int values : {0, 4, 16}) {
+        AddEntries(values, 1);
     }
-}
-
-void MeasureStatistics()
-{
-    const auto statistics = [](const std::string& records) {
-        return "statistics, a record of " + records;
-    };
-    const auto copies = [](const std::string& records) {
-        return "GetEmsThreadInfo, a record of " + records;
-    };
-
-    for (const auto& [records, text] : {std::pair(10, "10"), std::pair(100, "100"),
-                                        std::pair(1000, "1,000"), std::pair(10000, "10,000")}) {
-        AddRecordsUpTo(static_cast<std::size_t>(records));
-        std::list<EmsThreadInfo> infos;
-        GetEmsThreadInfo(infos, 0);
-        Monitor<AceLock> bare;
-        for (const EmsThreadInfo& info : infos) {
-            bare.Add(info);
-        }
-        std::vector<Row> rows = {
-            Ours(ForAll(records, StatEmsThreadInfo)),
-            Floor(ForAll(records, [&bare] { bare.Statistics(AppendRecord); })),
-        };
-#ifdef BENCH_HAS_FMT
-        rows.push_back(
-            Rival("fmt::format_to", ForAll(records, [&bare] { bare.Statistics(FormatRecord); })));
-#endif
-        Compare({statistics(text), 1.3}, rows);
-        Compare({copies(text), 1.3}, {Ours(ForAll(records,
-                                                  [] {
-                                                      std::list<EmsThreadInfo> copied;
-                                                      GetEmsThreadInfo(copied, 0);
-                                                  })),
-                                      Floor(ForAll(records, [&bare] {
-                                          std::list<EmsThreadInfo> copied;
-                                          bare.Copy(copied);
-                                      }))});
-    }
-    CompareGrowth(statistics("10"), statistics("10,000"), 2);
-    CompareGrowth(copies("10"), copies("10,000"), 2);
+    AddEntries(4, 2);
+    AddEntries(4, 8);
+    AddQueries(10, "10");
+    AddQueries(1000, "1,000");
 }
 
 } // namespace bench

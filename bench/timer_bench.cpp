@@ -1,5 +1,14 @@
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
+#include <functional>
+#include <semaphore>
 #include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <ace/Event_Handler.h>
 #include <ace/Synch.h>
@@ -7,19 +16,14 @@
 #include <ace/Timer_Heap.h>
 
 #ifdef BENCH_HAS_BOOST
+#include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
-#endif
-#ifdef BENCH_HAS_POCO
-#include <Poco/Clock.h>
-#include <Poco/Event.h>
-#include <Poco/Util/Timer.h>
-#include <Poco/Util/TimerTask.h>
 #endif
 
 #include <emsstandin/task_manager.h>
 
-#include "bench/compare.h"
+#include "bench/measure.h"
 #include "emsutil/timer.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -28,7 +32,6 @@ namespace bench {
 
 namespace {
 
-constexpr unsigned char MANAGER = 11;
 constexpr std::chrono::seconds UNIT(1);
 
 std::chrono::seconds g_Clock(1); // it moves only between scheduling and firing
@@ -91,95 +94,162 @@ private:
 
 /// `count` times `schedule(data)`, then `deliver()`, which fires all.
 template <class Schedule, class Deliver>
-void Repeat(benchmark::State& state, int count, Schedule schedule, Deliver deliver)
+void ScheduleAndFire(benchmark::State& state, int count, Schedule schedule, Deliver deliver)
 {
     int data = 4711;
-    while (state.KeepRunningBatch(count)) {
-        g_nFired = 0;
-        for (int i = 0; i < count; ++i) {
-            schedule(&data);
-        }
-        g_Clock += 2 * UNIT;
-        deliver();
-        if (g_nFired != count) {
-            state.SkipWithError("not all timers have fired");
-        }
-    }
+    Measure(
+        state,
+        [&] {
+            g_nFired = 0;
+            for (int i = 0; i < count; ++i) {
+                schedule(&data);
+            }
+            g_Clock += 2 * UNIT;
+            deliver();
+        },
+        [count] { return g_nFired == count; }, count);
 }
 
-#ifdef BENCH_HAS_POCO
-/// Poco's timers have a thread of their own.
-void RepeatPoco(benchmark::State& state)
+void AddScheduling(int count, const std::string& text)
 {
-    struct Task : Poco::Util::TimerTask
-    {
-        explicit Task(Poco::Event& event) : m_Event(event) {}
-        void run() override { m_Event.set(); }
-        Poco::Event& m_Event;
-    };
-    Poco::Util::Timer timer;
-    Poco::Event fired;
-    for (auto _ : state) {
-        timer.schedule(new Task(fired), Poco::Clock());
-        fired.wait();
-    }
-}
-#endif
-
+    const std::string operation = "schedule and fire a timer, of " + text;
+    Ours(operation, [count](benchmark::State& state) {
+        constexpr unsigned char id = 11;
+        static emsstandin::TaskManager* const manager =
+            emsstandin::AddTaskManager(id, {UNIT, [] { return g_Clock; }});
+        manager->Start();
+        ScheduleAndFire(
+            state, count, [](void* data) { ScheduleEmsUtilTimer(id, g_Functions, data); },
+            [] { manager->DeliverExpired(); });
+        manager->Stop();
+    });
+    Floor(operation, 1, [count](benchmark::State& state) {
+        ACE_Timer_Heap heap;
+        ScheduleAndFire(
+            state, count, [&heap](void* data) { (new BareTimer(heap, data))->Arm(); },
+            [&heap] { heap.expire(ToTimeValue(g_Clock)); });
+    });
 #ifdef BENCH_HAS_BOOST
-void RepeatAsio(benchmark::State& state)
+    if (count == 1) {
+        Peer(operation, "boost::asio::steady_timer", 1, [](benchmark::State& state) {
+            boost::asio::io_context context;
+            g_nFired = 0;
+            Measure(
+                state,
+                [&] {
+                    boost::asio::steady_timer timer(context, std::chrono::seconds(0));
+                    timer.async_wait([](const boost::system::error_code&) { Fire(nullptr); });
+                    context.restart();
+                    context.run();
+                },
+                [] { return g_nFired == 1; });
+        });
+    }
+#endif
+}
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds DELAY(1);
+/// For the thread that fires to wait again: what it does after a timer must not delay the next.
+constexpr std::chrono::microseconds PAUSE(200);
+constexpr int SAMPLES = 400; // of a repetition
+
+Clock::time_point g_Fired;
+std::binary_semaphore g_HasFired(0);
+
+void NoteFiring()
 {
-    boost::asio::io_context context;
+    g_Fired = Clock::now();
+    g_HasFired.release();
+}
+
+/// How late `arm()`'s call of NoteFiring() is in this share of cases; one timer at a time.
+void MeasureLateness(benchmark::State& state, double share, const std::function<void()>& arm)
+{
     for (auto _ : state) {
-        boost::asio::steady_timer timer(context, std::chrono::seconds(0));
-        timer.async_wait([](const boost::system::error_code&) { Fire(nullptr); });
-        context.restart();
-        context.run();
+        std::vector<Clock::duration> late;
+        for (int i = 0; i < SAMPLES; ++i) {
+            std::this_thread::sleep_for(PAUSE);
+            const Clock::time_point due = Clock::now() + DELAY;
+            arm();
+            g_HasFired.acquire();
+            late.push_back(g_Fired - due);
+        }
+        std::sort(late.begin(), late.end());
+        if (late.front() < Clock::duration::zero()) {
+            state.SkipWithError("a timer was early");
+        }
+        const auto index = static_cast<std::size_t>(share * SAMPLES);
+        state.SetIterationTime(std::chrono::duration<double>(late[index]).count());
     }
 }
+
+/// A timer of the kernel, and a thread that waits for it as long as the process runs.
+int CreateKernelTimer()
+{
+    const int file = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+    std::thread([file] {
+        std::uint64_t expiries = 0;
+        while (read(file, &expiries, sizeof expiries) == sizeof expiries) {
+            NoteFiring();
+        }
+    }).detach();
+    return file;
+}
+
+void AddLateness(const std::string& text, double share, double goal)
+{
+    const std::string operation = "lateness of a timer, " + text;
+    std::vector<Row*> rows = {
+        Ours(operation,
+             [share](benchmark::State& state) {
+                 constexpr unsigned char id = 12;
+                 static emsstandin::TaskManager* const manager =
+                     emsstandin::AddTaskManager(id, {DELAY, nullptr});
+                 EmsUtilTimerInterface functions = {[](void*) { NoteFiring(); }, nullptr, nullptr};
+                 manager->Start();
+                 MeasureLateness(state, share,
+                                 [&functions] { ScheduleEmsUtilTimer(id, functions, nullptr); });
+                 manager->Stop();
+             }),
+        Floor(operation, goal,
+              [share](benchmark::State& state) {
+                  static const int timer = CreateKernelTimer();
+                  const itimerspec spec{{}, {0, std::chrono::nanoseconds(DELAY).count()}};
+                  MeasureLateness(state, share,
+                                  [&spec] { timerfd_settime(timer, 0, &spec, nullptr); });
+              }),
+    };
+#ifdef BENCH_HAS_BOOST
+    rows.push_back(
+        Peer(operation, "boost::asio::steady_timer", 0, [share](benchmark::State& state) {
+            boost::asio::io_context context;
+            auto work = boost::asio::make_work_guard(context);
+            boost::asio::steady_timer timer(context);
+            std::thread thread([&context] { context.run(); });
+            MeasureLateness(state, share, [&timer] {
+                timer.expires_after(DELAY);
+                timer.async_wait([](const boost::system::error_code&) { NoteFiring(); });
+            });
+            work.reset();
+            thread.join();
+        }));
 #endif
+    for (Row* row : rows) {
+        row->Iterations(1)->UseManualTime();
+    }
+}
 
 } // namespace
 
-void MeasureTimers()
+void AddTimers()
 {
-    emsstandin::TaskManagerOptions options;
-    options.m_Unit = UNIT;
-    options.m_Clock = [] { return g_Clock; };
-    emsstandin::TaskManager& manager = *emsstandin::AddTaskManager(MANAGER, options);
-    manager.Start();
-
-    const auto name = [](const std::string& count) {
-        return "timer scheduled and fired, of " + count;
-    };
-    for (const auto& [count, text] :
-         {std::pair(1, "1"), std::pair(1000, "1,000"), std::pair(100000, "100,000")}) {
-        ACE_Timer_Heap heap;
-        std::vector<Row> rows = {
-            Ours([&manager, count = count](benchmark::State& state) {
-                Repeat(
-                    state, count,
-                    [](void* data) { ScheduleEmsUtilTimer(MANAGER, g_Functions, data); },
-                    [&manager] { manager.DeliverExpired(); });
-            }),
-            Floor([&heap, count = count](benchmark::State& state) {
-                Repeat(
-                    state, count, [&heap](void* data) { (new BareTimer(heap, data))->Arm(); },
-                    [&heap] { heap.expire(ToTimeValue(g_Clock)); });
-            }),
-        };
-        if (count == 1) {
-#ifdef BENCH_HAS_POCO
-            rows.push_back(Rival("Poco::Util::Timer", RepeatPoco));
-#endif
-#ifdef BENCH_HAS_BOOST
-            rows.push_back(Rival("boost::asio::steady_timer", RepeatAsio));
-#endif
-        }
-        Compare({name(text), 1.5, count == 1 ? Time::Wall : Time::Processor}, rows);
-    }
-    CompareGrowth(name("1,000"), name("100,000"), 5);
-    manager.Stop();
+    AddScheduling(1, "1");
+    AddScheduling(1000, "1,000");
+    AddScheduling(100000, "100,000");
+    AddLateness("median", 0.5, 1.3);
+    AddLateness("99th percentile", 0.99, 1.5);
 }
 
 } // namespace bench

@@ -8,7 +8,7 @@
 #include <ace/RW_Thread_Mutex.h>
 #include <ace/Thread_Mutex.h>
 
-#include "bench/compare.h"
+#include "bench/measure.h"
 #include "emsutil/transaction_log.h"
 
 using namespace NSQN_util;
@@ -21,155 +21,182 @@ using ReadGuard = ACE_Read_Guard<ACE_RW_Thread_Mutex>;
 using WriteGuard = ACE_Write_Guard<ACE_RW_Thread_Mutex>;
 using CountGuard = ACE_Guard<ACE_Thread_Mutex>;
 
-/// A log, with nothing around it.
+const std::string NAME = "request";
+
+/// What a log consists of, with nothing around it.
 struct BareLog
 {
-    std::map<std::pair<std::string, unsigned long>, QNTransactionBuffer*> buffers;
-    ACE_RW_Thread_Mutex bufferLock;
+    unsigned long handle = 0;
     int count = 1;
     int countOfExtra = 0;
     ACE_Thread_Mutex countLock;
-    unsigned long handle = 0;
+    std::map<std::pair<std::string, unsigned long>, QNTransactionBuffer*> buffers;
+    ACE_RW_Thread_Mutex bufferLock;
 };
 
-std::map<unsigned long, BareLog*> g_Logs;
+std::map<unsigned long, std::unique_ptr<BareLog>> g_Logs;
 ACE_RW_Thread_Mutex g_LogsLock;
 unsigned long g_nNextHandle = 1;
 
-BareLog* Make()
+BareLog& Create()
 {
-    auto* log = new BareLog;
+    auto log = std::make_unique<BareLog>();
     const WriteGuard guard(g_LogsLock);
-    while (g_Logs.contains(g_nNextHandle)) {
-        ++g_nNextHandle;
-    }
     log->handle = g_nNextHandle++;
-    g_Logs.emplace(log->handle, log);
+    return *g_Logs.emplace(log->handle, std::move(log)).first->second;
+}
+
+BareLog& Attach(unsigned long handle)
+{
+    const ReadGuard guard(g_LogsLock);
+    BareLog& log = *g_Logs.find(handle)->second;
+    const CountGuard counting(log.countLock);
+    ++log.count;
     return log;
 }
 
-BareLog* Attach(unsigned long handle)
-{
-    const ReadGuard guard(g_LogsLock);
-    const auto found = g_Logs.find(handle);
-    if (found == g_Logs.end()) {
-        return nullptr;
-    }
-    const CountGuard counting(found->second->countLock);
-    ++found->second->count;
-    return found->second;
-}
-
-void Detach(BareLog* log)
+void Detach(BareLog& log)
 {
     const WriteGuard guard(g_LogsLock);
-    int left = 0;
     {
-        const CountGuard counting(log->countLock);
-        left = --log->count;
-    }
-    if (left < 1) {
-        g_Logs.erase(log->handle);
-        {
-            const WriteGuard emptying(log->bufferLock);
-            for (auto& [key, buffer] : log->buffers) {
-                delete buffer;
-            }
-            log->buffers.clear();
+        const CountGuard counting(log.countLock);
+        if (--log.count > 0) {
+            return;
         }
-        delete log;
     }
+    {
+        const WriteGuard emptying(log.bufferLock);
+        log.buffers.clear();
+    }
+    g_Logs.erase(log.handle);
 }
 
-QNTransactionBuffer* Find(BareLog& log, const std::string& name, unsigned long number)
+void AddCreation()
 {
-    const ReadGuard guard(log.bufferLock);
-    const auto found = log.buffers.find(std::pair(name, number));
-    return found != log.buffers.end() ? found->second : nullptr;
-}
-
-void MeasureMaking()
-{
-    Compare({"log made and destroyed", 1.1}, {Ours([](benchmark::State& state) {
-                                                  for (auto _ : state) {
-                                                      const QNTransactionLog log;
-                                                  }
-                                              }),
-                                              Floor([](benchmark::State& state) {
-                                                  for (auto _ : state) {
-                                                      Detach(Make());
-                                                  }
-                                              })});
+    const std::string operation = "create and destroy a log";
+    Ours(operation, [](benchmark::State& state) {
+        unsigned long handle = 0;
+        Measure(
+            state, [&] { handle = QNTransactionLog().GetHandle(); }, [&] { return handle > 0; });
+    });
+    Floor(operation, 1.1, [](benchmark::State& state) {
+        unsigned long handle = 0;
+        Measure(
+            state,
+            [&] {
+                BareLog& log = Create();
+                handle = log.handle;
+                Detach(log);
+            },
+            [&] { return handle > 0 && g_Logs.empty(); });
+    });
 }
 
 /// Attaches to each log in turn, in an order that jumps.
-void MeasureAttaching(const std::string& count, const std::vector<unsigned long>& handles,
-                      const std::vector<unsigned long>& bareHandles)
+template <class AttachAndDetach>
+void MeasureAttaching(benchmark::State& state, const std::vector<unsigned long>& handles,
+                      AttachAndDetach attachAndDetach)
 {
-    const auto next = [](std::size_t index, std::size_t size) { return (index + 7919) % size; };
-    Compare({"log attached and destroyed, " + count + " logs", 1.1},
-            {Ours([&handles, next](benchmark::State& state) {
-                 std::size_t index = 0;
-                 for (auto _ : state) {
-                     const QNTransactionLog log(handles[index]);
-                     index = next(index, handles.size());
-                 }
-             }),
-             Floor([&bareHandles, next](benchmark::State& state) {
-                 std::size_t index = 0;
-                 for (auto _ : state) {
-                     Detach(Attach(bareHandles[index]));
-                     index = next(index, bareHandles.size());
-                 }
-             })});
+    std::size_t index = 0;
+    bool isAttached = false;
+    Measure(
+        state,
+        [&] {
+            isAttached = attachAndDetach(handles[index]);
+            index = (index + 7919) % handles.size();
+        },
+        [&] { return isAttached; });
 }
 
-void MeasureBuffers()
+void AddAttaching(std::size_t count, const std::string& text)
 {
-    QNTransactionLog log;
-    BareLog* const bare = Make();
-    for (unsigned long number = 0; number < 10; ++number) {
-        log.AddBuffer("request", number, new QNTransactionBuffer);
-        bare->buffers.emplace(std::pair("request", number), new QNTransactionBuffer);
-    }
-    const std::string name = "request";
-    Compare({"buffer look-up, 10 buffers", 1.1},
-            {Ours([&](benchmark::State& state) {
-                 unsigned long number = 0;
-                 for (auto _ : state) {
-                     benchmark::DoNotOptimize(log.GetBuffer(name, number++ % 10));
-                 }
-             }),
-             Floor([&](benchmark::State& state) {
-                 unsigned long number = 0;
-                 for (auto _ : state) {
-                     benchmark::DoNotOptimize(Find(*bare, name, number++ % 10));
-                 }
-             })});
-    Detach(bare);
+    const std::string operation = "attach to a log and detach, " + text + " logs";
+    Ours(operation, [count](benchmark::State& state) {
+        std::vector<std::unique_ptr<QNTransactionLog>> logs;
+        std::vector<unsigned long> handles;
+        while (logs.size() < count) {
+            logs.push_back(std::make_unique<QNTransactionLog>());
+            handles.push_back(logs.back()->GetHandle());
+        }
+        MeasureAttaching(state, handles, [](unsigned long handle) {
+            const QNTransactionLog log(handle);
+            return log.IsValid();
+        });
+    });
+    Floor(operation, 1.1, [count](benchmark::State& state) {
+        std::vector<unsigned long> handles;
+        while (handles.size() < count) {
+            handles.push_back(Create().handle);
+        }
+        MeasureAttaching(state, handles, [](unsigned long handle) {
+            BareLog& log = Attach(handle);
+            Detach(log);
+            return log.count == 1;
+        });
+        g_Logs.clear();
+    });
+}
+
+void AddBuffers()
+{
+    const std::string operation = "look up one of 10 buffers";
+    // `add(number, buffer)` and `get(number)`; all ten are one buffer.
+    const auto measure = [](benchmark::State& state, auto add, auto get) {
+        QNTransactionBuffer buffer;
+        for (unsigned long number = 0; number < 10; ++number) {
+            add(number, &buffer);
+        }
+        unsigned long number = 0;
+        QNTransactionBuffer* got = nullptr;
+        Measure(
+            state, [&] { benchmark::DoNotOptimize(got = get(number++ % 10)); },
+            [&] { return got == &buffer; });
+    };
+    Ours(operation, [measure](benchmark::State& state) {
+        QNTransactionLog log;
+        measure(
+            state, [&](unsigned long number, auto* buffer) { log.AddBuffer(NAME, number, buffer); },
+            [&](unsigned long number) { return log.GetBuffer(NAME, number); });
+        for (unsigned long number = 0; number < 10; ++number) {
+            log.RemoveBuffer(NAME, number);
+        }
+    });
+    Floor(operation, 1.1, [measure](benchmark::State& state) {
+        BareLog log;
+        measure(
+            state,
+            [&](unsigned long number, auto* buffer) {
+                log.buffers.emplace(std::pair(NAME, number), buffer);
+            },
+            [&](unsigned long number) {
+                const ReadGuard guard(log.bufferLock);
+                const auto found = log.buffers.find(std::pair(NAME, number));
+                return found != log.buffers.end() ? found->second : nullptr;
+            });
+    });
+    Ours("add and remove a buffer", [](benchmark::State& state) {
+        QNTransactionLog log;
+        QNTransactionBuffer buffer;
+        QNTransactionBuffer* removed = nullptr;
+        Measure(
+            state,
+            [&] {
+                log.AddBuffer(NAME, 1, &buffer);
+                removed = log.RemoveBuffer(NAME, 1);
+            },
+            [&] { return removed == &buffer; });
+    });
 }
 
 } // namespace
 
-void MeasureTransactionLogs()
+void AddTransactionLogs()
 {
-    MeasureMaking();
-    MeasureBuffers();
-    std::vector<std::unique_ptr<QNTransactionLog>> logs;
-    std::vector<unsigned long> handles;
-    std::vector<unsigned long> bareHandles;
-    for (const auto& [count, name] :
-         {std::pair(10u, "10"), std::pair(1000u, "1,000"), std::pair(100000u, "100,000")}) {
-        while (logs.size() < count) {
-            logs.push_back(std::make_unique<QNTransactionLog>());
-            handles.push_back(logs.back()->GetHandle());
-            bareHandles.push_back(Make()->handle);
-        }
-        MeasureAttaching(name, handles, bareHandles);
-    }
-    for (const unsigned long handle : bareHandles) {
-        Detach(g_Logs.at(handle));
-    }
+    AddCreation();
+    AddBuffers();
+    AddAttaching(10, "10");
+    AddAttaching(1000, "1,000");
+    AddAttaching(100000, "100,000");
 }
 
 } // namespace bench

@@ -7,9 +7,8 @@ set -u -o pipefail
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev)
 TEST_PACKAGES=(libgtest-dev dpkg-dev file)
 CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc)
-BENCH_PACKAGES=(libbenchmark-dev valgrind gnuplot-nox)
-PEER_PACKAGES=(libabsl-dev libboost-dev libconcurrentqueue-dev libfmt-dev libglib2.0-dev
-    libgoogle-glog-dev libpoco-dev libspdlog-dev)
+BENCH_PACKAGES=(libbenchmark-dev valgrind python3 gnuplot-nox)
+PEER_PACKAGES=(libabsl-dev libboost-dev libgoogle-glog-dev libpoco-dev libspdlog-dev libtbb-dev)
 
 fail() {
     echo "$script: $1" >&2
