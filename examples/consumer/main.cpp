@@ -1,10 +1,12 @@
-// Registers a command, runs it, and watches the thread that does; C++11 will do.
+// Registers a command, runs it, and watches the thread that does. It compiles as C++11.
 
 #include <cstdio>
+#include <cstring>
 
 #include <emsstandin/setup.h>
 #include <emsutil/general_command.h>
 #include <emsutil/thread_monitor.h>
+#include <emsutil/version.h>
 
 using namespace NSQN_EMSUTIL_AGENT;
 
@@ -18,12 +20,15 @@ int SetLevel(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 
 int main()
 {
+    if (std::strcmp(EmsUtilVersion(), EMSUTIL_VERSION) != 0)
+        std::puts("compiled with the headers of another version");
+
     emsstandin::SetDebugStream(stdout);
     EmsGeneralCmd cmd;
     cmd.name = "SetLevel";
     RegEmsUtilCmd registration(cmd.name, SetLevel);
     addGeneralCmd(cmd); // any thread
-    runGeneralCmd();    // the thread that drains
+    runGeneralCmd();    // the draining thread
 
     StatEmsThreadInfo();
     std::list<EmsThreadInfo> threads;

@@ -1,0 +1,33 @@
+#ifndef EMSUTIL_VERSION_H
+#define EMSUTIL_VERSION_H
+
+/// The version of emsutil: of the headers at compile time, of the library at run time.
+///
+///     if (std::strcmp(EmsUtilVersion(), EMSUTIL_VERSION) != 0)
+///         std::puts("compiled with the headers of another version");
+///
+/// Thread safety: any thread may call EmsUtilVersion() at any time, from anywhere; it never waits.
+/// Ownership: the text belongs to the library and is valid until the library is unloaded.
+/// Errors: EmsUtilVersion() cannot fail.
+
+#include "emsutil/export.h"
+
+// These are the numbers of project() in CMakeLists.txt: the library does not compile with others.
+#define EMSUTIL_VERSION "1.0.0" ///< the version of these headers
+#define EMSUTIL_VERSION_MAJOR 1 ///< its first number
+#define EMSUTIL_VERSION_MINOR 0 ///< its second number
+#define EMSUTIL_VERSION_PATCH 0 ///< its third number
+
+/// The version of these headers as one number, for #if: 10203 is 1.2.3.
+#define EMSUTIL_VERSION_NUMBER                                                                     \
+    (EMSUTIL_VERSION_MAJOR * 10000 + EMSUTIL_VERSION_MINOR * 100 + EMSUTIL_VERSION_PATCH)
+
+namespace NSQN_EMSUTIL_AGENT {
+
+/// Returns the version of the library that the process runs with, such as "1.0.0". It differs from
+/// EMSUTIL_VERSION if the calling code was compiled with the headers of another version.
+EMSUTIL_API const char* EmsUtilVersion();
+
+} // namespace NSQN_EMSUTIL_AGENT
+
+#endif
