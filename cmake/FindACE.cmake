@@ -1,5 +1,5 @@
 # Finds ACE, which has no CMake package of its own, and defines the target ACE::ACE.
-# pkg-config tells where it is and which version; without pkg-config the usual folders are searched.
+# pkg-config knows its directories; without pkg-config the usual directories are searched.
 
 find_package(PkgConfig QUIET)
 if(PkgConfig_FOUND)
@@ -18,7 +18,9 @@ endif()
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(ACE
     REQUIRED_VARS ACE_LIBRARY ACE_INCLUDE_DIR
-    VERSION_VAR ACE_VERSION)
+    VERSION_VAR ACE_VERSION
+    REASON_FAILURE_MESSAGE
+"On Debian, install libace-dev. For an ACE elsewhere, set ACE_INCLUDE_DIR to the directory of ace/ACE.h and ACE_LIBRARY to the library's file, or add the directory of ACE.pc to the environment variable PKG_CONFIG_PATH.")
 mark_as_advanced(ACE_INCLUDE_DIR ACE_LIBRARY)
 
 if(ACE_FOUND AND NOT TARGET ACE::ACE)

@@ -1,12 +1,21 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # used by, and set by, the scripts that source this
-# What ./demo, ./check, .ci/run and the scripts in bench/ have in common. A script sets `script`, its
-# name in messages, and `folder`, its build folder, and sources this from the repository's root.
+# What ./demo, ./check, .ci/run and the scripts in tools/ and bench/ have in common. A script sets
+# `script`, its name in messages, and `preset`, what it configures (CMakePresets.json), and sources
+# this from the repository's root. The build directory of the preset is then in `folder`.
 
 set -u -o pipefail
 
+use_preset() {
+    preset=$1
+    folder=${EMSUTIL_BUILD_DIR:-build}/$preset
+}
+
+use_preset "$preset"
+
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev)
 TEST_PACKAGES=(libgtest-dev dpkg-dev file)
-CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc)
+CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc lintian)
+COMPILER_PACKAGES=(g++-11 g++-12 clang-14 clang-16 clang-19)
 BENCH_PACKAGES=(libbenchmark-dev valgrind python3 gnuplot-nox)
 PEER_PACKAGES=(libabsl-dev libboost-dev libgoogle-glog-dev libpoco-dev libspdlog-dev libtbb-dev)
 
@@ -15,14 +24,15 @@ fail() {
     exit 1
 }
 
-# step TEXT COMMAND...: says TEXT and runs the command. What it prints goes into a log, named after
-# the first word of TEXT, and is shown only when the command fails.
+# step TEXT COMMAND...: prints TEXT and runs the command. Its output goes into a log, named after the
+# first word of TEXT, and is shown only if the command fails.
 step() {
     local text=$1 log=$folder/${1%% *}.log started=$SECONDS
     shift
-    mkdir -p "$folder" || fail "the folder $folder cannot be made"
+    mkdir -p "$folder" ||
+        fail "the directory $folder cannot be created; EMSUTIL_BUILD_DIR may name another one for it"
     printf '%s: %s' "$script" "$text"
-    # Whoever waits at a terminal sees the line first and the time when it is over.
+    # A terminal shows the line at once, and behind it the time that the step took.
     [ -t 1 ] || echo
     if ! "$@" >"$log" 2>&1; then
         [ ! -t 1 ] || echo
@@ -57,12 +67,12 @@ need() {
 
 install_packages() {
     local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get)
-    # One source of several that cannot be reached is no reason to stop: the install decides.
+    # If a source of several cannot be reached, the installation may succeed all the same.
     "${apt[@]}" update
     "${apt[@]}" install --yes --no-install-recommends "${missing[@]}"
 }
 
-# Without Debian's packages only commands can be looked for; CMake tells which library is missing.
+# Without Debian's packages only commands can be looked for; CMake names a missing library.
 need_commands() {
     local package command missing=()
     for package; do
@@ -80,8 +90,8 @@ need_commands() {
 }
 
 configure() {
-    cmake -S . -B "$folder" -G Ninja "$@" && return
-    echo "Remove $folder if it is of another source folder or of another generator."
+    cmake --preset "$preset" -B "$folder" "$@" && return
+    echo "Remove $folder if another source directory or another generator has used it."
     return 1
 }
 
@@ -89,8 +99,8 @@ build() {
     cmake --build "$folder"
 }
 
-# run_tests TEXT [OPTIONS]: says TEXT and runs every test, with ctest's OPTIONS. Of what ctest prints
-# the closing lines and the output of a failed test are shown; all of it is in the log.
+# run_tests TEXT [OPTIONS]: prints TEXT and runs every test, with ctest's OPTIONS. It shows the closing
+# lines of ctest and the output of a failed test; the log has all of it.
 run_tests() {
     local text=$1 log=$folder/testing.log
     shift
