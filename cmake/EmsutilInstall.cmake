@@ -1,6 +1,6 @@
-# What is installed, in two components: Runtime has the shared libraries, Development all that a host
-# is built with, and emshost, as a package of shared libraries has no programs. The install folders may
-# be relative, and the tree can then be moved, or absolute.
+# What is installed, in two components: Runtime has the shared libraries, Development what a host is built
+# with, and emshost, because a package of shared libraries has no programs. If the install directories
+# are relative, the installed tree can be moved; they may be absolute, too.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -23,7 +23,7 @@ if(EMSUTIL_BUILD_HOST)
         COMPONENT Development)
 endif()
 
-# Outside the dynamic linker's own folders too, what is installed finds the libraries beside it.
+# What is installed finds the libraries beside it, also outside the dynamic linker's own directories.
 if(NOT DEFINED CMAKE_INSTALL_RPATH)
     file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
     set_property(TARGET emsutil PROPERTY INSTALL_RPATH "\$ORIGIN")
@@ -33,39 +33,46 @@ if(NOT DEFINED CMAKE_INSTALL_RPATH)
 endif()
 
 # find_package(emsutil)
-set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/emsutil")
+set(package_directory "${CMAKE_INSTALL_LIBDIR}/cmake/emsutil")
 configure_package_config_file(cmake/emsutil-config.cmake.in emsutil-config.cmake
-    INSTALL_DESTINATION "${package_folder}"
+    INSTALL_DESTINATION "${package_directory}"
     NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(emsutil-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
         "${CMAKE_CURRENT_BINARY_DIR}/emsutil-config.cmake"
         "${CMAKE_CURRENT_BINARY_DIR}/emsutil-config-version.cmake"
         cmake/FindACE.cmake
-    DESTINATION "${package_folder}"
+    DESTINATION "${package_directory}"
     COMPONENT Development)
 install(EXPORT emsutil
     NAMESPACE emsutil::
     FILE emsutil-targets.cmake
-    DESTINATION "${package_folder}"
+    DESTINATION "${package_directory}"
     COMPONENT Development)
 
-# pkg-config. A relative folder is told from where the file itself lies, but for the system's, which
-# pkg-config leaves out when it knows them by their names.
-set(pc_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+# pkg-config. A relative directory is written relative to the file itself, except in the system's
+# directories, which pkg-config omits if it knows them by their names. Blanks and the like are escaped.
+function(emsutil_escape variable path)
+    string(REGEX REPLACE "([^-A-Za-z0-9_+=:,./~@%])" "\\\\\\1" escaped "${path}")
+    set(${variable} "${escaped}" PARENT_SCOPE)
+endfunction()
+
+set(pc_directory "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-    set(pc_prefix "${CMAKE_INSTALL_PREFIX}")
+    emsutil_escape(pc_prefix "${CMAKE_INSTALL_PREFIX}")
 else()
-    file(RELATIVE_PATH pc_to_prefix "/${pc_folder}" /)
+    file(RELATIVE_PATH pc_to_prefix "/${pc_directory}" /)
     string(REGEX REPLACE "/$" "" pc_prefix "\${pcfiledir}/${pc_to_prefix}")
 endif()
-foreach(folder IN ITEMS LIBDIR INCLUDEDIR)
-    set(pc_${folder} "\${prefix}")
-    cmake_path(APPEND pc_${folder} "${CMAKE_INSTALL_${folder}}")
+foreach(directory IN ITEMS LIBDIR INCLUDEDIR)
+    emsutil_escape(pc_${directory} "${CMAKE_INSTALL_${directory}}")
+    if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_${directory}}")
+        string(PREPEND pc_${directory} "\${prefix}/")
+    endif()
 endforeach()
 foreach(package IN ITEMS emsutil emsplatform)
     configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
     install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${package}.pc"
-        DESTINATION "${pc_folder}"
+        DESTINATION "${pc_directory}"
         COMPONENT Development)
 endforeach()

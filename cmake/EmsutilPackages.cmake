@@ -1,5 +1,5 @@
-# Debian packages: cpack in a build folder makes one of each component. Configure with
-# CMAKE_INSTALL_PREFIX=/usr, for the folders that Debian has there.
+# Debian packages: cpack in a build directory creates one of each component. The preset `packages`
+# configures that directory, with the flags that Debian's packages are compiled with.
 
 set(runtime libemsutil${EMSUTIL_SOVERSION})
 set(CPACK_GENERATOR DEB)
@@ -11,7 +11,7 @@ set(CPACK_COMPONENTS_ALL Runtime Development)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# of emshost, which needs libraries that no package has yet
+# for emshost, which needs libraries that no package has yet
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}" "${PROJECT_BINARY_DIR}/platform")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
@@ -22,7 +22,8 @@ logs and a lock error manager, shared by the modules of a process.\n\n")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers"
+    "${PROJECT_BINARY_DIR}/symbols")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "${description}This package has the shared libraries: emsutil's, and the stand-in platform's.")
 
@@ -33,16 +34,11 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "${description}This package has the headers, the files for CMake and pkg-config, and emshost,
 a host process that plays command scripts.")
 
-# Debian's own files, which a plain cmake --install leaves out.
 execute_process(COMMAND gzip -9nc "${PROJECT_SOURCE_DIR}/cmake/debian/changelog"
     OUTPUT_FILE "${PROJECT_BINARY_DIR}/changelog.gz"
     COMMAND_ERROR_IS_FATAL ANY)
-foreach(component IN LISTS CPACK_COMPONENTS_ALL)
-    string(TOUPPER ${component} COMPONENT)
-    install(FILES cmake/debian/copyright "${PROJECT_BINARY_DIR}/changelog.gz"
-        DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME}"
-        COMPONENT ${component}
-        EXCLUDE_FROM_ALL)
-endforeach()
+set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/debian/complete_packages.cmake")
+set(CPACK_PROJECT_DIR "${PROJECT_SOURCE_DIR}")
+set(CPACK_BUILD_DIR "${PROJECT_BINARY_DIR}")
 
 include(CPack)

@@ -1,8 +1,8 @@
 # Outside projects on what is installed. There is a tree of each linkage: that of this build, installed
-# into relative folders, and the other one, built anew and installed into absolute folders.
+# into relative directories, and the other one, built anew and installed into absolute directories.
 
 set(consumer "${PROJECT_SOURCE_DIR}/examples/consumer")
-set(trees "${CMAKE_CURRENT_BINARY_DIR}/trees")
+set(trees "${CMAKE_CURRENT_BINARY_DIR}/trees (x86) & co") # a path that users have, too
 if(BUILD_SHARED_LIBS)
     set(own shared)
     set(other static)
@@ -12,7 +12,8 @@ else()
 endif()
 string(COMPARE EQUAL ${other} shared other_is_shared)
 
-# Configures and builds a project in a folder of the test's name; more options may say what is run then.
+# Configures and builds a project in a directory of the test's name; more options may name what is run
+# then.
 function(emsutil_add_build_test name source)
     add_test(NAME ${name}
         COMMAND ${CMAKE_CTEST_COMMAND} --build-and-test "${source}" "${CMAKE_CURRENT_BINARY_DIR}/${name}"
@@ -20,7 +21,7 @@ function(emsutil_add_build_test name source)
     set_tests_properties(${name} PROPERTIES LABELS install)
 endfunction()
 
-# Nothing of an earlier run makes up for what is no longer installed.
+# A file that is no longer installed must not be left from an earlier run.
 add_test(NAME install.clean COMMAND "${CMAKE_COMMAND}" -E rm -rf "${trees}")
 set_tests_properties(install.clean PROPERTIES LABELS install FIXTURES_SETUP clean)
 
@@ -45,10 +46,11 @@ foreach(linkage IN ITEMS shared static)
         --build-options ${compiler} "-DCMAKE_PREFIX_PATH=${trees}/${linkage}"
         --test-command consumer)
 
-    # As old as a host may be.
+    # With the oldest standard that a host may have. xargs reads the escapes that pkg-config writes.
     add_test(NAME consumer.pkg-config.${linkage}
-        COMMAND sh -ec "eval \"'${CMAKE_CXX_COMPILER}' -std=c++11 -o consumer.${linkage} '${consumer}/main.cpp' \
-            $(pkg-config --cflags --libs emsutil)\" && ./consumer.${linkage}")
+        COMMAND sh -ec "pkg-config --cflags --libs emsutil >flags.${linkage}
+            xargs \"$1\" -std=c++11 -o consumer.${linkage} \"$2\" <flags.${linkage}
+            ./consumer.${linkage}" sh "${CMAKE_CXX_COMPILER}" "${consumer}/main.cpp")
     set_tests_properties(consumer.pkg-config.${linkage} PROPERTIES
         LABELS install
         ENVIRONMENT "PKG_CONFIG_PATH=${trees}/${linkage}/lib/pkgconfig;LD_LIBRARY_PATH=${trees}/${linkage}/lib")

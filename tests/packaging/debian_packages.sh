@@ -20,3 +20,7 @@ library=$(find "$3/root/usr/lib" -name "libemsutil.so.*.*")
 id=$(readelf -n "$library" | sed -n 's/.*Build ID: \(..\)/\1\//p')
 dpkg-deb -c "$3"/libemsutil[0-9]*-dbgsym_*.ddeb | grep -F "/usr/lib/debug/.build-id/$id.debug"
 readelf -S "$3/root/usr/lib/debug/.build-id/$id.debug" | grep -F .debug_info
+
+# A program that is linked with the library gets its dependency from the symbols file.
+dpkg-deb -I "$3"/libemsutil1_*.deb symbols | grep -F EmsUtilVersion
+find "$3/root/usr/share/doc" -name copyright -exec grep -l 'No licence has been chosen' {} + | grep -c . | grep -xF 2
