@@ -13,5 +13,5 @@ int main()
     cmd.name = "SetLevel";
     RegEmsUtilCmd registration(cmd.name, SetLevel);
     addGeneralCmd(cmd); // any thread
-    runGeneralCmd();    // the thread that drains: prints ":SetLevel={objs={},nvtps={}};"
+    runGeneralCmd();    // the draining thread: prints ":SetLevel={objs={},nvtps={}};"
 }

@@ -1,10 +1,11 @@
 #!/bin/sh
-# guide_output.sh GUIDE EXAMPLE PROGRAM
+# guide_output.sh GUIDE EXAMPLE PROGRAM [LINES]
 #
-# Runs the program in an empty folder. It prints what the guide shows in the first block marked text
-# after its link to the example, but for times and thread ids.
+# Runs the program in an empty directory. It prints what the guide shows in the first block marked text
+# after its link to the example, except times and thread ids. With LINES it gets SIGTERM once it has
+# printed that many.
 
-guide=$1 example=$2 program=$3
+guide=$1 example=$2 program=$3 lines=$4
 folder=$(mktemp -d) || exit 1
 trap 'rm -rf "$folder"' EXIT
 cd "$folder" || exit 1
@@ -15,7 +16,15 @@ masked() {
         s/^(used time\(ms\): )[0-9]+$/\1#/'
 }
 
-"$program" >printed 2>&1 || echo "exit status $?" >>printed
+mkfifo output
+"$program" >output 2>&1 &
+count=0
+while IFS= read -r line; do
+    echo "$line"
+    count=$((count + 1))
+    [ "$count" != "$lines" ] || kill -TERM $!
+done <output >printed
+wait $! || echo "exit status $?" >>printed
 masked <printed >is
 awk -v link="](../$example)" '
     index($0, link) { linked = 1 }
