@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <string_view>
 
 #include <emsstandin/task_manager.h>
 
@@ -13,6 +14,7 @@
 #include "agent/emsutil_util_timer.h"
 #include "emsutil/diagnostics.h"
 #include "emsutil/lock_error_manager.h"
+#include "emsutil/version.h"
 #include "tests/support/expose.h"
 #include "tests/support/test_platform.h"
 #include "util/translog.h"
@@ -238,6 +240,8 @@ std::vector<Operation> AllOperations()
          .tolerates = {READ_LOCK}}, // of the debug interface
         {.covers = {"StatEmsThreadInfo()"}, .when = "without records", .run = StatEmsThreadInfo,
          .leaves = State{.lines = {"Ems Thread Information"}}, .tolerates = {READ_LOCK}},
+        {.covers = {"EmsUtilVersion()"},
+         .run = [] { return EMSUTIL_VERSION == std::string_view(EmsUtilVersion()); }, .returns = 1},
         {.covers = {"ReadMsgHandleModeSwitcher()"},
          .run = ReadMsgHandleModeSwitcher, .returns = 0, .refused = 1},
 
