@@ -13,14 +13,15 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// The process's command registry: the handlers by name, and the queue of commands that wait.
+/// The process's command registry: the handlers by name, and the queue of pending commands.
 ///
-/// The instance lives until the process ends; what is queued then is neither run nor freed. The
-/// queue has locks of its own, taken with no other lock held.
+/// The instance exists until the process ends. Commands that are queued then are neither run nor
+/// freed. The queue has its own locks, which are taken with no other lock held.
 class EmsGeneralCmdMgr
 {
 public:
-    /// The one instance, made on first use; null when ACE's lock for static objects fails.
+    /// Returns the instance, and creates it on first use. Returns null when ACE's lock for static
+    /// objects fails.
     static EmsGeneralCmdMgr* Instance();
 
     EmsGeneralCmdMgr();
@@ -35,7 +36,7 @@ public:
     void Drain();
 
 private:
-    /// The handler of `name`, or null: also when the lock cannot be taken.
+    /// Returns the handler of `name`, or null, also when the lock cannot be taken.
     EmsGeneralCmdHandler FindHandler(const std::string& name);
 
     std::unique_ptr<ACE_Message_Queue<ACE_MT_SYNCH>> m_pCmdQueue; // constant after construction

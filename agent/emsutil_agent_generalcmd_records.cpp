@@ -6,8 +6,8 @@ namespace NSQN_EMSUTIL_AGENT {
 
 namespace {
 
-// The text forms are appended into one string, so that a command of any size costs one pass.
-// A text field goes in as its characters up to the first NUL.
+// The text forms are appended to one string, so that a command of any size takes one pass. A text
+// field is appended up to its first NUL.
 
 void Append(std::string& text, const EmsNameAndValueStringTypePair& pair)
 {
@@ -82,7 +82,7 @@ std::string TextForm(const Record& record)
 
 } // namespace
 
-// Every copy constructor starts from the empty record and assigns, so that copying has one meaning.
+// Every copy constructor creates an empty record and assigns to it, so a copy has one meaning.
 
 EmsNameAndValueStringTypePair::EmsNameAndValueStringTypePair() : rtype(NVTP_TYPE_STRING) {}
 

@@ -10,25 +10,26 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// Copies the named values of `pInfo` into the record, over those of the same name.
+/// Copies the named values of `pInfo` into the record. A value replaces one of the same name.
 void MergeInfoMap(EmsThreadInfo& info, const EmsThreadInfoMap* pInfo);
 
-/// The process's records of its monitored threads; lives until the process ends.
+/// The process's records of its monitored threads. The instance exists until the process ends.
 ///
 /// Lock order: m_ThreadInfoLock before m_ReportThreadLock.
 class EmsThreadInfoMgr
 {
 public:
-    /// The one instance, made on first use; null when ACE's lock for static objects fails.
+    /// Returns the instance, and creates it on first use. Returns null when ACE's lock for static
+    /// objects fails.
     static EmsThreadInfoMgr* Instance();
 
     /// Applies an entry (`info.m_nStatus` 1) or an exit (0) at `info.m_StartTime` to the record of
-    /// its thread. `info` becomes the record of a thread that has none, and may be changed.
+    /// its thread. The first entry copies `info` into a new record, and may change `info`.
     void UpdateThreadInfo(EmsThreadInfo& info, const EmsThreadInfoMap* pInfo);
 
     bool IsTimeout(long seconds);
     bool IsReport(unsigned long threadId);
-    /// Appends the lines of every record. False, with nothing appended, without the lock.
+    /// Appends the lines of every record. Returns false, and appends nothing, without the lock.
     bool AppendStatistics(std::string& text);
     void GetAll(std::list<EmsThreadInfo>& infos);
     void GetOverdue(std::list<EmsThreadInfo>& infos, long seconds);

@@ -22,11 +22,11 @@ namespace {
 
 constexpr int LONGEST_MESSAGE = 511;
 constexpr int REPORT_FILE_MODE = 0644;
-constexpr std::size_t CTIME_SIZE = 26; // what ctime_r asks for
+constexpr std::size_t CTIME_SIZE = 26; // bytes that ctime_r needs
 
 constinit EmsUtilReportFile* g_pReportFile = nullptr;
 
-/// Once: an entry that does not fit on the disk stays short.
+/// Writes once: an entry that does not fit on the disk stays short.
 void Append(ACE_HANDLE file, std::string_view text)
 {
     [[maybe_unused]] const ssize_t written = write(file, text.data(), text.size());
@@ -62,7 +62,7 @@ void EmsUtilReportFile::Write(const char* format, va_list arguments, bool withTi
     if (length < 1 || length > LONGEST_MESSAGE) {
         return;
     }
-    const CancellationOff uncancelled; // between open and close a thread must not go
+    const CancellationOff uncancelled; // a cancelled thread would leave the file open
     const ACE_Guard<ACE_Thread_Mutex> guard(m_Mutex);
     if (!guard.locked()) {
         return;

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t LONGEST_DESCRIPTION = 511;
 
-/// Whole milliseconds since the epoch; 0 when the clock fails.
+/// Returns whole milliseconds since the epoch, or 0 when the clock fails.
 double GetCurrentTimeMs()
 {
     timeval now{};
@@ -69,7 +69,7 @@ AgentTimeGuard::~AgentTimeGuard()
             debug->DebugPrint(1, "used time(ms): %d\n", ElapsedMs(m_dBeginTime, m_dEndTime));
         }
     } catch (...) {
-        // A destructor has nobody to tell.
+        // A destructor must not throw.
     }
 }
 
