@@ -18,7 +18,7 @@
 #define EMSUTIL_VERSION_MINOR 0 ///< its second number
 #define EMSUTIL_VERSION_PATCH 0 ///< its third number
 
-/// The version of these headers as one number, for #if: 10203 is 1.2.3.
+/// The version of these headers as one number for the preprocessor to compare: 10203 is 1.2.3.
 #define EMSUTIL_VERSION_NUMBER                                                                     \
     (EMSUTIL_VERSION_MAJOR * 10000 + EMSUTIL_VERSION_MINOR * 100 + EMSUTIL_VERSION_PATCH)
 
