@@ -17,8 +17,8 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(description
-"General commands, diagnostics, a thread monitor, one-shot timers, transaction
-logs and a lock error manager, shared by the modules of a process.\n\n")
+"Services that the modules of a process share, from general commands to
+transaction logs.\n\n")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)

@@ -1,4 +1,5 @@
 #!/bin/sh
+# shellcheck disable=SC2046,SC2086 # names have no blanks, and each is an argument of its own
 # complete.sh SOURCES BUILD
 #
 # What is named in several files is named in all of them: a new source in a target, a new header in the
@@ -36,14 +37,18 @@ headers=$(cd include && ls emsutil/*.h)
 missing README.md $(absent README.md $headers $(cd platform/include && ls ems*/*.h))
 for header in $headers; do
     case $header in */export.h | */version.h) continue ;; esac
-    grep -qF "<$header>" examples/guide/*.cpp || missing 'no program of the guide includes it' "$header"
+    service=$(basename "$header" .h)
+    for file in "tests/library/${service}_test.cpp" "bench/${service}_bench.cpp"; do
+        [ -f "$file" ] || missing "the service $service" "$file"
+    done
+    grep -qF "<$header>" "examples/guide/$service"*.cpp 2>/dev/null || missing "the service $service" examples/guide
 done
 missing tests/packaging/layout.cpp \
     $(absent tests/packaging/layout.cpp $(sed -nE 's/^class EMSUTIL_API ([A-Za-z]+)$/::\1)/p' include/emsutil/*.h))
 missing docs/design.md \
     $(absent docs/design.md $(sed -nE 's/^    ACE_[A-Za-z_]*Mutex ([A-Za-z_]+);.*/\1/p' agent/*.h util/*.h))
 
-for script in $(cd examples && ls *.ems); do
+for script in $(cd examples && ls -- *.ems); do
     [ "$script" = tour.ems ] || grep -qF "$script" examples/*.ems || missing 'no script runs it' "$script"
 done
 
