@@ -7,7 +7,7 @@ set(CPACK_PACKAGE_CONTACT "emsutil developers <emsutil@example.org>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 # Strips what the packages have; what gdb reads goes into a package NAME-dbgsym for each.
 set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
-set(CPACK_COMPONENTS_ALL Runtime Development)
+set(CPACK_COMPONENTS_ALL Runtime Development Tools)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -33,6 +33,13 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime} (= ${PROJECT_VERSION}),
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "${description}This package has the headers, the files for CMake and pkg-config, and emshost,
 a host process that plays command scripts.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME emsutil-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "gdb (>= 12), ${runtime}-dbgsym (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+"${description}This package has emsutil-inspect, which looks into a process that hangs, or its core.")
 
 execute_process(COMMAND gzip -9nc "${PROJECT_SOURCE_DIR}/cmake/debian/changelog"
     OUTPUT_FILE "${PROJECT_BINARY_DIR}/changelog.gz"

@@ -13,8 +13,9 @@ use_preset() {
 use_preset "$preset"
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev)
-TEST_PACKAGES=(libgtest-dev dpkg-dev file)
-CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc lintian)
+TEST_PACKAGES=(libgtest-dev dpkg-dev file gdb)
+CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc lintian
+    flake8)
 COMPILER_PACKAGES=(g++-11 g++-12 clang-14 clang-16 clang-19)
 BENCH_PACKAGES=(libbenchmark-dev valgrind python3 gnuplot-nox)
 PEER_PACKAGES=(libabsl-dev libboost-dev libgoogle-glog-dev libpoco-dev libspdlog-dev libtbb-dev)

@@ -1,4 +1,4 @@
-# cpack runs this when the files of both packages are in place.
+# cpack runs this when the files of all packages are in place.
 
 # Debian wants these documents in each package; a plain cmake --install does not install them.
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)

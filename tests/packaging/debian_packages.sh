@@ -21,6 +21,10 @@ id=$(readelf -n "$library" | sed -n 's/.*Build ID: \(..\)/\1\//p')
 dpkg-deb -c "$3"/libemsutil[0-9]*-dbgsym_*.ddeb | grep -F "/usr/lib/debug/.build-id/$id.debug"
 readelf -S "$3/root/usr/lib/debug/.build-id/$id.debug" | grep -F .debug_info
 
+# gdb loads the script with the library by the path of both.
+[ -e "$3/root/usr/share/gdb/auto-load${library#"$3/root"}-gdb.py" ]
+"$3/root/usr/bin/emsutil-inspect" 99999999 2>&1 | grep -F 'there is no such process'
+
 # A program that is linked with the library gets its dependency from the symbols file.
 dpkg-deb -I "$3"/libemsutil1_*.deb symbols | grep -F EmsUtilVersion
-find "$3/root/usr/share/doc" -name copyright -exec grep -l 'No licence has been chosen' {} + | grep -c . | grep -xF 2
+find "$3/root/usr/share/doc" -name copyright -exec grep -l 'No licence has been chosen' {} + | grep -c . | grep -xF 3
