@@ -32,6 +32,8 @@ function(emsutil_configure_library target exports)
         VERSION ${PROJECT_VERSION}
         SOVERSION ${EMSUTIL_SOVERSION}
         LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${exports}")
-    target_link_options(${target} PRIVATE
+    # It keeps what belongs to the process, and threads and exit handlers may still run its code, so
+    # a plugin that brought it in must not take it away when it is closed.
+    target_link_options(${target} PRIVATE "LINKER:-z,nodelete"
         "LINKER:--version-script=${CMAKE_CURRENT_SOURCE_DIR}/${exports}")
 endfunction()
