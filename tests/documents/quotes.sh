@@ -1,9 +1,9 @@
 #!/bin/sh
 # quotes.sh DOCUMENT PROGRAM...
 #
-# Whatever code the document has stands, but for white space, in one of the programs, which are
-# compiled: in a .md file each block marked cpp or cmake, in a header each paragraph of the example
-# that it opens with.
+# All code of the document is in one of the programs, which are compiled, except for white space. The
+# code is, in a .md file, each block marked cpp or cmake, and in a header each paragraph of the example
+# at its top.
 
 document=$1
 shift
