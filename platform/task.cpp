@@ -1,6 +1,7 @@
 #include "emsplatform/task.h"
 
-#include "emsstandin/task_manager.h"
+#include <atomic>
+
 #include "platform/task_store.h"
 
 namespace {
@@ -9,19 +10,15 @@ constexpr int STATE_FINISHED = 3;
 
 } // namespace
 
-eKorTask::eKorTask(eKorTaskMgr* taskMgr, const char* name) : m_pTaskMgr(taskMgr), m_pName(name) {}
+eKorTask::eKorTask(eKorTaskMgr* taskMgr, const char* name)
+    : m_pState(std::make_unique<State>(*this, *taskMgr, name))
+{}
 
 eKorTask::~eKorTask()
 {
-    // The manager has let go of what it destroys; this is for a task that its maker destroys.
-    if (m_ppInserted != nullptr || m_bFinished || m_pIntervals != nullptr) {
-        Store().Forget(*this);
+    if (m_pState->m_bKnown) { // not destroyed by the manager
+        m_pState->m_Store.Forget(*m_pState);
     }
-}
-
-emsstandin::TaskStore& eKorTask::Store() const
-{
-    return static_cast<emsstandin::TaskManager*>(m_pTaskMgr)->Store();
 }
 
 void eKorTask::InitTaskCmdReqProcess(CmdMSG*) {}
@@ -30,18 +27,18 @@ void eKorTask::eKorTaskTimeInterval(long) {}
 
 long eKorTask::SetTaskTimeInterval(unsigned int interval)
 {
-    return Store().Arm(*this, interval);
+    return m_pState->m_Store.Arm(*m_pState, interval);
 }
 
 void eKorTask::DelTaskTimeInterval(long id)
 {
-    Store().Disarm(*this, id);
+    m_pState->m_Store.Disarm(*m_pState, id);
 }
 
 void eKorTask::eKorSetTaskState(int state)
 {
     if (state == STATE_FINISHED) {
-        Store().Finish(*this);
+        m_pState->m_Store.Finish(*m_pState);
     }
 }
 
@@ -53,13 +50,15 @@ void eKorGnlTask::HandleNoAsn1Msg(QNCmdMsg*) {}
 
 PSyncHelp::~PSyncHelp() = default;
 
-unsigned long eKorTaskMgr::AllocReqID(eKorTask* task)
+unsigned long eKorTaskMgr::AllocReqID(eKorTask*)
 {
-    return static_cast<emsstandin::TaskManager*>(this)->Store().AllocReqID(*task);
+    static std::atomic<unsigned long> last = 0;
+    return ++last;
 }
 
 int eKorTaskMgr::TMInitInsertTask(eKorTask* task)
 {
-    static_cast<emsstandin::TaskManager*>(this)->Store().Insert(*task);
+    eKorTask::State& state = eKorTask::State::Of(*task);
+    state.m_Store.Insert(state);
     return 0;
 }

@@ -104,7 +104,17 @@ void TaskManager::Start()
     m_pStore->Begin();
     if (m_pTimer != nullptr) {
         try {
-            m_Thread = std::thread(&TaskManager::Run, this);
+            m_Thread = std::thread([this] {
+                try {
+                    while (m_pStore->IsRunning()) {
+                        m_pTimer->Wait();
+                        m_pStore->Deliver();
+                    }
+                } catch (...) {
+                    m_pStore->End(); // an event has ended the thread: it may be started again
+                    throw;
+                }
+            });
         } catch (...) {
             m_pStore->End();
             throw;
@@ -129,19 +139,6 @@ void TaskManager::Stop()
 std::size_t TaskManager::DeliverExpired()
 {
     return m_pStore->Deliver();
-}
-
-void TaskManager::Run()
-{
-    try {
-        while (m_pStore->IsRunning()) {
-            m_pTimer->Wait();
-            m_pStore->Deliver();
-        }
-    } catch (...) {
-        m_pStore->End(); // an event has ended the thread: it may be started again
-        throw;
-    }
 }
 
 namespace {

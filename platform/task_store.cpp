@@ -8,35 +8,26 @@
 #include <cxxabi.h>
 
 #include "emsplatform/debug_interface.h"
+#include "emsstandin/task_manager.h"
+
+eKorTask::State::State(eKorTask& task, eKorTaskMgr& manager, const char* name)
+    : m_Task(task), m_Store(emsstandin::TaskStore::Of(manager)), m_pName(name)
+{}
 
 namespace emsstandin {
 
 namespace {
 
-using std::chrono::microseconds;
-using std::chrono::seconds;
-
-ACE_Time_Value ToTimeValue(microseconds time)
+/// Calls the event, which may destroy the task. Writes a line when the event throws.
+void Notify(eKorTask::State& state, long id)
 {
-    const auto whole = std::chrono::floor<seconds>(time);
-    return ACE_Time_Value(whole.count(), (time - whole).count());
-}
-
-microseconds FromTimeValue(const ACE_Time_Value& time)
-{
-    return seconds(time.sec()) + microseconds(time.usec());
-}
-
-/// A task that fails is none of the manager's business, but somebody should know.
-void Notify(eKorTask& task, long id)
-{
-    const auto report = [&task](const char* what) {
+    const auto report = [name = state.m_pName](const char* what) {
         if (NSQN_util::DebugInterface* debug = NSQN_util::GetDefaultDebugInterface()) {
-            debug->DebugPrint(1, "timer of task %s failed: %s\n", task.Name(), what);
+            debug->DebugPrint(1, "timer of task %s failed: %s\n", name, what);
         }
     };
     try {
-        task.eKorTaskTimeInterval(id);
+        state.m_Task.eKorTaskTimeInterval(id);
     } catch (const abi::__forced_unwind&) {
         throw; // the thread is being cancelled
     } catch (const std::exception& failure) {
@@ -48,22 +39,23 @@ void Notify(eKorTask& task, long id)
 
 } // namespace
 
-/// While it lives this thread runs code of the store's tasks, with the lock released: one thread at
-/// a time, and a store's within another's.
+/// While it exists this thread runs code of the store's tasks, with the lock released. One thread
+/// per store does so at a time; a thread may do so for several stores, one within another's.
 class TaskStore::Inside
 {
 public:
     /// Waits for another thread that is inside.
-    Inside(TaskStore& store, Lock& lock)
-        : m_Store(store), m_Lock(lock), m_pOuter(std::exchange(g_pInnermost, this))
+    Inside(TaskStore& store, Lock& lock) : m_Store(store), m_Lock(lock)
     {
         m_Store.m_Delivered.wait(m_Lock, [this] { return !m_Store.m_bDelivering; });
         m_Store.m_bDelivering = true;
+        m_pOuter = std::exchange(g_pInnermost, this); // not before the wait, which may be cancelled
     }
     ~Inside()
     {
         if (!m_Lock.owns_lock()) {
             m_Lock.lock(); // a task has thrown
+            m_Store.EndExpiry();
         }
         m_Store.m_bDelivering = false;
         g_pInnermost = m_pOuter;
@@ -88,7 +80,7 @@ private:
 
     TaskStore& m_Store;
     Lock& m_Lock;
-    Inside* const m_pOuter;
+    Inside* m_pOuter = nullptr;
 };
 
 constinit thread_local TaskStore::Inside* TaskStore::Inside::g_pInnermost = nullptr;
@@ -103,113 +95,100 @@ TaskStore::~TaskStore()
     DestroyTasks();
 }
 
-unsigned long TaskStore::AllocReqID(eKorTask& task)
+TaskStore& TaskStore::Of(eKorTaskMgr& manager)
 {
-    return task.m_ulReqID = ++m_ulLastReqID;
+    return *static_cast<TaskManager&>(manager).m_pStore;
 }
 
-void TaskStore::Insert(eKorTask& task)
+void TaskStore::Insert(Task& task)
 {
     const Lock lock(m_Lock);
-    if (task.m_ppInserted != nullptr) {
-        return;
-    }
-    task.m_pNextInserted = std::exchange(m_pInserted, &task);
-    task.m_ppInserted = &m_pInserted;
-    if (task.m_pNextInserted != nullptr) {
-        task.m_pNextInserted->m_ppInserted = &task.m_pNextInserted;
+    task.m_bKnown = true;
+    if (task.IsAlone()) {
+        task.EnterBefore(m_Inserted);
     }
 }
 
-void TaskStore::GiveBack::operator()(TaskInterval* interval) const
-{
-    if (interval == &interval->m_pTask->m_FirstInterval) {
-        *interval = {};
-    } else {
-        delete interval;
-    }
-}
-
-long TaskStore::Arm(eKorTask& task, unsigned int interval)
+long TaskStore::Arm(Task& task, unsigned int interval)
 {
     const Microseconds period = std::max(interval, 1u) * m_Unit;
     const Lock lock(m_Lock);
-    Interval armed(task.m_FirstInterval.m_lId == 0 ? &task.m_FirstInterval
-                                                   : new (std::nothrow) TaskInterval);
-    if (armed == nullptr) {
-        return -1;
-    }
-    armed->m_pTask = &task;
     // Rounded up, so that it is never early.
     const Microseconds due = std::chrono::ceil<Microseconds>(m_Clock()) + period;
-    armed->m_lQueueId =
-        m_Timers.schedule(armed.get(), nullptr, ToTimeValue(due), ToTimeValue(period));
-    if (armed->m_lQueueId == -1) {
+    try {
+        Queue& queue = QueueOf(period);
+        const long id = m_lLastInterval + 1;
+        Interval& armed = task.m_First ? task.m_Others.emplace_front(task, id, due, queue)
+                                       : task.m_First.emplace(task, id, due, queue);
+        armed.Enqueue();
+    } catch (const std::bad_alloc&) {
         return -1;
     }
-    const long id = armed->m_lId = ++m_lLastInterval;
-    armed->m_pNext = std::exchange(task.m_pIntervals, armed.get());
-    static_cast<void>(armed.release()); // the task's
+    task.m_bKnown = true;
     SetAlarm();
-    return id;
+    return ++m_lLastInterval;
 }
 
-void TaskStore::Disarm(eKorTask& task, long id)
+Queue& TaskStore::QueueOf(Microseconds period)
 {
-    const Lock lock(m_Lock);
-    for (TaskInterval** link = &task.m_pIntervals; *link != nullptr; link = &(*link)->m_pNext) {
-        if ((*link)->m_lId == id) {
-            Disarm(link);
-            return;
+    for (Queue& queue : m_Queues) {
+        if (queue.m_Period == period) {
+            return queue;
         }
+    }
+    return m_Queues.emplace_back(period);
+}
+
+Interval* TaskStore::Earliest()
+{
+    Interval* earliest = nullptr;
+    for (const Queue& queue : m_Queues) {
+        Interval* const first = queue.IsAlone() ? nullptr : static_cast<Interval*>(&queue.Next());
+        if (first != nullptr && (earliest == nullptr || first->m_Due < earliest->m_Due)) {
+            earliest = first;
+        }
+    }
+    return earliest;
+}
+
+/// Arms the interval again that is in its event, unless it has been disarmed.
+void TaskStore::EndExpiry()
+{
+    if (!m_Expired.IsAlone()) {
+        static_cast<Interval&>(m_Expired.Next()).Enqueue();
     }
 }
 
-void TaskStore::Disarm(TaskInterval** link)
-{
-    const Interval disarmed(std::exchange(*link, (*link)->m_pNext));
-    m_Timers.cancel(disarmed->m_lQueueId);
-}
-
-void TaskStore::Finish(eKorTask& task)
+void TaskStore::Disarm(Task& task, long id)
 {
     const Lock lock(m_Lock);
-    AddFinished(task);
+    if (task.m_First && task.m_First->m_lId == id) {
+        task.m_First.reset();
+    } else {
+        task.m_Others.remove_if([id](const Interval& interval) { return interval.m_lId == id; });
+    }
+}
+
+void TaskStore::Finish(Task& task)
+{
+    const Lock lock(m_Lock);
+    task.m_bKnown = true;
+    task.EnterBefore(m_Finished);
     SetAlarm();
 }
 
-void TaskStore::AddFinished(eKorTask& task)
-{
-    if (!std::exchange(task.m_bFinished, true)) {
-        task.m_pNextFinished = std::exchange(m_pFinished, &task);
-    }
-}
-
-void TaskStore::Forget(eKorTask& task)
+void TaskStore::Forget(Task& task)
 {
     const Lock lock(m_Lock);
-    Take(task);
+    Drop(task);
 }
 
-/// Out of all that the store knows.
-void TaskStore::Take(eKorTask& task)
+void TaskStore::Drop(Task& task)
 {
-    while (task.m_pIntervals != nullptr) {
-        Disarm(&task.m_pIntervals);
-    }
-    if (eKorTask** const link = std::exchange(task.m_ppInserted, nullptr)) {
-        *link = task.m_pNextInserted;
-        if (*link != nullptr) {
-            (*link)->m_ppInserted = link;
-        }
-    }
-    if (std::exchange(task.m_bFinished, false)) {
-        eKorTask** link = &m_pFinished;
-        while (*link != &task) {
-            link = &(*link)->m_pNextFinished;
-        }
-        *link = task.m_pNextFinished;
-    }
+    task.m_First.reset();
+    task.m_Others.clear();
+    task.Leave();
+    task.m_bKnown = false;
 }
 
 bool TaskStore::IsInsideHere() const
@@ -255,15 +234,19 @@ std::size_t TaskStore::Deliver()
     }
     const Inside inside(*this, lock);
     // Read once: a timer that an event arms does not expire in the same call.
-    const ACE_Time_Value now = ToTimeValue(std::chrono::floor<Microseconds>(m_Clock()));
+    const Microseconds now = std::chrono::floor<Microseconds>(m_Clock());
     std::size_t delivered = 0;
     DestroyFinished(lock);
-    ACE_Timer_Node_Dispatch_Info_T<const TaskInterval*> expired{};
-    while (m_bRunning && m_Timers.dispatch_info(now, expired) != 0) {
-        const TaskInterval interval = *expired.type_;
+    for (Interval* due; m_bRunning && (due = Earliest()) != nullptr && due->m_Due <= now;) {
+        due->EnterBefore(m_Expired);
+        const Microseconds period = due->m_Queue.m_Period;
+        due->m_Due += ((now - due->m_Due) / period + 1) * period;
+        const long id = due->m_lId;
+        Task& task = due->m_Task;
         lock.unlock();
-        Notify(*interval.m_pTask, interval.m_lId);
+        Notify(task, id);
         lock.lock();
+        EndExpiry();
         ++delivered;
         DestroyFinished(lock);
     }
@@ -275,21 +258,20 @@ std::size_t TaskStore::Deliver()
 
 void TaskStore::DestroyFinished(Lock& lock)
 {
-    while (m_pFinished != nullptr) {
-        eKorTask* const task = std::exchange(m_pFinished, m_pFinished->m_pNextFinished);
-        task->m_bFinished = false;
-        Take(*task);
+    while (!m_Finished.IsAlone()) {
+        auto& task = static_cast<Task&>(m_Finished.Next());
+        Drop(task);
         lock.unlock();
-        delete task;
+        delete &task.m_Task;
         lock.lock();
     }
 }
 
-/// One round: what the tasks' destructors insert stays.
+/// What the tasks' destructors insert stays.
 void TaskStore::DestroyAll(Lock& lock)
 {
-    for (eKorTask* task = m_pInserted; task != nullptr; task = task->m_pNextInserted) {
-        AddFinished(*task);
+    while (!m_Inserted.IsAlone()) {
+        m_Inserted.Next().EnterBefore(m_Finished);
     }
     DestroyFinished(lock);
 }
@@ -297,13 +279,13 @@ void TaskStore::DestroyAll(Lock& lock)
 void TaskStore::SetAlarm()
 {
     if (m_bDelivering) {
-        return; // Deliver() does it when it is done
+        return; // ~Inside() does it
     }
     std::optional<Microseconds> next;
-    if (m_pFinished != nullptr || !m_bRunning) {
+    if (!m_Finished.IsAlone() || !m_bRunning) {
         next = Microseconds(0);
-    } else if (!m_Timers.is_empty()) {
-        next = FromTimeValue(m_Timers.earliest_time());
+    } else if (const Interval* earliest = Earliest()) {
+        next = earliest->m_Due;
     }
     if (next && next != m_NextAlarm) {
         m_NextAlarm = next;

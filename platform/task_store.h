@@ -1,54 +1,142 @@
 #ifndef PLATFORM_TASK_STORE_H
 #define PLATFORM_TASK_STORE_H
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <forward_list>
 #include <functional>
-#include <memory>
+#include <list>
 #include <mutex>
 #include <optional>
-
-#include <ace/Null_Mutex.h>
-#include <ace/Timer_Heap_T.h>
 
 #include "emsplatform/task.h"
 
 namespace emsstandin {
 
+class TaskStore;
+
+using Microseconds = std::chrono::microseconds;
+
+/// A link of a ring. To enter or leave a ring needs no memory.
+class Link
+{
+public:
+    Link() = default;
+    ~Link() { Leave(); }
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+
+    bool IsAlone() const { return m_pNext == this; }
+    Link& Next() const { return *m_pNext; }
+    Link& Previous() const { return *m_pPrevious; }
+
+    /// Leaves the ring that it is in, and enters that of `next`.
+    void EnterBefore(Link& next)
+    {
+        Leave();
+        m_pNext = &next;
+        m_pPrevious = next.m_pPrevious;
+        m_pPrevious->m_pNext = m_pNext->m_pPrevious = this;
+    }
+    void Leave()
+    {
+        m_pPrevious->m_pNext = m_pNext;
+        m_pNext->m_pPrevious = m_pPrevious;
+        m_pNext = m_pPrevious = this;
+    }
+
+private:
+    Link* m_pNext = this;
+    Link* m_pPrevious = this;
+};
+
+/// The armed intervals of one period, in the order in which they expire.
+struct Queue : Link
+{
+    explicit Queue(Microseconds period) : m_Period(period) {}
+
+    const Microseconds m_Period;
+};
+
+/// An armed interval timer: a link of the queue of its period.
+struct Interval : Link
+{
+    Interval(eKorTask::State& task, long id, Microseconds due, Queue& queue)
+        : m_Task(task), m_lId(id), m_Due(due), m_Queue(queue)
+    {}
+
+    /// Enters the queue from the back: one that expired late may be due before others that were
+    /// armed meanwhile.
+    void Enqueue()
+    {
+        Link* next = &m_Queue;
+        while (&next->Previous() != &m_Queue &&
+               static_cast<Interval&>(next->Previous()).m_Due > m_Due) {
+            next = &next->Previous();
+        }
+        EnterBefore(*next);
+    }
+
+    eKorTask::State& m_Task;
+    const long m_lId;
+    Microseconds m_Due;
+    Queue& m_Queue;
+};
+
+} // namespace emsstandin
+
+/// What the store keeps of a task: a link of its inserted or of its finished tasks.
+class eKorTask::State : public emsstandin::Link
+{
+public:
+    State(eKorTask& task, eKorTaskMgr& manager, const char* name);
+
+    static State& Of(eKorTask& task) { return *task.m_pState; }
+
+    eKorTask& m_Task;
+    emsstandin::TaskStore& m_Store;
+    const char* const m_pName;
+    // Guarded by the store's lock.
+    std::optional<emsstandin::Interval> m_First; // most tasks have no other
+    std::forward_list<emsstandin::Interval> m_Others;
+    bool m_bKnown = false; // whether the store refers to it
+};
+
+namespace emsstandin {
+
 /// The tasks of one manager and their interval timers.
 ///
-/// Its lock is never held while code of a task runs, and no other lock of the platform is taken
-/// under it.
+/// Its lock is not held while code of a task runs, and no other lock of the platform is taken under
+/// it.
 class TaskStore
 {
 public:
-    using Microseconds = std::chrono::microseconds;
+    using Task = eKorTask::State;
 
-    /// `alarm` is told, with the lock held, when Deliver() is next to be called; only when that has
-    /// changed, as setting a kernel timer is dear.
+    /// Calls `alarm`, with the lock held, when the time of the next Deliver() changes.
     TaskStore(Microseconds unit, std::function<std::chrono::nanoseconds()> clock,
               std::function<void(Microseconds)> alarm);
     ~TaskStore();
     TaskStore(const TaskStore&) = delete;
     TaskStore& operator=(const TaskStore&) = delete;
 
-    unsigned long AllocReqID(eKorTask& task);
-    void Insert(eKorTask& task);
-    long Arm(eKorTask& task, unsigned int interval);
-    void Disarm(eKorTask& task, long id);
-    void Finish(eKorTask& task);
-    /// Of a task that is being destroyed.
-    void Forget(eKorTask& task);
+    static TaskStore& Of(eKorTaskMgr& manager);
+
+    void Insert(Task& task);
+    long Arm(Task& task, unsigned int interval);
+    void Disarm(Task& task, long id);
+    void Finish(Task& task);
+    /// Must be called before a task that the store may know is destroyed.
+    void Forget(Task& task);
 
     /// Whether this thread is in code of a task that the store runs.
     bool IsInsideHere() const;
     bool IsRunning();
     /// Waits for Deliver() on another thread, which may have been told to end.
     void Begin();
-    /// Deliver() ends, and destroys all tasks, once the event that it is in has returned.
+    /// Has Deliver() stop, and destroy all tasks, once the event that it is in has returned.
     void End();
-    /// Waits for Deliver() on another thread and destroys the tasks that there are.
+    /// Waits for Deliver() on another thread, and destroys all tasks.
     void DestroyTasks();
     std::size_t Deliver();
 
@@ -56,57 +144,11 @@ private:
     using Lock = std::unique_lock<std::mutex>;
     class Inside;
 
-    struct GiveBack
-    {
-        void operator()(TaskInterval* interval) const;
-    };
-    using Interval = std::unique_ptr<TaskInterval, GiveBack>;
-
-    /// The queue only keeps the timers: what has expired is taken from it.
-    struct NoUpcall
-    {
-        template <class... Arguments>
-        int registration(Arguments&&...)
-        {
-            return 0;
-        }
-        template <class... Arguments>
-        int preinvoke(Arguments&&...)
-        {
-            return 0;
-        }
-        template <class... Arguments>
-        int timeout(Arguments&&...)
-        {
-            return 0;
-        }
-        template <class... Arguments>
-        int postinvoke(Arguments&&...)
-        {
-            return 0;
-        }
-        template <class... Arguments>
-        int cancel_type(Arguments&&...)
-        {
-            return 0;
-        }
-        template <class... Arguments>
-        int cancel_timer(Arguments&&...)
-        {
-            return 0;
-        }
-        template <class... Arguments>
-        int deletion(Arguments&&...)
-        {
-            return 0;
-        }
-    };
-
-    // All with the lock held; those that take it release it meanwhile.
-    /// The timer that the link leads to.
-    void Disarm(TaskInterval** link);
-    void Take(eKorTask& task);
-    void AddFinished(eKorTask& task);
+    // Each must be called with the lock held; those with a parameter for it release it meanwhile.
+    Queue& QueueOf(Microseconds period);
+    Interval* Earliest();
+    void EndExpiry();
+    void Drop(Task& task);
     void DestroyFinished(Lock& lock);
     void DestroyAll(Lock& lock);
     void SetAlarm();
@@ -114,13 +156,12 @@ private:
     const Microseconds m_Unit;
     const std::function<std::chrono::nanoseconds()> m_Clock;
     const std::function<void(Microseconds)> m_Alarm;
-    std::atomic<unsigned long> m_ulLastReqID = 0;
 
-    std::mutex m_Lock; // guards the following
-    ACE_Timer_Heap_T<const TaskInterval*, NoUpcall, ACE_Null_Mutex> m_Timers;
-    // Linked, as neither to insert a task nor to end it may need memory.
-    eKorTask* m_pInserted = nullptr;
-    eKorTask* m_pFinished = nullptr; // to be destroyed
+    std::mutex m_Lock;         // guards the following
+    std::list<Queue> m_Queues; // one per period
+    Link m_Expired;            // the interval whose event runs
+    Link m_Inserted;
+    Link m_Finished; // tasks that are to be destroyed
     std::optional<Microseconds> m_NextAlarm;
     long m_lLastInterval = 0;
     bool m_bRunning = false;

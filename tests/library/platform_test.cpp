@@ -1,5 +1,6 @@
 #include <climits>
 #include <fstream>
+#include <functional>
 #include <vector>
 
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
 #include <emsstandin/setup.h>
+#include <emsstandin/task_manager.h>
 
 #include "tests/support/threads.h"
 
@@ -20,6 +22,32 @@ std::string TempFile(const std::string& name)
 {
     return testing::TempDir() + std::to_string(getpid()) + "." + name;
 }
+
+std::string g_Events;
+
+/// Appends its name to g_Events at each event, and a "~" with it when it is destroyed.
+class NamedTask final : public eKorGnlTask
+{
+public:
+    NamedTask(eKorTaskMgr& manager, const char* name) : eKorGnlTask(&manager, name), m_pName(name)
+    {
+        manager.TMInitInsertTask(this);
+    }
+    ~NamedTask() override { g_Events += std::string("~") + m_pName; }
+
+    void eKorTaskTimeInterval(long id) override
+    {
+        g_Events += m_pName;
+        if (m_OnEvent) {
+            m_OnEvent(id);
+        }
+    }
+
+    std::function<void(long id)> m_OnEvent;
+
+private:
+    const char* const m_pName;
+};
 
 } // namespace
 
@@ -132,4 +160,66 @@ TEST(Platform, AFileGetsWholeLinesFromAllThreads)
     std::ifstream file(path);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), expected);
     std::remove(path.c_str());
+}
+
+TEST(Platform, TimersExpireInTheOrderInWhichTheyAreDue)
+{
+    std::chrono::seconds now(0);
+    emsstandin::TaskManager manager({std::chrono::seconds(1), [&now] { return now; }});
+    manager.Start();
+    const auto eventsAt = [&](int second) {
+        now = std::chrono::seconds(second);
+        manager.DeliverExpired();
+        return std::exchange(g_Events, {});
+    };
+    auto* const a = new NamedTask(manager, "a");
+    auto* const b = new NamedTask(manager, "b");
+    auto* const c = new NamedTask(manager, "c");
+    const long first = a->SetTaskTimeInterval(10);
+    b->SetTaskTimeInterval(4);
+    EXPECT_EQ(eventsAt(9), "b");                    // once for 4 and 8, again at 12
+    const long second = c->SetTaskTimeInterval(10); // at 19
+    a->SetTaskTimeInterval(0);                      // as 1: at 10
+    EXPECT_NE(first, second);
+    c->DelTaskTimeInterval(first);  // not its own
+    EXPECT_EQ(eventsAt(18), "aab"); // the first again at 20, the other at 19
+    EXPECT_EQ(eventsAt(19), "ca");
+    EXPECT_EQ(eventsAt(20), "aba");
+    a->DelTaskTimeInterval(first);
+    c->m_OnEvent = [c](long id) {
+        c->DelTaskTimeInterval(id);
+        c->SetTaskTimeInterval(3); // not in the same delivery
+        c->m_OnEvent = nullptr;
+    };
+    EXPECT_EQ(eventsAt(30), "abc");
+    EXPECT_EQ(eventsAt(33), "abc");
+    manager.Stop();
+    EXPECT_EQ(g_Events, "~a~b~c");
+}
+
+TEST(Platform, ATaskMayDestroyItselfAndOthersInItsEvent)
+{
+    std::chrono::seconds now(0);
+    g_Events.clear();
+    emsstandin::TaskManager manager({std::chrono::seconds(1), [&now] { return now; }});
+    manager.Start();
+    auto* const a = new NamedTask(manager, "a");
+    auto* const b = new NamedTask(manager, "b");
+    auto* const c = new NamedTask(manager, "c");
+    for (NamedTask* task : {a, b, c}) {
+        task->SetTaskTimeInterval(1);
+        task->SetTaskTimeInterval(1);
+    }
+    a->m_OnEvent = [=](long) {
+        a->eKorSetTaskState(3);
+        b->eKorSetTaskState(3);
+        a->eKorSetTaskState(3); // once more
+        g_Events += "finished ";
+    };
+    c->m_OnEvent = [c](long) { delete c; };
+    now = std::chrono::seconds(2);
+    EXPECT_EQ(manager.DeliverExpired(), 2u);
+    EXPECT_EQ(std::exchange(g_Events, {}), "afinished ~b~ac~c");
+    manager.Stop();
+    EXPECT_EQ(g_Events, "");
 }

@@ -1,32 +1,19 @@
 #ifndef EMSPLATFORM_TASK_H
 #define EMSPLATFORM_TASK_H
 
-/// The platform's task framework, as far as libemsutil builds on it: a process has an application
-/// manager, which knows task managers by id; a task manager owns tasks and delivers their events.
+/// The platform's task framework, as far as libemsutil uses it. A process has an application
+/// manager, which finds task managers by id. A task manager owns tasks and delivers their events.
+
+#include <memory>
 
 /// How a message was answered.
 typedef int eKorErrorCode;
 
-// Messages between tasks; tasks of libemsutil neither send nor read any.
+// Messages between tasks. Tasks of libemsutil neither send nor read any.
 struct CmdMSG;
 struct QNCmdMsg;
 
-class eKorTask;
 class eKorTaskMgr;
-
-namespace emsstandin {
-class TaskManager;
-class TaskStore;
-
-/// An interval timer of a task; those of one task are linked. The manager's own.
-struct TaskInterval
-{
-    long m_lId = 0;                  ///< as SetTaskTimeInterval() gave it; 0 when not armed
-    eKorTask* m_pTask = nullptr;     ///< whose it is
-    long m_lQueueId = -1;            ///< in the manager's queue of timers
-    TaskInterval* m_pNext = nullptr; ///< the task's next
-};
-} // namespace emsstandin
 
 /// A task of a task manager.
 ///
@@ -34,7 +21,7 @@ struct TaskInterval
 class eKorTask
 {
 public:
-    /// `name` is kept as it is, so it is a literal.
+    /// The caller must keep the characters of `name` while the task exists.
     eKorTask(eKorTaskMgr* taskMgr, const char* name);
     virtual ~eKorTask();
     eKorTask(const eKorTask&) = delete;
@@ -50,39 +37,27 @@ public:
     virtual void eKorTaskTimeInterval(long id);
 
     /// Arms a timer that expires after `interval` of the manager's units of time, at least one, and
-    /// again and again until it is disarmed. Returns its id, which is above 0 and never given
-    /// twice; -1 when memory runs out. An expiry may come on another thread before the call has
-    /// returned, never on the thread that calls: libemsutil has it wait for that thread.
+    /// again after each further `interval` until it is disarmed. Returns its id, or -1 when memory
+    /// runs out. Every other value is an id; this platform's are above 0 and never used twice. The
+    /// timer may expire on another thread before this function has returned, on this platform never
+    /// on the calling thread.
     long SetTaskTimeInterval(unsigned int interval);
-    /// Disarms it. An id that is not armed, or not this task's, is ignored.
+    /// Disarms the timer with this id. Ignores an id that is not an armed timer of this task.
     void DelTaskTimeInterval(long id);
-    /// At state 3 the task is at its end: the manager destroys it, once the event that it is in, if
-    /// any, has returned. Other states mean nothing to the manager.
+    /// At state 3 the task has finished, and its manager destroys it. This platform does so on
+    /// the thread that delivers events, after the event that it delivers. On another thread the
+    /// task may thus be destroyed before this function has returned; on the calling thread it never
+    /// is. The manager ignores other states.
     void eKorSetTaskState(int state);
 
-    /// As the constructor got it.
-    const char* Name() const { return m_pName; }
-    /// 0 until the manager has given one.
-    unsigned long ReqID() const { return m_ulReqID; }
+    /// What this platform keeps of a task.
+    class State;
 
 private:
-    friend class emsstandin::TaskStore;
-
-    emsstandin::TaskStore& Store() const;
-
-    eKorTaskMgr* const m_pTaskMgr;
-    const char* const m_pName;
-    unsigned long m_ulReqID = 0; // set before the task is inserted
-    // Guarded by the manager's lock.
-    eKorTask** m_ppInserted = nullptr; // the link to it among the inserted tasks, if it is one
-    eKorTask* m_pNextInserted = nullptr;
-    bool m_bFinished = false;
-    eKorTask* m_pNextFinished = nullptr;
-    emsstandin::TaskInterval* m_pIntervals = nullptr; // those that are armed
-    emsstandin::TaskInterval m_FirstInterval;         // most tasks have no other
+    const std::unique_ptr<State> m_pState;
 };
 
-/// A task that takes every event and does nothing with it.
+/// A task that ignores every event.
 class eKorGnlTask : public eKorTask
 {
 public:
@@ -94,7 +69,7 @@ public:
     virtual void HandleNoAsn1Msg(QNCmdMsg* msg);
 };
 
-/// A base that tasks have on other platforms; here it does nothing.
+/// A base that tasks have on other platforms. Here it does nothing.
 class PSyncHelp
 {
 public:
@@ -105,10 +80,10 @@ public:
 class eKorTaskMgr
 {
 public:
-    /// Gives the task a request id, above 0, and returns it.
+    /// Returns a request id for the task, above 0.
     unsigned long AllocReqID(eKorTask* task);
-    /// Takes the task: it is the manager's from here on. Returns 0. What this throws says that the
-    /// task has not been taken.
+    /// Inserts the task, which belongs to the manager from then on. Returns 0. When it throws, the
+    /// task has not been inserted.
     int TMInitInsertTask(eKorTask* task);
 
 protected:
@@ -116,15 +91,15 @@ protected:
     ~eKorTaskMgr() = default;
 };
 
-/// Knows the task managers of the process.
+/// Finds the task managers of the process.
 class eKorAppMgr
 {
 public:
-    /// The task manager with this id, or null.
+    /// Returns the task manager with this id, or null.
     eKorTaskMgr* FindTaskMgrByID(unsigned char id);
 };
 
-/// The process's application manager; null while it has no task manager.
+/// Returns the process's application manager, or null while the process has no task manager.
 eKorAppMgr* eKorGetAppMgr();
 
 #endif

@@ -26,6 +26,8 @@
 
 namespace emsstandin {
 
+class TaskStore;
+
 /// How a task manager keeps time.
 struct TaskManagerOptions
 {
@@ -64,13 +66,9 @@ public:
     /// while another thread delivers.
     std::size_t DeliverExpired();
 
-    /// The tasks. For this platform's own sources.
-    TaskStore& Store() { return *m_pStore; }
-
 private:
+    friend class TaskStore;
     class KernelTimer;
-
-    void Run();
 
     const std::unique_ptr<KernelTimer> m_pTimer; // null when the host delivers
     const std::unique_ptr<TaskStore> m_pStore;
