@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <latch>
 #include <thread>
 #include <vector>
@@ -235,6 +236,22 @@ TEST(Commands, AFullQueueHoldsOthersBackButNotTheHandlerThatDrainsIt)
     Names seen = TakeSeen();
     EXPECT_EQ(std::erase(seen, "SeeLast"), 1u);
     EXPECT_EQ(seen, Numbered(1, 3 * CAPACITY - 1));
+}
+
+TEST(Commands, AnAddToAFullQueueGivesUpWhenTheLockFails)
+{
+    Register("See", See);
+    for (int i = 0; i < CAPACITY; ++i) {
+        Add("See", std::to_string(i));
+    }
+    // The queue is locked anew for each attempt, so the attempts before have left it unlocked.
+    for (const int n : {1, 2, 3}) {
+        const faults::FailNth fail(faults::MUTEX_LOCK, n, EAGAIN);
+        Add("See", "Lost");
+        EXPECT_TRUE(fail.Happened());
+    }
+    runGeneralCmd();
+    EXPECT_EQ(TakeSeen(), Numbered(0, CAPACITY - 1));
 }
 
 TEST(Commands, ADrainThatLosesTheLastCommandToAnotherDoesNotWait)
