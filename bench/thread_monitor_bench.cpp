@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <latch>
 #include <list>
 #include <map>
@@ -36,13 +37,19 @@ class Monitor
 public:
     void Change(int status, const EmsThreadInfoMap& values)
     {
-        timeval now{};
-        gettimeofday(&now, nullptr);
+        timeval time{};
+        gettimeofday(&time, nullptr);
+        const ACE_Time_Value now(time);
         const std::lock_guard guard(m_Lock);
         EmsThreadInfo& record = m_Records[pthread_self()];
         record.m_nStatus = status;
-        record.m_StartTime = ACE_Time_Value(now);
         ++record.m_llRecvs;
+        if (status == 1) {
+            record.m_Duration = now - record.m_StartTime;
+            record.m_MaxDuration = std::max(record.m_MaxDuration, record.m_Duration);
+        } else {
+            record.m_StartTime = now;
+        }
         for (const auto& [name, value] : values) {
             record.m_InfoMap[name] = value;
         }
