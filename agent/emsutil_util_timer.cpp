@@ -4,6 +4,8 @@
 #include <new>
 #include <utility>
 
+#include <ace/Guard_T.h>
+
 #include <emsplatform/debug_interface.h>
 
 #include "base/cancellation_off.h"
@@ -24,8 +26,6 @@ constexpr int STATE_FINISHED = 3;
 
 using SchedulingGuard = ACE_Guard<ACE_Thread_Mutex>;
 
-constinit thread_local EmsUtilAgentTimerTask::Scheduling* g_pInnermost = nullptr;
-
 eKorTaskMgr* FindTaskMgr(unsigned char id)
 {
     eKorAppMgr* const appMgr = eKorGetAppMgr();
@@ -34,30 +34,63 @@ eKorTaskMgr* FindTaskMgr(unsigned char id)
 
 } // namespace
 
-EmsUtilAgentTimerTask::Scheduling::Scheduling(EmsUtilAgentTimerTask& task)
-    : m_pTask(&task), m_Guard(task.m_SchedulingLock), m_pOuter(std::exchange(g_pInnermost, this))
-{}
-
-EmsUtilAgentTimerTask::Scheduling::~Scheduling()
+/// The scope of a call into the platform that hands a task over. Inside the call, on the same
+/// thread, the platform may let the task fire, or destroy it. The scope tells after the call.
+class EmsUtilAgentTimerTask::PlatformCall
 {
-    g_pInnermost = m_pOuter;
-}
+public:
+    /// `guard` holds the task's scheduling lock, or is null.
+    PlatformCall(const EmsUtilAgentTimerTask& task, SchedulingGuard* guard)
+        : m_pTask(&task), m_pGuard(guard), m_pOuter(std::exchange(g_pInnermost, this))
+    {}
+    ~PlatformCall() { g_pInnermost = m_pOuter; }
+    PlatformCall(const PlatformCall&) = delete;
+    PlatformCall& operator=(const PlatformCall&) = delete;
 
-EmsUtilAgentTimerTask::Scheduling*
-EmsUtilAgentTimerTask::Scheduling::Find(const EmsUtilAgentTimerTask& task)
-{
-    Scheduling* scope = g_pInnermost;
-    while (scope != nullptr && scope->m_pTask != &task) {
-        scope = scope->m_pOuter;
+    bool IsTaskDestroyed() const { return m_pTask == nullptr; }
+    bool HasTaskFired() const { return m_bFired; }
+
+    /// Must be called when the task fires. Returns whether this thread holds the scheduling lock.
+    static bool OnFired(const EmsUtilAgentTimerTask& task)
+    {
+        bool isScheduling = false;
+        for (PlatformCall* call = g_pInnermost; call != nullptr; call = call->m_pOuter) {
+            if (call->m_pTask == &task) {
+                call->m_bFired = true;
+                isScheduling = isScheduling || call->m_pGuard != nullptr;
+            }
+        }
+        return isScheduling;
     }
-    return scope;
-}
 
-void EmsUtilAgentTimerTask::Scheduling::OnDestroyed()
-{
-    m_Guard.release(); // the lock is destroyed with the task
-    m_pTask = nullptr;
-}
+    /// Must be called when the task is destroyed. Releases the scheduling lock, and returns true,
+    /// if this thread holds it.
+    static bool OnDestroyed(const EmsUtilAgentTimerTask& task)
+    {
+        bool isScheduling = false;
+        for (PlatformCall* call = g_pInnermost; call != nullptr; call = call->m_pOuter) {
+            if (call->m_pTask == &task) {
+                call->m_pTask = nullptr;
+                if (call->m_pGuard != nullptr) {
+                    call->m_pGuard->release();
+                    isScheduling = true;
+                }
+            }
+        }
+        return isScheduling;
+    }
+
+private:
+    static constinit thread_local PlatformCall* g_pInnermost;
+
+    const EmsUtilAgentTimerTask* m_pTask;
+    SchedulingGuard* const m_pGuard;
+    PlatformCall* const m_pOuter;
+    bool m_bFired = false;
+};
+
+constinit thread_local EmsUtilAgentTimerTask::PlatformCall*
+    EmsUtilAgentTimerTask::PlatformCall::g_pInnermost = nullptr;
 
 EmsUtilAgentTimerTask::EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* name,
                                              EmsUtilTimerInterface& timer, void* param)
@@ -70,9 +103,7 @@ EmsUtilAgentTimerTask::EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* n
 
 EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
 {
-    if (Scheduling* const here = Scheduling::Find(*this)) {
-        here->OnDestroyed();
-    } else {
+    if (!PlatformCall::OnDestroyed(*this)) {
         // Waits for the scheduling thread. locked() is not checked: the task is destroyed anyway.
         const SchedulingGuard guard(m_SchedulingLock);
     }
@@ -85,34 +116,39 @@ EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
 
 void EmsUtilAgentTimerTask::InitTaskCmdReqProcess(CmdMSG*)
 {
-    // Null when the platform calls this itself.
-    const Scheduling* const here = Scheduling::Find(*this);
-    const auto isDestroyed = [here] { return here != nullptr && here->IsTaskDestroyed(); };
+    const PlatformCall arming(*this, nullptr);
     long id = NOT_ARMED;
     try {
         id = SetTaskTimeInterval(INTERVAL);
     } catch (...) {
-        if (!isDestroyed()) {
-            eKorSetTaskState(STATE_FINISHED); // it never fires, so nothing else would finish it
+        if (!arming.IsTaskDestroyed()) {
+            OnArmingFailed();
         }
         throw;
     }
-    if (isDestroyed()) {
+    if (arming.IsTaskDestroyed()) {
+        return;
+    }
+    if (id == NOT_ARMED) {
+        OnArmingFailed();
         return;
     }
     m_lTimerID = id;
-    if (id == NOT_ARMED) {
-        eKorSetTaskState(STATE_FINISHED);
-    } else if (here != nullptr && here->HasFired()) {
+    if (arming.HasTaskFired()) {
         DelTaskTimeInterval(id); // the expiry came before the id was known
+    }
+}
+
+void EmsUtilAgentTimerTask::OnArmingFailed()
+{
+    if (m_lTimerID == 0) { // else an interval that the platform armed finishes the task
+        eKorSetTaskState(STATE_FINISHED);
     }
 }
 
 void EmsUtilAgentTimerTask::eKorTaskTimeInterval(long)
 {
-    if (Scheduling* const here = Scheduling::Find(*this)) {
-        here->OnFired();
-    } else {
+    if (!PlatformCall::OnFired(*this)) {
         const SchedulingGuard guard(m_SchedulingLock); // waits until the id is known
         if (!guard.locked()) {
             return; // the interval is still armed, so its next expiry tries again
@@ -148,14 +184,16 @@ void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
         }
         return;
     }
-    const EmsUtilAgentTimerTask::Scheduling scheduling(*task);
-    if (!scheduling.locked()) {
+    SchedulingGuard guard(task->m_SchedulingLock);
+    if (!guard.locked()) {
         return;
     }
+    const EmsUtilAgentTimerTask::PlatformCall scheduling(*task, &guard);
     taskMgr->AllocReqID(task.get());
     taskMgr->TMInitInsertTask(task.get());
     EmsUtilAgentTimerTask* const inserted = task.release();
-    if (!scheduling.IsTaskDestroyed()) {
+    // The platform may have armed the task itself, so that it has fired.
+    if (!scheduling.IsTaskDestroyed() && !scheduling.HasTaskFired()) {
         inserted->InitTaskCmdReqProcess(nullptr);
     }
 }

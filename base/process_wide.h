@@ -7,6 +7,7 @@
 /// acquire. ACE's lock for static objects guards creation and destruction.
 
 #include <atomic>
+#include <memory>
 
 #include <ace/Guard_T.h>
 #include <ace/Recursive_Thread_Mutex.h>
@@ -35,8 +36,11 @@ template <class T, class Check>
     T* created = nullptr;
     WithStaticObjectLock([&] {
         if (instance == nullptr) {
-            std::atomic_ref<T*>(instance).store(new T, std::memory_order_release);
-            check();
+            auto made = std::make_unique<T>();
+            if (instance == nullptr) { // T's constructor may have called the platform, and that us
+                std::atomic_ref<T*>(instance).store(made.release(), std::memory_order_release);
+                check();
+            }
         }
         created = instance;
     });

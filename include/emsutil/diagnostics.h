@@ -35,23 +35,24 @@ class DebugInterface;
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// Returns the process's debug interface, which the platform's GetDefaultDebugInterface() returned
-/// first. Returns null while the platform has none; the next call then asks the platform again. The
-/// caller must not delete it.
+/// Returns the process's debug interface. The first call gets it from the platform's
+/// GetDefaultDebugInterface(). Returns null if the platform has none; the next call then asks the
+/// platform again. The caller must not delete it.
 ///
-/// Once there is one a call is one read, without a lock. Only earlier calls may wait, as long as
-/// the platform takes to return. May be called from a handler, a timer callback or a buffer's
-/// destructor.
+/// Once there is a debug interface a call is one read, without a lock. Until then a call may wait,
+/// as long as the platform takes to return. May be called from a handler, a timer callback or a
+/// buffer's destructor.
 EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 
 /// Returns the whole printf-formatted text, up to 2^30 - 1 characters.
 ///
 /// Returns the empty string for a longer text and for a format that the platform's formatter
-/// rejects (a null pointer, a lone "%" at the end, a width beyond int, a wide character that the
+/// rejects (a null format, a lone "%" at the end, a width beyond int, a wide character that the
 /// locale cannot show). The compiler checks the format against the arguments.
 ///
 /// A text of up to 511 characters takes one formatting pass. A longer text takes one pass per
-/// doubling of a 512-byte buffer until it fits, so a width of 2^31 - 1 takes minutes. Does not
+/// doubling of a 512-byte buffer until it fits, so a width near 2^31 takes minutes before the
+/// empty string is returned. Does not
 /// wait. May be called from anywhere.
 EMSUTIL_API std::string string_format(const char* format, ...)
     __attribute__((format(printf, 1, 2)));

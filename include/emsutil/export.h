@@ -1,7 +1,7 @@
 #ifndef EMSUTIL_EXPORT_H
 #define EMSUTIL_EXPORT_H
 
-/// The marks of public declarations. Hosts define nothing, whichever way they link.
+/// The marks of public declarations. A host needs to define no macro, shared or static.
 
 /// Marks what libemsutil exports: the library is built with hidden visibility.
 #define EMSUTIL_API __attribute__((visibility("default")))

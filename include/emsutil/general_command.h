@@ -22,14 +22,15 @@
 ///     runGeneralCmd();    // the draining thread: run what is queued
 ///
 /// The queue is bounded: addGeneralCmd() waits while it is full. A program with one thread must
-/// therefore drain before it has added 206 commands, or it waits for ever.
+/// therefore drain before the queue is full (205 commands on x86-64), or it waits for ever.
 ///
 /// Thread safety: any thread may register, add and run at any time. Only one thread at a time
 /// should drain. A record has no lock: threads may read it together, but no thread may change it
 /// meanwhile.
 /// Ownership: a record owns all that it holds, and every copy is deep. The queue owns its copies.
-/// Errors: no function reports an error. A call that fails does nothing. std::bad_alloc passes to
-/// the caller, and the call has then done nothing, except that an assignment may be half done.
+/// Errors: no function reports an error. A call that fails does nothing, except that a drain drops
+/// a command that it cannot look up. std::bad_alloc passes to the caller, and the call has then
+/// done nothing, except that an assignment may be half done.
 
 #include <cstdint>
 #include <list>
@@ -58,9 +59,10 @@ enum : std::int32_t {
 
 /// One name, one value as text, and the type code of the value.
 ///
-/// Text form: "nvtp={name=N,value=V,rtype=String}", or "...,rtype=Long}" with the value read in
-/// base 10, limited to 64 bits and then reduced to 32. A record with any other type code is stored
-/// and copied like these, but its text form is empty.
+/// Text form: "nvtp={name=N,value=V,rtype=String}", or "...,rtype=Long}" with the value read as
+/// strtoll() reads it in base 10 (leading blanks and a sign are accepted, reading stops at the
+/// first other character, no digits give 0), reduced to 32 bits. A record with any other type code
+/// is stored and copied like these, but its text form is empty.
 class EMSUTIL_API EmsNameAndValueStringTypePair
 {
 public:
@@ -154,8 +156,8 @@ class EMSUTIL_API RegEmsUtilCmd
 {
 public:
     /// Registers `handler` under a copy of `name`, which may be any bytes and may be empty. Ignores
-    /// a null handler, and every handler but the first of a name. Waits only for another
-    /// registration or look-up. May be called from anywhere.
+    /// a null handler. The first handler of a name stays in force, and later ones are ignored.
+    /// Waits only for another registration or look-up. May be called from anywhere.
     RegEmsUtilCmd(std::string& name, EmsGeneralCmdHandler handler);
 };
 
@@ -179,7 +181,8 @@ EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 /// A command is dropped when its name has no handler at that moment, or when a lock fails in the
 /// look-up. A handler may drain too: the queued commands then run inside its call.
 ///
-/// Waits only for the queue's own lock. While that lock fails the call tries again.
+/// Waits only for the queue's own lock, and for registrations and other look-ups. While the queue's
+/// lock fails the call tries again.
 ///
 /// REQUIRES: no other thread is draining. Two drains lose no command and run none twice, but they
 /// run commands at the same time and therefore out of order.

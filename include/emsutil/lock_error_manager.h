@@ -1,7 +1,8 @@
 #ifndef EMSUTIL_LOCK_ERROR_MANAGER_H
 #define EMSUTIL_LOCK_ERROR_MANAGER_H
 
-/// Lock errors: one text per thread, which the thread records while it waits for its locks.
+/// Lock errors: one text per thread id, recorded while a thread has something to report about its
+/// locks.
 ///
 ///     #include <emsplatform/platform.h>
 ///     #include <emsutil/lock_error_manager.h>
@@ -17,8 +18,8 @@
 ///     }
 ///
 /// Every call reads the platform's switch NSQN_util::g_bEnableMitLockErrMgr. While it is false,
-/// nothing is recorded and nothing is erased. The records are meant for emsutil-inspect or a
-/// debugger: no function returns them.
+/// nothing is recorded and nothing is erased. The records are meant for a debugger, for
+/// emsutil-inspect and for core files: no function returns them.
 ///
 /// Thread safety: any thread may call any function at any time, except Destroy().
 /// Ownership: texts are copied. The library owns the manager until Destroy().

@@ -21,17 +21,18 @@
 /// ended one continues its record.
 ///
 /// A thread is measured from its latest exit, or from its first entry if it never left. A thread
-/// that has been idle is therefore overdue as soon as it enters. A worker that waits for jobs
-/// should wait inside its monitored work, and should leave and enter again at least as often as the
-/// threshold of the watchdog requires.
+/// that was outside for the threshold or longer is therefore overdue as soon as it enters again. A
+/// worker that waits for jobs should wait inside its monitored work, and should leave and enter
+/// again at least as often as the threshold of the watchdog requires.
 ///
 /// All times are wall-clock times as gettimeofday() reads them, to the microsecond. A clock that
 /// fails reads 0.
 ///
 /// Thread safety: any thread may call any function at any time. A map of named values has no lock:
-/// only one thread at a time may use it. Entries and exits wait for queries and queries wait for
-/// them, except IsEmsThreadReport(). glibc prefers readers: queries that overlap without a gap can
-/// delay entries and exits without limit. One thread should therefore query, with pauses.
+/// only one thread at a time may use it. Entries and exits wait for queries, and queries wait for
+/// them. (IsEmsThreadReport() waits only for the first entry of a report thread, and only that
+/// entry waits for it.) glibc prefers readers: queries that overlap without a gap can delay entries
+/// and exits without limit. One thread should therefore query, with pauses.
 /// Ownership: the caller's map belongs to the caller and is not kept. Records are returned as
 /// copies.
 /// Errors: a call that cannot take its lock does nothing, returns false if it returns a bool, and
@@ -66,11 +67,11 @@ struct EmsThreadInfo
     unsigned long m_ulThreadId = 0; ///< as pthread_self() returned it
     int m_nStatus = 0;              ///< 1 inside the monitored work, 0 outside
     ACE_Time_Value m_StartTime;     ///< the first entry, or the latest exit if there is one
-    ACE_Time_Value m_Duration;      ///< from m_StartTime to the latest entry, or as
-                                    ///< GetEmsThreadInfo() set it
-    ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had at an entry
-    long long m_llRecvs = 0;        ///< the number of entries and exits
-    EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged
+    ACE_Time_Value m_Duration;    ///< from the exit before the latest entry to that entry, 0 before
+                                  ///< that, or as GetEmsThreadInfo() set it
+    ACE_Time_Value m_MaxDuration; ///< the largest m_Duration that the record had at an entry
+    long long m_llRecvs = 0;      ///< the number of entries and exits
+    EmsThreadInfoMap m_InfoMap;   ///< the named values of all entries, merged
 };
 
 /// Monitored work: the thread enters it where the object is created, and leaves it where the object
@@ -82,7 +83,7 @@ class EMSUTIL_API RegEmsThreadInfo
 {
 public:
     /// Enters on the calling thread. Copies the named values of `pInfo`, which may be null, into
-    /// the thread's record. Values that are only in the record stay. No thread must change the map
+    /// the thread's record. Values that are only in the record stay. The map must not be changed
     /// until the constructor has returned. May wait for queries.
     EMSUTIL_SCOPE_OBJECT explicit RegEmsThreadInfo(
         std::map<std::string, std::pair<std::string, int>>* pInfo);
@@ -108,15 +109,15 @@ EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, i
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, int value);
 
-/// Returns whether any thread that is inside has been measured for `seconds` or more. Returns false
-/// for 0. May run at the same time as other queries.
+/// Returns whether the measured time of any thread that is inside is `seconds` or more. Returns
+/// false for 0. May run at the same time as other queries.
 EMSUTIL_API bool IsEmsThreadTimeout(long seconds);
 
 /// Returns whether the thread with this id is a report thread. Waits only for the first entry of a
 /// report thread.
 EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 
-/// Writes all records, in the order of thread ids, as one text at level 1 of the debug interface:
+/// Writes all records, in the order of thread ids, as one text to the debug interface, at level 1:
 /// "Ems Thread Information\n", and then for each thread
 ///
 ///      thread id           7f3c16c0       the low 32 bits
@@ -127,7 +128,8 @@ EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 ///      thread recvs        3
 ///      jobs 12                            one line per named value
 ///
-/// May run at the same time as other queries. Writes after the lock has been released.
+/// May run at the same time as other queries. Writes after the lock has been released, and returns
+/// when the debug interface has returned.
 EMSUTIL_API void StatEmsThreadInfo();
 
 /// Appends copies of records to `infos`, in the order of thread ids. If `seconds` is 0, appends all
@@ -143,9 +145,9 @@ EMSUTIL_API void GetEmsThreadInfo(std::list<EmsThreadInfo>& infos, long seconds)
 /// configuration file if that is 0 or 1, and otherwise 1.
 ///
 /// The first call reads the file. Its result holds until the process ends, and threads that call
-/// meanwhile wait for it. Exceptions of the platform pass to the caller, and the next call reads
-/// again. Returns 1, without reading, when the lock fails and when the platform calls this function
-/// while it reads.
+/// meanwhile wait for it: the platform must not wait for such a thread. Exceptions of the platform
+/// pass to the caller, and the next call reads again. Returns 1, without reading, when the lock
+/// fails and when the platform calls this function while it reads.
 EMSUTIL_API int ReadMsgHandleModeSwitcher();
 
 } // namespace NSQN_EMSUTIL_AGENT

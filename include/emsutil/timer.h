@@ -18,9 +18,10 @@
 /// Ownership: the record is copied. The caller's data still belongs to the caller. The copy that
 /// pfnCopyParam returns belongs to the timer, which passes it to pfnFreeParam.
 /// Errors: no function reports an error; some failures write a line at level 1 of the debug
-/// interface. Exceptions of pfnCopyParam and, while a timer is scheduled, of the task manager pass
-/// to the caller, and the timer then does not fire. Exceptions of pfnTimeout pass to the task
-/// manager. pfnFreeParam must not throw, and a thread cannot be cancelled in it.
+/// interface. An exception of pfnCopyParam, or of the task manager during ScheduleEmsUtilTimer(),
+/// passes to the caller, and the timer does not fire. An exception of pfnTimeout passes to the task
+/// manager, and the timer is finished. pfnFreeParam must not throw, and a thread cannot be
+/// cancelled in it.
 
 #include "emsutil/export.h"
 
@@ -32,9 +33,8 @@ namespace NSQN_EMSUTIL_AGENT {
 /// | function | receives | is called | by the thread that |
 /// |---|---|---|---|
 /// | pfnCopyParam | the caller's data, if not null | once, at once | schedules |
-/// | pfnTimeout | the copy, which may be null | once, when the time has come | delivers the expiry
-/// | | pfnFreeParam | the copy, if not null | once, when the timer is destroyed | destroys the task
-/// |
+/// | pfnTimeout | the copy, which may be null | once, at the expiry | delivers it |
+/// | pfnFreeParam | the copy, if not null | once, with the timer | destroys the task |
 struct EmsUtilTimerInterface
 {
     void (*pfnTimeout)(void*);    ///< the caller's function
@@ -53,7 +53,8 @@ struct EmsUtilTimerInterface
 /// Writes "Find TaskMgrID %d failed\n" when there is no such manager, or no application manager.
 /// Writes "new EmsUtilAgentTimerTask task failed bytes %u\n" when there is no memory for the timer.
 /// Writes nothing when the timer's lock fails, or when the task manager has no memory to arm the
-/// timer. In each case the timer does not fire, and a copy of the data is destroyed.
+/// timer. After each of these failures the timer does not fire, and its data, if copied, has been
+/// passed to pfnFreeParam.
 EMSUTIL_API void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
                                       void* param);
 

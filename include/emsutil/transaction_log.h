@@ -29,17 +29,18 @@
 /// Thread safety: any thread may call any operation at any time, but only one thread at a time may
 /// use a handle. Each thread that works on a log should therefore create a handle of its own. Every
 /// operation except GetHandle() and IsValid() may wait. Callers must guard the contents of a
-/// buffer themselves. Threads that use logs must end before main() returns: at that time the
-/// registry of logs is torn down, and the operations that need it do nothing from then on.
+/// buffer themselves. Threads that use logs should end before main() returns: after the host's
+/// static objects the registry of logs is torn down, and the operations that need it do nothing
+/// from then on.
 /// Ownership: a buffer belongs to the log from AddBuffer() until RemoveBuffer(). A log that is
 /// destroyed deletes its buffers. The result of GetBuffer() is borrowed: it is valid while the log
 /// exists and the buffer is in it.
 /// Errors: an operation that cannot take its lock does nothing and returns its negative result.
 /// Misuse writes a check line, "file:translog:<number>,<text>", through the debug interface.
 /// std::bad_alloc and exceptions of the debug interface pass to the caller; no lock is then held,
-/// and nothing is half done. They never pass out of a handle's destructor or ClearAllLog(), and a
-/// thread cannot be cancelled in these. A handle whose destructor cannot take its locks keeps its
-/// reference, so that its log exists until ClearAllLog().
+/// and nothing is half done. But no exception passes out of a handle's destructor or ClearAllLog(),
+/// and a thread cannot be cancelled in these two. A handle whose destructor cannot take its locks
+/// keeps its reference, so that its log exists until ClearAllLog().
 ///
 /// The library holds the locks of the log, or the lock of all logs, when it writes most check
 /// lines. The debug interface must therefore not call an operation of a transaction log, and should

@@ -7,7 +7,7 @@
 ///         std::puts("compiled with the headers of another version");
 ///
 /// Thread safety: any thread may call EmsUtilVersion() at any time, from anywhere; it never waits.
-/// Ownership: the text belongs to the library and is valid until the library is unloaded.
+/// Ownership: the text belongs to the library and is valid until the process ends.
 /// Errors: EmsUtilVersion() cannot fail.
 
 #include "emsutil/export.h"

@@ -1,5 +1,5 @@
-// What a platform may do while it inserts and arms a timer's task: deliver the expiry or destroy the
-// task, on another thread or inside the very call.
+// What a platform may do while it inserts and arms a timer's task: deliver the expiry or destroy
+// the task, on another thread or inside the very call.
 
 #include <chrono>
 #include <future>
@@ -157,6 +157,51 @@ TEST(TimerScheduling, ATaskThatCannotBeArmedIsFinishedOnce)
     g_Steering.onArm = [](eKorTask&) -> long { throw std::runtime_error("not armed"); };
     EXPECT_THROW(Schedule(), std::runtime_error);
     EXPECT_EQ(TakeEvents(), "destroy free ");
+}
+
+TEST(TimerScheduling, ThePlatformMayArmTheTaskItself)
+{
+    // Inside the insertion, and the task fires inside each arming.
+    eKorTask* finished = nullptr;
+    g_Steering.onInsert = [](eKorTask& task) { task.InitTaskCmdReqProcess(nullptr); };
+    g_Steering.onArm = [](eKorTask& task) {
+        task.eKorTaskTimeInterval(42);
+        return 42;
+    };
+    g_Steering.onFinished = [&](eKorTask& task) { finished = &task; };
+    Schedule();
+    EXPECT_EQ(TakeEvents(), "timeout ");
+    delete finished;
+    EXPECT_EQ(TakeEvents(), "free ");
+    g_Steering.onFinished = Destroy;
+    Schedule();
+    EXPECT_EQ(TakeEvents(), "timeout destroy free ");
+
+    // On its own, with a destruction inside the arming.
+    eKorTask* inserted = nullptr;
+    g_Steering = {};
+    g_Steering.onInsert = [&](eKorTask& task) { inserted = &task; };
+    Schedule();
+    g_Steering.onArm = [](eKorTask& task) {
+        Destroy(task);
+        return 42;
+    };
+    inserted->InitTaskCmdReqProcess(nullptr);
+    EXPECT_EQ(TakeEvents(), "destroy free ");
+
+    // The library's own arming fails, but that of the platform holds.
+    inserted = nullptr;
+    g_Steering.onInsert = [&](eKorTask& task) { task.InitTaskCmdReqProcess(nullptr); };
+    g_Steering.onArm = [&](eKorTask& task) {
+        return std::exchange(inserted, &task) == &task ? -1L : 5L;
+    };
+    g_Steering.onFinished = Destroy;
+    g_Steering.disarmed.clear();
+    Schedule();
+    EXPECT_EQ(TakeEvents(), "");
+    inserted->eKorTaskTimeInterval(5);
+    EXPECT_EQ(g_Steering.disarmed, Ids{5});
+    EXPECT_EQ(TakeEvents(), "timeout destroy free ");
 }
 
 TEST(TimerScheduling, WhatThePlatformThrowsInAnExpiryPasses)
