@@ -43,7 +43,8 @@ public:
         if (AtEnd()) {
             return ParseResult::Blank;
         }
-        return ParseCommandName(cmd.name) && ParsePairs(cmd.nvtps) && ParseObjects(cmd.objs)
+        return ParseCommandName(cmd.name) && ParseTopic(cmd) && ParsePairs(cmd.nvtps) &&
+                       ParseObjects(cmd.objs)
                    ? ParseResult::Command
                    : ParseResult::Error;
     }
@@ -152,6 +153,24 @@ private:
         return (AtWordEnd() && m_nAt > begin) || FailExpected("a command name", begin);
     }
 
+    /// The word after "help", if there is one.
+    bool ParseTopic(EmsGeneralCmd& cmd)
+    {
+        if (cmd.name != "help" || AtEnd()) {
+            return true;
+        }
+        const std::size_t begin = m_nAt;
+        const std::string_view word = TakeBare(NAME_ENDS);
+        if (word.empty() || !AtWordEnd()) {
+            m_nAt = begin;
+            return true;
+        }
+        EmsNameAndValueStringTypePair& pair = cmd.nvtps.nvtps.emplace_back();
+        pair.name = "command";
+        pair.value = word;
+        return true;
+    }
+
     bool ParsePairs(EmsNVTPList& list)
     {
         while (!AtEnd() && !At('{') && !At('}')) {
@@ -228,6 +247,14 @@ ParseResult ParseCommand(std::string_view line, EmsGeneralCmd& cmd, std::string&
     cmd.nvtps.nvtps.clear();
     cmd.objs.objs.clear();
     return LineParser(line, error).Parse(cmd);
+}
+
+std::string Printable(std::string_view text)
+{
+    std::string quoted = Quoted(text);
+    const bool isPlain = quoted.size() == text.size() + 2 && !text.empty() &&
+                         text.find_first_of(NAME_ENDS) == std::string_view::npos;
+    return isPlain ? std::string(text) : quoted;
 }
 
 std::string Quoted(std::string_view text)

@@ -24,9 +24,13 @@ enum class ParseResult { Command, Blank, Error };
 /// - Either may stand in double quotes, with the escapes \" \\ \n \t \r and \xHH. A quoted text is
 ///   the whole name or the whole value, and may be empty.
 /// - A value of the type long is an optional sign and decimal digits, as many as you like.
+/// - A bare word as the first argument of "help" is short for command=WORD.
 /// - # begins a comment where a name could begin, and is an ordinary character elsewhere.
 ParseResult ParseCommand(std::string_view line, NSQN_EMSUTIL_AGENT::EmsGeneralCmd& cmd,
                          std::string& error);
+
+/// `text` as it is, if it is a plain word, else quoted.
+std::string Printable(std::string_view text);
 
 /// `text` in quotes, fit for a message: control characters escaped, a long text cut.
 std::string Quoted(std::string_view text);

@@ -1,25 +1,16 @@
 #include "host/console.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <system_error>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace emshost {
 
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr auto BEFORE_FIRST_PROGRESS = 1s;
-constexpr auto BETWEEN_PROGRESS = 200ms;
-
-bool WriteLine(std::FILE* stream, std::string_view line)
-{
-    return std::fwrite(line.data(), 1, line.size(), stream) == line.size() &&
-           (line.ends_with('\n') || std::fputc('\n', stream) != EOF);
-}
+constexpr std::size_t MOST_PENDING = 65536; // bytes
 
 } // namespace
 
@@ -29,81 +20,76 @@ Console& Console::Instance()
     return *console;
 }
 
-Console::Console()
-    : m_bOutputOnTerminal(::isatty(STDOUT_FILENO) == 1),
-      m_bErrorOnTerminal(::isatty(STDERR_FILENO) == 1),
-      m_nNextProgress((Clock::now() + BEFORE_FIRST_PROGRESS).time_since_epoch().count())
-{}
-
 void Console::Print(std::string_view line)
 {
+    static const bool terminal = ::isatty(STDOUT_FILENO) == 1;
     const std::lock_guard guard(m_Mutex);
-    if (m_bOutputLost) {
-        return;
-    }
-    if (m_bOutputOnTerminal) {
-        Erase();
-    }
-    if (!WriteLine(stdout, line)) {
-        LoseOutput();
+    Add(m_Output, line);
+    if (terminal || m_Output.pending.size() >= MOST_PENDING) {
+        Write(m_Output);
     }
 }
 
 void Console::Message(std::string_view line)
 {
     const std::lock_guard guard(m_Mutex);
-    Erase();
-    WriteLine(stderr, line);
+    Write(m_Output);
+    Add(m_Error, line);
+    Write(m_Error);
 }
 
-void Console::Progress(const std::function<std::string()>& text)
+void Console::DebugLine(std::string_view line)
 {
-    if (!m_bErrorOnTerminal) {
-        return;
-    }
-    const Clock::time_point now = Clock::now();
-    if (IsTooEarly(now)) {
-        return;
-    }
     const std::lock_guard guard(m_Mutex);
-    if (IsTooEarly(now)) { // another thread came first
-        return;
+    if (m_Debug.descriptor == STDERR_FILENO) {
+        Write(m_Output);
     }
-    m_nNextProgress = (now + BETWEEN_PROGRESS).time_since_epoch().count();
-    m_bProgressShown = true;
-    std::fprintf(stderr, "\r%s", text().c_str());
+    Add(m_Debug, line);
+    Write(m_Debug);
 }
 
 void Console::Flush()
 {
     const std::lock_guard guard(m_Mutex);
-    Erase();
-    if (!m_bOutputLost && std::fflush(stdout) != 0) {
-        LoseOutput();
+    Write(m_Output);
+}
+
+void Console::OpenDebugFile(const std::string& path)
+{
+    const int descriptor =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666); // NOLINT
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    m_Debug.descriptor = descriptor;
+    m_Debug.name = path;
+}
+
+void Console::Add(Stream& stream, std::string_view line)
+{
+    m_bWritten = true;
+    stream.pending += line;
+    if (!line.ends_with('\n')) {
+        stream.pending += '\n';
     }
 }
 
-bool Console::IsTooEarly(Clock::time_point now) const
+void Console::Write(Stream& stream)
 {
-    return now.time_since_epoch().count() < m_nNextProgress;
-}
-
-/// With the lock held.
-void Console::Erase()
-{
-    if (m_bProgressShown) {
-        std::fputs("\r\033[K", stderr);
-        m_bProgressShown = false;
+    std::string_view rest = stream.pending;
+    while (!rest.empty() && !stream.lost) {
+        const ssize_t count = ::write(stream.descriptor, rest.data(), rest.size());
+        if (count >= 0) {
+            rest.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            stream.lost = true;
+            Add(m_Error, "emshost: " + stream.name + ": " + std::generic_category().message(errno));
+        }
     }
-}
-
-/// With the lock held, at once after the write that failed.
-void Console::LoseOutput()
-{
-    const std::string reason = std::generic_category().message(errno);
-    m_bOutputLost = true;
-    Erase();
-    WriteLine(stderr, "emshost: standard output: " + reason);
+    stream.pending.clear();
+    if (&stream != &m_Error) {
+        Write(m_Error);
+    }
 }
 
 } // namespace emshost

@@ -2,49 +2,55 @@
 #define HOST_CONSOLE_H
 
 #include <atomic>
-#include <chrono>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
 
 namespace emshost {
 
-/// What the process writes: results on standard output, messages and its progress on standard
-/// error. Any thread may call it. The one instance is never destroyed, so that a debug line may
-/// still be written while the process ends.
+/// What the process writes, in whole lines: results to standard output, messages to standard error,
+/// debug lines there or to a file. A line end is added where there is none. Any thread may call it.
+/// The one instance is never destroyed, because debug lines may come until the process has ended.
 class Console
 {
 public:
     static Console& Instance();
 
-    /// Writes a line of results. It reaches a pipe or a file at the latest with Flush(). Once a
-    /// line could not be written, a message has said why and no more are.
+    /// Adds a line to the results. A terminal shows it at once, a pipe or a file at the latest
+    /// after Flush(). When a line cannot be written, a message says why, and no more are written.
     void Print(std::string_view line);
-    /// Writes a message at once. A line end at its end is added where there is none.
+    /// Writes all results, and then a message.
     void Message(std::string_view line);
-    /// Shows how far the process is: on a terminal only, from one second on, not too often. The
-    /// text is asked for when it is shown.
-    void Progress(const std::function<std::string()>& text);
-    /// Takes the progress away and writes out all results.
     void Flush();
-    /// Whether results have been lost.
-    bool IsOutputLost() const { return m_bOutputLost; }
+    bool IsOutputLost() const { return m_Output.lost; }
+
+    /// Makes debug lines be appended to a file. Throws std::system_error when it cannot be opened.
+    void OpenDebugFile(const std::string& path);
+    void DebugLine(std::string_view line);
+    bool IsDebugLost() const { return m_Debug.lost; }
+
+    /// Whether a line has been written since the last call.
+    bool HasWritten() { return m_bWritten.exchange(false); }
 
 private:
-    using Clock = std::chrono::steady_clock;
+    struct Stream
+    {
+        int descriptor;
+        std::string name;
+        std::string pending;
+        std::atomic<bool> lost = false;
+    };
 
-    Console();
-    bool IsTooEarly(Clock::time_point now) const;
-    void Erase();
-    void LoseOutput();
+    Console() = default;
+    // With the lock held.
+    void Write(Stream& stream);
+    void Add(Stream& stream, std::string_view line);
 
-    const bool m_bOutputOnTerminal;
-    const bool m_bErrorOnTerminal;
-    std::atomic<Clock::rep> m_nNextProgress;
-    std::atomic<bool> m_bOutputLost = false;
-    std::mutex m_Mutex; // one line at a time; guards the next
-    bool m_bProgressShown = false;
+    std::mutex m_Mutex; // guards the streams
+    Stream m_Output{1, "standard output", "", {}};
+    Stream m_Error{2, "standard error", "", {}};
+    Stream m_Debug{2, "standard error", "", {}};
+    std::atomic<bool> m_bWritten = false;
 };
 
 } // namespace emshost

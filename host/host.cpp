@@ -1,14 +1,19 @@
 #include "host/host.h"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
-#include <iterator>
+#include <memory>
 #include <thread>
 #include <utility>
 
+#include <unistd.h>
+
+#include "emsutil/diagnostics.h"
 #include "host/command_parser.h"
 #include "host/console.h"
-#include "host/handlers.h"
+#include "host/json.h"
+#include "host/line_editor.h"
 
 namespace emshost {
 
@@ -21,132 +26,148 @@ constexpr auto IDLE_BEFORE_FLUSH = std::chrono::milliseconds(50);
 
 constinit Host* g_pHost = nullptr;
 
-} // namespace
+/// What cannot be run as a command goes through the queue too, so that its message comes in its
+/// turn: as a command of this name with one pair, the kind of fault and the message.
+std::string g_strFault = "(fault)";
+const RegEmsUtilCmd g_FaultRegistration(g_strFault, Host::Dispatch);
 
-Host& Host::Instance()
+constexpr const char* BAD_LINE = "bad line";
+constexpr const char* UNREAD_SCRIPT = "unread script";
+constexpr const char* UNKNOWN_COMMAND = "unknown command";
+
+void MakeFault(EmsGeneralCmd& cmd, const char* kind, const std::string& message)
 {
-    return *g_pHost;
+    cmd = EmsGeneralCmd();
+    cmd.name = g_strFault;
+    auto& pair = cmd.nvtps.nvtps.emplace_back();
+    pair.name = kind;
+    pair.value = message;
 }
 
-Host::Host(const HostOptions& options) : m_Options(options), m_Workers(options.m_nWorkers)
+} // namespace
+
+Host::Host(const HostOptions& options, std::stop_source stop)
+    : m_Workers(options.workers, stop.get_token()), m_Options(options), m_Stop(std::move(stop)),
+      m_Interrupt(m_Stop.get_token())
 {
     g_pHost = this;
 }
 
+Host::~Host()
+{
+    m_Workers.End(); // their jobs use the other members
+}
+
 int Host::Run(const std::vector<std::string>& scripts)
 {
-    if (m_Options.m_bDirect) {
-        ReadAll(scripts, Delivery::AtOnce);
+    m_bInteractive = scripts.empty() && ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
+    if (m_Options.direct || m_bInteractive) {
+        ReadAll(scripts);
     } else {
-        std::thread reader([&] {
-            Completes([&] { ReadAll(scripts, Delivery::Queued); });
+        const std::jthread reader([&] {
+            ReadAll(scripts);
             Announce(m_bAllRead);
         });
-        DrainUntilRead();
-        reader.join();
+        Drain();
     }
     m_Workers.End();
     for (; !m_AtEnd.empty(); m_AtEnd.pop_back()) {
-        Completes(m_AtEnd.back());
+        m_AtEnd.back()();
     }
     Console& console = Console::Instance();
     console.Flush();
-    console.Message(m_Tally.Summary(std::chrono::steady_clock::now() - m_Start));
-    return m_Tally.IsAllWell() && !console.IsOutputLost() ? m_nQuitStatus : 1;
+    if (!m_bInteractive) {
+        console.Message(Summary());
+    }
+    const bool allWell = m_Counts.badLines + m_Counts.failed + m_Counts.unread == 0;
+    return allWell && !console.IsOutputLost() && !console.IsDebugLost() ? m_nQuitStatus : 1;
 }
 
-void Host::ReadAll(const std::vector<std::string>& scripts, Delivery delivery)
+void Host::ReadAll(const std::vector<std::string>& scripts)
 {
-    LineReader::BeforeWait beforeWait;
-    if (delivery == Delivery::AtOnce) { // else the thread that drains sees to it
-        beforeWait = [this] { FlushResults(); };
-    }
-    if (scripts.empty()) {
-        LineReader standardInput(m_Interrupt, beforeWait);
-        ReadScript(standardInput, delivery);
-    }
-    for (const std::string& script : scripts) {
-        LineReader reader(script, m_Interrupt, beforeWait);
-        if (!ReadScript(reader, delivery)) {
+    try {
+        if (m_bInteractive) {
+            LineEditor editor(m_Interrupt, CommandNames());
+            LineReader reader("-", m_Interrupt, &editor);
+            ReadScript(reader, false);
             return;
         }
+        for (const std::string& script :
+             scripts.empty() ? std::vector<std::string>{"-"} : scripts) {
+            LineReader reader(script, m_Interrupt);
+            if (!ReadScript(reader, false)) {
+                return;
+            }
+        }
+    } catch (const std::exception& failure) {
+        Fail("emshost", failure.what());
     }
 }
 
-/// False when nothing more is to be read. `askedBy` begins the message when not all can be read.
-bool Host::ReadScript(LineReader& reader, Delivery delivery, const std::string& askedBy)
+/// False when no more is to be read.
+bool Host::ReadScript(LineReader& reader, bool nested)
 {
     EmsGeneralCmd cmd;
-    while (!m_bStopped) {
-        switch (reader.Next()) {
-        case LineReader::Result::Line:
-            if (!ReadLine(reader, delivery, cmd)) {
-                return false;
-            }
-            break;
-        case LineReader::Result::BadLine:
-            ++m_Tally.m_nBadLines;
-            Console::Instance().Message(reader.Error());
-            if (m_Options.m_bStrict) {
-                return false;
-            }
-            break;
-        case LineReader::Result::Failed:
-            ++m_Tally.m_nUnreadScripts;
-            Console::Instance().Message(askedBy + reader.Error());
-            return !m_Options.m_bStrict;
-        case LineReader::Result::End:
+    Position position;
+    position.name = reader.Path();
+    std::string error;
+    while (!m_Stop.stop_requested()) {
+        const LineReader::Result result = reader.Next();
+        if (result == LineReader::Result::End) {
             return true;
-        case LineReader::Result::Interrupted:
+        }
+        position.value = reader.Where();
+        bool isFault = true;
+        if (result != LineReader::Result::Line) {
+            const bool failed = result == LineReader::Result::Failed;
+            MakeFault(cmd, failed ? UNREAD_SCRIPT : BAD_LINE, reader.Error());
+        } else {
+            switch (ParseCommand(reader.Line(), cmd, error)) {
+            case ParseResult::Blank:
+                continue;
+            case ParseResult::Error:
+                MakeFault(cmd, BAD_LINE, error);
+                break;
+            case ParseResult::Command:
+                ++m_Counts.read;
+                isFault = false;
+                break;
+            }
+        }
+        Deliver(cmd, position, nested);
+        if (isFault && m_Options.strict) {
             return false;
+        }
+        if (result == LineReader::Result::Failed) {
+            return true;
         }
     }
     return false;
 }
 
-/// False when nothing more is to be read.
-bool Host::ReadLine(const LineReader& reader, Delivery delivery, EmsGeneralCmd& cmd)
+void Host::Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested)
 {
-    Position position;
-    std::string error;
-    switch (ParseCommand(reader.Line(), cmd, error)) {
-    case ParseResult::Command:
-        ++m_Tally.m_nRead;
-        ShowProgress();
-        position.name = reader.Path();
-        position.value = reader.Where();
-        Deliver(cmd, position, delivery);
-        return true;
-    case ParseResult::Blank:
-        return true;
-    case ParseResult::Error:
-        break;
+    if (cmd.name != g_strFault && FindCommand(cmd.name) == nullptr) {
+        MakeFault(cmd, UNKNOWN_COMMAND, Unknown(cmd.name, CommandNames()));
     }
-    ++m_Tally.m_nBadLines;
-    Console::Instance().Message(reader.Where() + ": " + error);
-    return !m_Options.m_bStrict;
-}
-
-void Host::Deliver(EmsGeneralCmd& cmd, const Position& position, Delivery delivery)
-{
     cmd.nvtps.nvtps.push_back(position); // RunCommand() takes it off
-    // The library drops a command without a handler silently.
-    if (!HandlerHelp().contains(cmd.name)) {
-        m_Tally.CountWithoutHandler(cmd.name);
+    if (nested || m_Options.direct) {
+        runGeneralCmd(cmd);
+        return;
     }
-    if (delivery == Delivery::Queued) {
-        addGeneralCmd(cmd);
-        Announce(m_bAdded);
+    addGeneralCmd(cmd);
+    if (m_bInteractive && m_Running.empty()) {
+        runGeneralCmd();
+        Console::Instance().Flush();
     } else {
-        Completes([&] { runGeneralCmd(cmd); });
+        Announce(m_bAdded);
     }
 }
 
 /// The reader announces each command after adding it; here the announcement is taken back before
-/// draining. So a command added before that is drained now, and one added later is announced again:
-/// none is left behind while both sides wait. A reader held back by a full queue has announced all
-/// that fills it, and gets room from that drain.
-void Host::DrainUntilRead()
+/// draining. So a command that was added before is drained now, and one added later is announced
+/// again. A reader that waits for room in the queue has announced all that fills it.
+void Host::Drain()
 {
     const auto news = [this] { return m_bAdded || m_bAllRead; };
     for (bool allRead = false; !allRead;) {
@@ -154,16 +175,14 @@ void Host::DrainUntilRead()
             std::unique_lock lock(m_NewsMutex);
             if (!m_News.wait_for(lock, IDLE_BEFORE_FLUSH, news)) {
                 lock.unlock();
-                FlushResults();
+                Console::Instance().Flush();
                 lock.lock();
                 m_News.wait(lock, news);
             }
             m_bAdded = false;
             allRead = m_bAllRead;
         }
-        while (!Completes([] { runGeneralCmd(); })) {
-            // An exception has left the drain; the rest of the queue is still there.
-        }
+        runGeneralCmd();
     }
 }
 
@@ -171,138 +190,147 @@ void Host::Announce(bool& news)
 {
     const std::lock_guard guard(m_NewsMutex);
     if (!std::exchange(news, true)) {
-        m_News.notify_one();
+        m_News.notify_all();
     }
 }
 
-void Host::RunCommand(EmsGeneralCmd& cmd, Function& function)
+int Host::Dispatch(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 {
+    g_pHost->RunCommand(*cmd);
+    return 0;
+}
+
+void Host::RunCommand(EmsGeneralCmd& cmd)
+{
+    const Position position = std::move(cmd.nvtps.nvtps.back());
+    cmd.nvtps.nvtps.pop_back();
     if (Console::Instance().IsOutputLost()) {
-        Stop();
+        m_Stop.request_stop();
     }
-    if (m_bStopped) {
-        ++m_Tally.m_nSkipped;
+    if (m_Stop.stop_requested()) {
+        m_Counts.skipped += cmd.name == g_strFault ? 0 : 1;
         return;
     }
-    ++m_Tally.m_nRun;
-    ShowProgress();
-
-    struct EndOfRun
-    {
-        std::list<Position>& m_Running;
-        ~EndOfRun() { m_Running.pop_back(); }
-    };
-    std::list<Position>& pairs = cmd.nvtps.nvtps;
-    m_Running.splice(m_Running.end(), pairs, std::prev(pairs.end()));
-    const EndOfRun end{m_Running};
-    function(*this, cmd);
-}
-
-void Host::RunScript(const EmsGeneralCmd& by, const std::string& path)
-{
-    if (!MayNest(by)) {
+    const Command* const command = FindCommand(cmd.name);
+    if (command == nullptr) {
+        ReportFault(cmd.nvtps.nvtps.front(), position.value);
         return;
     }
-    // One that runs itself twice would otherwise run 2^DEEPEST_NESTING times.
-    if (std::any_of(m_Running.begin(), m_Running.end(),
-                    [&](const Position& position) { return position.name == path; })) {
-        ReportBadCommand(by, path + " is being run already");
+    ++m_Counts.run;
+    m_Running.push_back(position);
+    const Call call(*this, *command, cmd, position.name, position.value);
+    try {
+        const std::string wrong = command->Check(cmd);
+        if (wrong.empty()) {
+            command->function(call);
+        } else {
+            Fail(call.m_strWhere, wrong);
+        }
+    } catch (const std::exception& failure) {
+        Fail(call.m_strWhere, failure.what());
+    }
+    m_Running.pop_back();
+}
+
+void Host::ReportFault(const Position& fault, const std::string& where)
+{
+    Console::Instance().Message(where + ": " + fault.value);
+    if (fault.name == UNKNOWN_COMMAND) {
+        ++m_Counts.withoutHandler;
         return;
     }
-    LineReader reader(path, m_Interrupt, [this] { FlushResults(); });
-    if (!ReadScript(reader, Delivery::AtOnce, Where(by) + ": ")) {
-        Stop();
+    ++(fault.name == BAD_LINE ? m_Counts.badLines : m_Counts.unread);
+    if (m_Options.strict) {
+        m_Stop.request_stop();
     }
 }
 
-void Host::Add(const EmsGeneralCmd& by, EmsGeneralCmd& cmd)
+void Host::RunScript(const Call& call, const std::string& path)
 {
-    const Delivery delivery = m_Options.m_bDirect ? Delivery::AtOnce : Delivery::Queued;
-    if (delivery == Delivery::Queued || MayNest(by)) {
-        ++m_Tally.m_nAdded;
-        Deliver(cmd, m_Running.back(), delivery);
+    const bool isRunning = std::any_of(m_Running.begin(), m_Running.end(),
+                                       [&](const Position& by) { return by.name == path; });
+    if (isRunning) { // a script that ran itself twice would run 2^DEEPEST_NESTING times
+        Fail(call.m_strWhere, path + " is being run already");
+    } else if (m_Running.size() > DEEPEST_NESTING) {
+        Fail(call.m_strWhere, "nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
+    } else {
+        LineReader reader(path, m_Interrupt);
+        ReadScript(reader, true);
     }
 }
 
-bool Host::MayNest(const EmsGeneralCmd& by)
+void Host::Add(EmsGeneralCmd& cmd)
 {
-    if (m_Running.size() <= DEEPEST_NESTING) {
-        return true;
+    if (m_Options.direct && m_Running.size() > DEEPEST_NESTING) {
+        throw std::runtime_error("nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
     }
-    ReportBadCommand(by, "nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
-    return false;
+    ++m_Counts.added;
+    const Position position = m_Running.back();
+    Deliver(cmd, position, false);
 }
 
-/// What begins a message about the command that runs now.
-std::string Host::Where(const EmsGeneralCmd& cmd) const
+void Host::Fail(const std::string& where, const std::string& what)
 {
-    return m_Running.back().value + ": " + cmd.name;
-}
-
-/// Nobody is to wait for results while the process waits.
-void Host::FlushResults()
-{
-    Console& console = Console::Instance();
-    console.Flush();
-    if (console.IsOutputLost()) {
-        Stop();
-    }
-}
-
-void Host::ReportBadCommand(const EmsGeneralCmd& cmd, const std::string& what)
-{
-    ++m_Tally.m_nBadCommands;
-    Console::Instance().Message(Where(cmd) + ": " + what);
-    if (m_Options.m_bStrict) {
-        Stop();
+    ++m_Counts.failed;
+    Console::Instance().Message(where + ": " + what);
+    if (m_Options.strict) {
+        m_Stop.request_stop();
     }
 }
 
 void Host::Quit(int status)
 {
     m_nQuitStatus = status;
-    Stop();
+    m_Stop.request_stop();
 }
 
-void Host::Submit(const std::string& name, std::function<void()> job)
+void Host::Submit(const Call& call, const std::string& name, const std::function<void()>& job)
 {
-    m_Workers.Submit(name, [this, job = std::move(job)] { Completes(job); });
-}
-
-void Host::AtEnd(std::function<void()> action)
-{
-    m_AtEnd.push_back(std::move(action));
-}
-
-void Host::Stop()
-{
-    m_bStopped = true;
-    m_Interrupt.Raise();
-}
-
-void Host::ShowProgress()
-{
-    Console::Instance().Progress([this] {
-        return std::to_string(m_Tally.m_nRead) + " read, " + std::to_string(m_Tally.m_nRun) +
-               " run";
-    });
-}
-
-/// False when `body` left with an exception, which is then reported.
-template <class Body>
-bool Host::Completes(Body body)
-{
-    try {
-        body();
-        return true;
-    } catch (const std::exception& failure) {
-        ++m_Tally.m_nBadCommands;
-        Console::Instance().Message(std::string("emshost: a command failed: ") + failure.what());
-        if (m_Options.m_bStrict) {
-            Stop();
+    const auto guarded = [this, where = call.m_strWhere, job] {
+        try {
+            job();
+        } catch (const std::exception& failure) {
+            Fail(where, failure.what());
         }
-        return false;
+    };
+    if (!m_Workers.Submit(name, guarded)) {
+        throw std::runtime_error("all workers are stuck");
     }
+}
+
+void Host::Sleep(std::chrono::milliseconds time)
+{
+    Console::Instance().Flush();
+    std::unique_lock lock(m_NewsMutex);
+    m_News.wait_for(lock, StopToken(), time, [] { return false; });
+}
+
+std::string Host::Summary() const
+{
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - m_Start;
+    const auto rate = static_cast<double>(m_Counts.run) / elapsed.count();
+    Json rows = {{"read", m_Counts.read.load()},
+                 {"added_by_handlers", m_Counts.added.load()},
+                 {"run", m_Counts.run.load()},
+                 {"without_a_handler", m_Counts.withoutHandler.load()},
+                 {"bad_lines", m_Counts.badLines.load()},
+                 {"failed_commands", m_Counts.failed.load()},
+                 {"scripts_that_could_not_be_read", m_Counts.unread.load()},
+                 {"skipped_at_the_end", m_Counts.skipped.load()},
+                 {"seconds", std::round(elapsed.count() * 1000) / 1000},
+                 {"commands_per_second", std::llround(rate)}};
+    if (m_Options.json) {
+        return Json{{"summary", rows}}.dump();
+    }
+    std::string table;
+    for (const auto& [key, value] : rows.items()) {
+        std::string label = key;
+        std::replace(label.begin(), label.end(), '_', ' ');
+        const std::string number =
+            value.is_number_float() ? string_format("%.3f", value.get<double>()) : value.dump();
+        table += string_format("%-30s %10s\n", label.c_str(), number.c_str());
+    }
+    return table;
 }
 
 } // namespace emshost

@@ -4,104 +4,109 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
-#include <list>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <vector>
 
 #include "emsutil/general_command.h"
+#include "host/command.h"
 #include "host/line_reader.h"
-#include "host/tally.h"
-#include "host/worker_pool.h"
+#include "host/workers.h"
 
 namespace emshost {
 
-using NSQN_EMSUTIL_AGENT::EmsGeneralCmd;
-
 struct HostOptions
 {
-    bool m_bDirect = false; // run each command as it is read, without the queue
-    bool m_bStrict = false; // stop at the first error
-    int m_nWorkers = 2;     // threads for jobs
+    bool direct = false; // run each command as it is read, without the queue
+    bool strict = false; // stop at the first error
+    bool json = false;   // print tables as lines of JSON
+    int workers = 2;
 };
 
-/// The process: reads scripts and has the library run their commands.
+/// The process: reads scripts, and the library runs their commands.
 ///
-/// A thread reads and queues; the main thread drains, so that every handler runs there. In direct
-/// mode the main thread does both.
+/// A thread reads and adds commands to the library's queue; the main thread drains it, so that
+/// every command runs there, in order. Commands of a nested script, and all with the option
+/// "direct", run at once instead. At a terminal the main thread does both in turn.
 class Host
 {
 public:
-    /// For handlers, which get no context. There is one host, and it is there while any runs.
-    static Host& Instance();
+    /// For the library, which calls handlers without a context.
+    static int Dispatch(EmsGeneralCmd* cmd, EmsGeneralCmd*);
 
-    explicit Host(const HostOptions& options);
+    /// `stop` is requested by a signal or by the host itself.
+    Host(const HostOptions& options, std::stop_source stop);
+    ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
-    /// Reads the scripts, or standard input if there are none, until all their commands are done.
-    /// Writes the summary and returns the exit status.
+    /// Reads the scripts, and returns when all their commands are done and the summary is written:
+    /// the exit status.
     int Run(const std::vector<std::string>& scripts);
 
-    // For handlers, on the main thread.
+    // For the functions of commands, on the main thread.
 
-    using Function = void(Host&, EmsGeneralCmd&);
-
-    /// Has `function` do a command, and counts that; or skips it when the process is to end.
-    void RunCommand(EmsGeneralCmd& cmd, Function& function);
     /// Reads another script and runs its commands at once.
-    void RunScript(const EmsGeneralCmd& by, const std::string& path);
-    /// Queues a command; in direct mode, where nobody drains, runs it at once.
-    void Add(const EmsGeneralCmd& by, EmsGeneralCmd& cmd);
-    /// Says what `cmd` lacks.
-    void ReportBadCommand(const EmsGeneralCmd& cmd, const std::string& what);
-    /// Ends the process: nothing more is read, and what is queued is skipped.
+    void RunScript(const Call& call, const std::string& path);
+    /// Adds a command on behalf of the one that runs.
+    void Add(EmsGeneralCmd& cmd);
+    /// Ends the process: no more is read, and what is queued is skipped.
     void Quit(int status);
-    /// Hands a job to the worker threads. What it throws counts as a failed command.
-    void Submit(const std::string& name, std::function<void()> job);
-    /// Has something done when all commands and jobs are done; what is asked for last comes first.
-    void AtEnd(std::function<void()> action);
-    WorkerPool& Workers() { return m_Workers; }
+    /// Passes a job to a worker. What it throws is a failure of the call.
+    void Submit(const Call& call, const std::string& name, const std::function<void()>& job);
+    /// Runs an action when all commands and jobs are done; the latest comes first.
+    void AtEnd(std::function<void()> action) { m_AtEnd.push_back(std::move(action)); }
+    /// Waits, or less when the process is to stop; results are written before.
+    void Sleep(std::chrono::milliseconds time);
+    std::stop_token StopToken() const { return m_Stop.get_token(); }
+    std::string Summary() const;
+
+    // For the functions of commands and for jobs, on any thread.
+
+    /// Reports that a command has failed. `where` begins the message.
+    void Fail(const std::string& where, const std::string& what);
+    bool IsJson() const { return m_Options.json; }
+
+    Workers m_Workers;
 
 private:
-    /// Where a command was read: the path of the script, and the line as messages have it. It goes
-    /// through the queue as the command's last pair.
+    /// Where a command was read: the path of the script, and "file:line". It goes through the
+    /// queue as the last pair of the command.
     using Position = NSQN_EMSUTIL_AGENT::EmsNameAndValueStringTypePair;
 
-    enum class Delivery { Queued, AtOnce };
+    struct Counts
+    {
+        std::atomic<std::uint64_t> read, added, run, withoutHandler, badLines, failed, unread,
+            skipped;
+    };
 
-    void ReadAll(const std::vector<std::string>& scripts, Delivery delivery);
-    bool ReadScript(LineReader& reader, Delivery delivery, const std::string& askedBy = "");
-    bool ReadLine(const LineReader& reader, Delivery delivery, EmsGeneralCmd& cmd);
-    void Deliver(EmsGeneralCmd& cmd, const Position& position, Delivery delivery);
-    void DrainUntilRead();
+    void ReadAll(const std::vector<std::string>& scripts);
+    bool ReadScript(LineReader& reader, bool nested);
+    void Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested);
+    void RunCommand(EmsGeneralCmd& cmd);
+    void ReportFault(const Position& fault, const std::string& where);
+    void Drain();
     void Announce(bool& news);
-    bool MayNest(const EmsGeneralCmd& by);
-    std::string Where(const EmsGeneralCmd& cmd) const;
-    void FlushResults();
-    template <class Body>
-    bool Completes(Body body);
-    void ShowProgress();
-    void Stop();
 
     const HostOptions m_Options;
+    std::stop_source m_Stop;
     const std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
-    Tally m_Tally;
-    Interrupt m_Interrupt;
-    std::atomic<bool> m_bStopped = false;
+    const Interrupt m_Interrupt;
+    bool m_bInteractive = false;
+    Counts m_Counts = {};
 
     // Of the main thread.
     int m_nQuitStatus = 0;
-    std::list<Position> m_Running; // the commands that run, one inside another
+    std::vector<Position> m_Running; // the commands that run, one inside another
     std::vector<std::function<void()>> m_AtEnd;
 
     std::mutex m_NewsMutex; // guards the following
-    std::condition_variable m_News;
+    std::condition_variable_any m_News;
     bool m_bAdded = false;
     bool m_bAllRead = false;
-
-    WorkerPool m_Workers; // destroyed first: its jobs use the others
 };
 
 } // namespace emshost

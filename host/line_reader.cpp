@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
-#include <cstring>
 #include <system_error>
 #include <utility>
 
@@ -13,6 +11,8 @@
 #include <unistd.h>
 
 #include "emsutil/diagnostics.h"
+#include "host/console.h"
+#include "host/line_editor.h"
 
 namespace emshost {
 
@@ -22,38 +22,51 @@ namespace {
 
 constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
 
-} // namespace
-
-Interrupt::Interrupt() : m_nDescriptor(::eventfd(0, EFD_CLOEXEC))
+int CreateEvent()
 {
-    if (m_nDescriptor < 0) {
+    const int descriptor = ::eventfd(0, EFD_CLOEXEC);
+    if (descriptor < 0) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
     }
+    return descriptor;
 }
+
+/// A named pipe is opened without waiting for a writer; the wait for input then does that.
+int Open(const std::string& path)
+{
+    return path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+}
+
+} // namespace
+
+Interrupt::Interrupt(std::stop_token stop)
+    : m_nDescriptor(CreateEvent()), m_Raise(std::move(stop), Raise{m_nDescriptor})
+{}
 
 Interrupt::~Interrupt()
 {
     ::close(m_nDescriptor);
 }
 
-void Interrupt::Raise()
+void Interrupt::Raise::operator()() const
 {
-    // Cannot fail before 2^64 calls; nobody reads the count, so it stays raised.
-    ::eventfd_write(m_nDescriptor, 1);
+    ::eventfd_write(descriptor, 1); // stays readable, because nothing reads it
 }
 
-// Not blocking, so that the opening of a named pipe does not wait for its writer beyond the reach
-// of the interrupt.
-LineReader::LineReader(const std::string& path, const Interrupt& interrupt, BeforeWait beforeWait)
-    : m_strPath(path), m_strName(path.empty() ? "\"\"" : path),
-      m_nInterrupt(interrupt.Descriptor()), m_BeforeWait(std::move(beforeWait)),
-      m_nDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)),
-      m_nOpenError(m_nDescriptor < 0 ? errno : 0), m_Buffer(2 * LONGEST_LINE)
-{}
+Interrupt::Event Interrupt::WaitForInput(int descriptor, int milliseconds) const
+{
+    pollfd waited[] = {{descriptor, POLLIN, 0}, {m_nDescriptor, POLLIN, 0}};
+    const int count = ::poll(waited, 2, milliseconds);
+    if (count <= 0) {
+        return Event::Nothing;
+    }
+    return waited[1].revents != 0 ? Event::Stop : Event::Input;
+}
 
-LineReader::LineReader(const Interrupt& interrupt, BeforeWait beforeWait)
-    : m_strName("stdin"), m_nInterrupt(interrupt.Descriptor()), m_BeforeWait(std::move(beforeWait)),
-      m_nDescriptor(STDIN_FILENO), m_Buffer(2 * LONGEST_LINE)
+LineReader::LineReader(const std::string& path, const Interrupt& interrupt, LineEditor* editor)
+    : m_strPath(path), m_Interrupt(interrupt), m_pEditor(editor), m_nDescriptor(Open(path)),
+      m_nError(m_nDescriptor < 0 ? errno : 0), m_bTerminal(::isatty(m_nDescriptor) == 1),
+      m_Buffer(LONGEST_LINE)
 {}
 
 LineReader::~LineReader()
@@ -65,124 +78,95 @@ LineReader::~LineReader()
 
 std::string LineReader::Where() const
 {
-    return m_strName + ':' + std::to_string(m_nLineNumber);
+    const std::string name = m_strPath == "-" ? "stdin" : m_strPath.empty() ? "\"\"" : m_strPath;
+    return m_nError != 0 ? name : name + ':' + std::to_string(m_nLineNumber);
 }
 
 LineReader::Result LineReader::Next()
 {
-    if (m_nOpenError != 0) {
-        m_strError = m_strName + ": " + std::generic_category().message(m_nOpenError);
-        return Result::Failed;
-    }
-    if (m_bInLongLine) {
-        if (const Result result = SkipToLineEnd(); result != Result::Line) {
-            return result;
-        }
-    }
     ++m_nLineNumber;
-    for (std::size_t searched = 0;;) {
-        const char* const begin = m_Buffer.data() + m_nBegin;
-        const std::size_t size = m_nEnd - m_nBegin;
-        if (const void* found = std::memchr(begin + searched, '\n', size - searched)) {
-            return Take(static_cast<std::size_t>(static_cast<const char*>(found) - begin), 1);
+    m_strLine.clear();
+    bool isText = true;
+    bool isTooLong = false;
+    for (bool ended = false; !ended;) {
+        if (m_Rest.empty() && !ReadMore()) {
+            if (m_nError != 0) {
+                m_strError = std::generic_category().message(m_nError);
+                return Result::Failed;
+            }
+            if (m_strLine.empty()) {
+                return Result::End;
+            }
+            break;
         }
-        // Too long even with a byte-order mark and a CR: hand it over as it is, to be refused.
-        if (size >= BYTE_ORDER_MARK.size() + LONGEST_LINE + 2) {
-            m_bInLongLine = true;
-            return Take(size, 0);
-        }
-        searched = size;
-        const Result result = ReadMore();
-        if (result == Result::End && size > 0) {
-            return Take(size, 0);
-        }
-        if (result != Result::Line) {
-            return result;
+        const std::size_t length = std::min(m_Rest.find('\n'), m_Rest.size());
+        const std::string_view part = m_Rest.substr(0, length);
+        ended = length < m_Rest.size();
+        m_Rest.remove_prefix(length + (ended ? 1 : 0));
+        isText = isText && IsText(part);
+        m_strLine += part;
+        if (m_strLine.size() > LONGEST_LINE + BYTE_ORDER_MARK.size() + 1) { // even with a CR
+            isTooLong = true;
+            m_strLine.resize(1);
         }
     }
-}
-
-LineReader::Result LineReader::Take(std::size_t length, std::size_t lineEnd)
-{
-    m_Line = std::string_view(m_Buffer.data() + m_nBegin, length);
-    m_nBegin += length + lineEnd;
-    if (!IsText(m_Line)) {
-        return Result::Failed;
+    if (m_nLineNumber == 1 && m_strLine.starts_with(BYTE_ORDER_MARK)) {
+        m_strLine.erase(0, BYTE_ORDER_MARK.size());
     }
-    if (m_nLineNumber == 1 && m_Line.starts_with(BYTE_ORDER_MARK)) {
-        m_Line.remove_prefix(BYTE_ORDER_MARK.size());
+    if (m_strLine.ends_with('\r')) {
+        m_strLine.pop_back();
     }
-    if (m_Line.ends_with('\r')) {
-        m_Line.remove_suffix(1);
+    if (!isText) { // a terminal goes on: what was a slip is not the shell's
+        return m_bTerminal ? Result::Bad : Result::Failed;
     }
-    if (m_Line.size() > LONGEST_LINE) {
-        m_strError = string_format("%s: line longer than %zu bytes", Where().c_str(), LONGEST_LINE);
-        return Result::BadLine;
+    if (isTooLong || m_strLine.size() > LONGEST_LINE) {
+        m_strError = string_format("line longer than %zu bytes", LONGEST_LINE);
+        return Result::Bad;
     }
     return Result::Line;
 }
 
-/// Line when the long line is behind us.
-LineReader::Result LineReader::SkipToLineEnd()
-{
-    for (;;) {
-        const std::string_view rest(m_Buffer.data() + m_nBegin, m_nEnd - m_nBegin);
-        const std::size_t length = std::min(rest.find('\n'), rest.size());
-        if (!IsText(rest.substr(0, length))) {
-            return Result::Failed;
-        }
-        if (length < rest.size()) {
-            m_nBegin += length + 1;
-            m_bInLongLine = false;
-            return Result::Line;
-        }
-        m_nBegin = m_nEnd;
-        if (const Result result = ReadMore(); result != Result::Line) {
-            return result;
-        }
-    }
-}
-
+/// A CR is let through: at the end of a line it is part of the line end, elsewhere a character.
 bool LineReader::IsText(std::string_view part)
 {
-    for (std::size_t index = 0; index < part.size(); ++index) {
-        const auto byte = static_cast<unsigned char>(part[index]);
-        const bool allowed = byte == '\t' || (byte == '\r' && index + 1 == part.size());
-        if ((byte < 0x20 && !allowed) || byte == 0x7f) {
-            m_strError = string_format("%s: not a text file (byte 0x%02x)", Where().c_str(), byte);
-            return false;
-        }
+    const auto isControl = [](unsigned char byte) {
+        return (byte < 0x20 && byte != '\t' && byte != '\r') || byte == 0x7f;
+    };
+    const auto found = std::find_if(part.begin(), part.end(), isControl);
+    if (found != part.end()) {
+        m_strError =
+            string_format("not a text file (byte 0x%02x)", static_cast<unsigned char>(*found));
     }
-    return true;
+    return found == part.end();
 }
 
-LineReader::Result LineReader::ReadMore()
+/// False at the end of the input, or with m_nError set.
+bool LineReader::ReadMore()
 {
-    std::memmove(m_Buffer.data(), m_Buffer.data() + m_nBegin, m_nEnd - m_nBegin);
-    m_nEnd -= m_nBegin;
-    m_nBegin = 0;
+    if (m_nError != 0) {
+        return false;
+    }
+    if (m_pEditor != nullptr) {
+        m_Rest = m_pEditor->Read();
+        return !m_Rest.empty();
+    }
     for (;;) {
-        pollfd waited[] = {{m_nDescriptor, POLLIN, 0}, {m_nInterrupt, POLLIN, 0}};
-        ssize_t count = ::poll(waited, 2, 0);
-        if (count == 0) {
-            if (m_BeforeWait) {
-                m_BeforeWait();
-            }
-            count = ::poll(waited, 2, -1);
+        auto event = m_Interrupt.WaitForInput(m_nDescriptor, 0);
+        if (event == Interrupt::Event::Nothing) {
+            Console::Instance().Flush(); // what is done is seen while the process waits
+            event = m_Interrupt.WaitForInput(m_nDescriptor, -1);
         }
-        if (count > 0) {
-            if (waited[1].revents != 0) {
-                return Result::Interrupted;
-            }
-            count = ::read(m_nDescriptor, m_Buffer.data() + m_nEnd, m_Buffer.size() - m_nEnd);
+        if (event == Interrupt::Event::Stop) {
+            return false;
         }
+        const ssize_t count = ::read(m_nDescriptor, m_Buffer.data(), m_Buffer.size());
         if (count >= 0) {
-            m_nEnd += static_cast<std::size_t>(count);
-            return count > 0 ? Result::Line : Result::End;
+            m_Rest = std::string_view(m_Buffer.data(), static_cast<std::size_t>(count));
+            return count > 0;
         }
         if (errno != EINTR && errno != EAGAIN) {
-            m_strError = m_strName + ": " + std::generic_category().message(errno);
-            return Result::Failed;
+            m_nError = errno;
+            return false;
         }
     }
 }

@@ -2,87 +2,83 @@
 #define HOST_LINE_READER_H
 
 #include <cstddef>
-#include <functional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace emshost {
 
-/// Ends the reads of one process: once raised, every LineReader that has it stops at once, also one
-/// that waits for input. Any thread may raise it.
+class LineEditor;
+
+/// Lets a thread wait for input until the process is to stop.
 class Interrupt
 {
 public:
     /// Throws std::system_error when the process has no descriptor left.
-    Interrupt();
+    explicit Interrupt(std::stop_token stop);
     ~Interrupt();
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
-    void Raise();
-    int Descriptor() const { return m_nDescriptor; }
+    enum class Event { Input, Stop, Nothing };
+    /// Waits for input or the end of it; forever when `milliseconds` is negative.
+    Event WaitForInput(int descriptor, int milliseconds) const;
 
 private:
-    int m_nDescriptor;
+    struct Raise
+    {
+        int descriptor;
+        void operator()() const;
+    };
+
+    const int m_nDescriptor;
+    const std::stop_callback<Raise> m_Raise;
 };
 
-/// The lines of a script, one at a time, in the memory of one buffer whatever the script holds.
+/// The lines of a script, one at a time, in little memory whatever the script has.
 class LineReader
 {
 public:
     static constexpr std::size_t LONGEST_LINE = 65536;
 
     enum class Result {
-        Line,        ///< Line() is the next line
-        BadLine,     ///< Error() tells what is wrong with the next line; there may be more
-        End,         ///< there is no more
-        Failed,      ///< Error() tells why there is no more
-        Interrupted, ///< the interrupt has been raised
+        Line,   ///< Line() is the next line
+        Bad,    ///< Error() says what is wrong with the next line; there may be more
+        Failed, ///< Error() says why there are no more
+        End     ///< there are no more, or the process is to stop
     };
 
-    /// Called each time before a reader waits for input. May be empty.
-    using BeforeWait = std::function<void()>;
-
-    /// Reads a file, or a pipe by its name. That it cannot be opened is told by Next().
-    LineReader(const std::string& path, const Interrupt& interrupt, BeforeWait beforeWait);
-    /// Reads standard input.
-    LineReader(const Interrupt& interrupt, BeforeWait beforeWait);
+    /// Reads a file or a named pipe, or standard input for "-"; with an editor, what a person
+    /// types. Next() reports a file that cannot be opened.
+    LineReader(const std::string& path, const Interrupt& interrupt, LineEditor* editor = nullptr);
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
 
     Result Next();
 
-    /// Without its line end, which is LF or CR LF, and without a byte-order mark before the first;
-    /// valid until the following Next().
-    std::string_view Line() const { return m_Line; }
-    /// A whole message, with the file, and the line where there is one.
+    /// The line without its end, LF or CR LF, and without a byte-order mark before the first line.
+    const std::string& Line() const { return m_strLine; }
     const std::string& Error() const { return m_strError; }
-    /// "file:line" of the line that Next() gave last.
+    /// "file:line" of the latest line; "file" when the file has failed.
     std::string Where() const;
-    /// The path of the file; empty for standard input.
     const std::string& Path() const { return m_strPath; }
 
 private:
-    // Line stands for "go on" in the results of the last two.
+    bool ReadMore();
     bool IsText(std::string_view part);
-    Result Take(std::size_t length, std::size_t lineEnd);
-    Result SkipToLineEnd();
-    Result ReadMore();
 
     const std::string m_strPath;
-    const std::string m_strName; // for messages
-    const int m_nInterrupt;
-    const BeforeWait m_BeforeWait;
+    const Interrupt& m_Interrupt;
+    LineEditor* const m_pEditor;
     const int m_nDescriptor;
-    int m_nOpenError = 0;
+    int m_nError; // of the system
+    const bool m_bTerminal;
     std::vector<char> m_Buffer;
-    std::size_t m_nBegin = 0; // of what is read and not yet handed out
-    std::size_t m_nEnd = 0;
+    std::string_view m_Rest; // what is read and not yet part of a line
     std::size_t m_nLineNumber = 0;
-    bool m_bInLongLine = false;
-    std::string_view m_Line;
+    std::string m_strLine;
     std::string m_strError;
 };
 

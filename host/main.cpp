@@ -1,8 +1,11 @@
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <exception>
+#include <stop_token>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -13,17 +16,20 @@
 
 #include "host/console.h"
 #include "host/host.h"
-#include "host/soak/soak.h"
+#include "host/soak.h"
 
 namespace {
 
 constexpr int WRONG_USE = 2;
+constexpr int ENDED_BY_SIGNAL = 128; // plus its number
 constexpr int MOST_WORKERS = 64;
-constexpr int SHORTEST_SOAK = 4; // seconds: one sample at least in each part of it
+constexpr int SHORTEST_SOAK = 4; // seconds: at least one sample in each part of it
 constexpr int LONGEST_SOAK = 7 * 24 * 60 * 60;
 
-/// A standard descriptor that came closed would be handed out again for something else. Nothing can
-/// be written to what stands in for it, so that results do not get lost silently.
+std::atomic<int> g_nSignal = 0;
+
+/// A standard descriptor that is closed at the start would be used again for something else. What
+/// stands in for it cannot be written, so that results are not lost silently.
 void OpenStandardDescriptors()
 {
     int descriptor = ::open("/dev/null", O_RDONLY);
@@ -33,10 +39,32 @@ void OpenStandardDescriptors()
     ::close(descriptor);
 }
 
-/// Debug lines on standard error keep clear of the progress there.
-void WriteDebugLine(emsstandin::DebugOperation, int, const std::string& text)
+/// The first SIGINT, SIGTERM or SIGHUP stops the process in order, a second one at once. A signal
+/// that the parent has made ignored stays so. Called before other threads are created, which
+/// inherit the mask.
+void StopOnSignal(std::stop_source stop)
 {
-    emshost::Console::Instance().Message(text);
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction action = {};
+        if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
+            sigaddset(&signals, number);
+        }
+    }
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread([signals, stop = std::move(stop)]() mutable {
+        int number = 0;
+        while (sigwait(&signals, &number) != 0) {
+        }
+        g_nSignal = number;
+        stop.request_stop();
+        ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+        for (;;) {
+            ::pause();
+        }
+    }).detach();
+    ::signal(SIGPIPE, SIG_IGN); // the write then fails
 }
 
 int Run(int argc, char** argv)
@@ -46,22 +74,24 @@ int Run(int argc, char** argv)
     std::string debugFile;
     int soakSeconds = 0;
 
-    CLI::App app(
-        "Reads commands from scripts, or from standard input, and has the library run them.\n"
-        "The command \"help\" lists the commands.",
-        "emshost");
+    CLI::App app("Reads commands from scripts, or from standard input, and the library runs them.\n"
+                 "The command \"help\" lists the commands.",
+                 "emshost");
     app.set_version_flag("--version", "emshost " EMSHOST_VERSION);
     app.footer(
-        "The exit status is 0, or what quit gives; 1 when a script could not be read in whole, a\n"
-        "command was wrong, results were lost, or a soak found a fault; 2 for wrong use.");
+        "The exit status is 0, or that of the command quit; 1 when a script could not be read in\n"
+        "whole, a line or a command was wrong, output was lost, or a soak found a fault; 2 for\n"
+        "wrong use; 128 + n when the signal n ended the process.");
     app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
         return "emshost: " + CLI::FailureMessage::simple(failed, error);
     });
-    app.add_option("SCRIPT", scripts, "Files of commands, one a line")->type_name("");
-    app.add_flag("--direct", options.m_bDirect,
-                 "Run each command as it is read, without the queue");
-    app.add_flag("--strict", options.m_bStrict, "Stop at the first error");
-    app.add_option("--workers", options.m_nWorkers, "The number of worker threads, 2 unless set")
+    app.add_option("SCRIPT", scripts, "Files with one command per line; - is standard input")
+        ->type_name("");
+    app.add_flag("--direct", options.direct, "Run each command as it is read, without the queue");
+    app.add_flag("--strict", options.strict, "Stop at the first error");
+    app.add_flag("--json", options.json,
+                 "Print threads, overdue, log-list and the summary as lines of JSON");
+    app.add_option("--workers", options.workers, "The number of worker threads, 2 unless set")
         ->check(CLI::Range(1, MOST_WORKERS))
         ->type_name("N");
     app.add_option("--debug-file", debugFile, "Append debug lines to FILE, not to standard error")
@@ -78,12 +108,12 @@ int Run(int argc, char** argv)
         ->type_name("FILE");
     CLI::Option* const soak =
         app.add_option("--soak", soakSeconds,
-                       "Run no script, but load all services for SECONDS, 4 at least, and tell\n"
+                       "Run no script, but load all services for SECONDS, at least 4, and report\n"
                        "whether all totals are exact and memory, descriptors and threads flat")
             ->check(CLI::Range(SHORTEST_SOAK, LONGEST_SOAK))
             ->type_name("SECONDS");
-    for (const char* unused :
-         {"SCRIPT", "--direct", "--strict", "--workers", "--debug-file", "--install-path"}) {
+    for (const char* unused : {"SCRIPT", "--direct", "--strict", "--json", "--workers",
+                               "--debug-file", "--install-path"}) {
         soak->excludes(app.get_option(unused));
     }
     try {
@@ -92,16 +122,28 @@ int Run(int argc, char** argv)
         return app.exit(error) == 0 ? 0 : WRONG_USE;
     }
 
-    if (soakSeconds > 0) {
-        return emshost::Soak(std::chrono::seconds(soakSeconds));
-    }
-    emsstandin::SetDebugCallback(WriteDebugLine);
-    if (!debugFile.empty() && !emsstandin::SetDebugFile(debugFile)) {
-        const std::string reason = std::generic_category().message(errno);
-        emshost::Console::Instance().Message("emshost: " + debugFile + ": " + reason);
+    emshost::Console& console = emshost::Console::Instance();
+    try {
+        if (!debugFile.empty()) {
+            console.OpenDebugFile(debugFile);
+        }
+    } catch (const std::system_error& failure) {
+        console.Message(std::string("emshost: ") + failure.what());
         return WRONG_USE;
     }
-    return emshost::Host(options).Run(scripts);
+    const std::stop_source stop;
+    StopOnSignal(stop);
+    int status = 0;
+    if (soakSeconds > 0) {
+        status = emshost::Soak(std::chrono::seconds(soakSeconds), stop.get_token());
+    } else {
+        emsstandin::SetDebugCallback(
+            [&console](emsstandin::DebugOperation, int, const std::string& text) {
+                console.DebugLine(text);
+            });
+        status = emshost::Host(options, stop).Run(scripts);
+    }
+    return g_nSignal == 0 ? status : ENDED_BY_SIGNAL + g_nSignal;
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
-#include <utility>
 
 #include <emsstandin/setup.h>
 
@@ -14,31 +13,28 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string MakeFolder()
+std::string CreateDirectory()
 {
-    std::string folder = fs::temp_directory_path() / "emshost-XXXXXX";
-    if (::mkdtemp(folder.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), folder);
+    std::string directory = fs::temp_directory_path() / "emshost-XXXXXX";
+    if (::mkdtemp(directory.data()) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), directory);
     }
-    return folder;
+    return directory;
 }
 
 } // namespace
 
-TemporaryInstall::TemporaryInstall(std::string folder) : m_strFolder(std::move(folder)) {}
-
-// From the other constructor on there is an object, and the folder goes whatever is thrown.
-TemporaryInstall::TemporaryInstall() : TemporaryInstall(MakeFolder())
+TemporaryInstall::TemporaryInstall() : m_strDirectory(CreateDirectory())
 {
-    fs::create_directories(InstallPath());
-    fs::create_directories(ReportFolder());
-    emsstandin::SetInstallPath(InstallPath());
+    fs::create_directories(m_strDirectory + "/ems/bin");
+    fs::create_directories(m_strDirectory + "/var/dump");
+    emsstandin::SetInstallPath(m_strDirectory + "/ems/bin");
 }
 
 TemporaryInstall::~TemporaryInstall()
 {
-    std::error_code ignored; // there is nobody to clean up for
-    fs::remove_all(m_strFolder, ignored);
+    std::error_code ignored; // nothing can be done about it
+    fs::remove_all(m_strDirectory, ignored);
 }
 
 } // namespace emshost

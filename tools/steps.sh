@@ -12,7 +12,7 @@ use_preset() {
 
 use_preset "$preset"
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libace-dev libcli11-dev libedit-dev nlohmann-json3-dev)
 TEST_PACKAGES=(libgtest-dev dpkg-dev file gdb)
 CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphviz mandoc lintian
     flake8)

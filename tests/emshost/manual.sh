@@ -1,17 +1,20 @@
 #!/bin/sh
-# host_manual.sh EMSHOST MANUAL: the manual has every option of --help, and every command of help with
-# its arguments, and no others.
+# manual.sh EMSHOST SECTION MANUAL [renew]
+#
+# The manual has every option of --help and no other, and between its two marks what the program
+# SECTION writes; or that is put there.
 
-emshost=$1 manual=$2
-folder=$(mktemp -d) || exit 1
-trap 'rm -rf "$folder"' EXIT
-cd "$folder" || exit 1
+emshost=$1 section=$2 manual=$3
+directory=$(mktemp -d) || exit 1
+trap 'rm -rf "$directory"' EXIT
 
-"$emshost" --help | grep -oE '^  (-h,)?--[a-z-]+' | sed 's/.*--//' | sort >options
-sed -nE 's/^\.It .*Fl (h , )?-([a-z-]+).*/\2/p' "$manual" | sort >options.manual
+"$section" >"$directory/section" || exit 1
+if [ "$4" = renew ]; then
+    sed -i -e "/^\.\\\\\" Commands begin/r $directory/section" \
+        -e '/^\.\\" Commands begin/,/^\.\\" Commands end/{/^\.\\" Commands/!d}' "$manual"
+fi
+sed -n '/^\.\\" Commands begin/,/^\.\\" Commands end/{/^\.\\" Commands/!p}' "$manual" |
+    diff -u - "$directory/section" || exit 1
 
-echo help | "$emshost" 2>summary |
-    sed -E 's/^([a-z-]+) +(.*): .*/\1 \2/; t; s/ .*//' | sort >commands
-sed -n 's/^\.It Ic //p' "$manual" | sort >commands.manual
-
-[ -s options ] && [ -s commands ] && diff -u options options.manual && diff -u commands commands.manual
+"$emshost" --help | grep -oE '^  (-h,)?--[a-z-]+' | sed 's/.*--//' | sort >"$directory/options"
+sed -nE 's/^\.It .*Fl (h , )?-([a-z-]+).*/\2/p' "$manual" | sort | diff -u - "$directory/options"

@@ -18,6 +18,7 @@ TEST(HostParser, CommandsAndTheirTextForm)
     const std::pair<std::string_view, std::string_view> cases[] = {
         {"show", ":show={objs={},nvtps={}};"},
         {" \tshow\t # comment", ":show={objs={},nvtps={}};"},
+        {"help show", ":help={objs={},nvtps={nvtp={name=command,value=show,rtype=String}}};"},
         {"show#1", ":show#1={objs={},nvtps={}};"},
         {"\"\"", ":={objs={},nvtps={}};"},
         {"\"a =\" \"b c\"=d", ":a =={objs={},nvtps={nvtp={name=b c,value=d,rtype=String}}};"},
@@ -51,6 +52,7 @@ TEST(HostParser, ErrorsTellWhatAndWhere)
         {"  {a=1}", R"(expected a command name, found "{a=1}" at column 3)"},
         {"\"a\"b", R"(expected a command name, found "\"a\"b" at column 1)"},
         {"c a", R"(expected name=value, found "a" at column 3)"},
+        {"help a b", R"(expected name=value, found "b" at column 8)"},
         {"c a:long", R"(expected name=value, found "a:long" at column 3)"},
         {"c =1", R"(expected name=value, found "=1" at column 3)"},
         {"c a=x\"y\"", "quote inside a bare value at column 6"},

@@ -1,0 +1,118 @@
+#ifndef HOST_COMMAND_H
+#define HOST_COMMAND_H
+
+/// The commands of emshost: each is declared once, with its arguments. The check of what was read,
+/// the help and the manual all come from the declaration.
+///
+/// There is a file for each service, with the functions of its commands and, at namespace scope,
+/// one object that registers them before main() starts:
+///
+///     void Pause(const Call& call)
+///     {
+///         call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
+///     }
+///
+///     const Service g_Service("General commands",
+///                             {{"pause", "Wait.", Pause, {Number("ms", 0, 60000, "how long")}}});
+
+#include <cstdint>
+#include <initializer_list>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "emsutil/general_command.h"
+
+namespace emshost {
+
+using NSQN_EMSUTIL_AGENT::EmsGeneralCmd;
+
+class Host;
+class Call;
+
+struct Argument
+{
+    const char* name;
+    bool isNumber;
+    std::int64_t lowest;   // of a number
+    std::uint64_t highest; // of a number, or of the bytes of a text
+    const char* help;
+    const char* fallback; // the value of an argument that is not given; null: it is required
+    std::vector<std::string> choices = {}; // of a text; empty: any
+
+    /// The argument as it is written: "ms:long=N", "state=on|off".
+    std::string Form() const;
+};
+
+constexpr std::uint64_t ANY_LENGTH = UINT64_MAX;
+
+Argument Number(const char* name, std::int64_t lowest, std::uint64_t highest, const char* help,
+                const char* fallback = nullptr);
+Argument Text(const char* name, const char* help, std::uint64_t longest = ANY_LENGTH,
+              const char* fallback = nullptr);
+Argument Choice(const char* name, std::vector<std::string> choices, const char* help);
+
+struct Command
+{
+    const char* name;
+    const char* help; // a sentence
+    void (*function)(const Call&);
+    std::vector<Argument> arguments = {};
+    bool takesMore = false; // any other pairs, and objects
+
+    /// The command with its arguments as they are written.
+    std::string Usage() const;
+    /// What each argument means, in a line per argument.
+    std::vector<std::string> Explanations() const;
+    /// Says what is wrong with a command of this name that was read; empty when nothing is.
+    std::string Check(const EmsGeneralCmd& cmd) const;
+};
+
+/// Registers the commands of a service.
+class Service
+{
+public:
+    Service(const char* title, std::initializer_list<Command> commands);
+};
+
+/// By service and by name.
+using Commands = std::map<std::string, std::map<std::string, const Command*>>;
+const Commands& AllCommands();
+/// Null when there is no such command.
+const Command* FindCommand(std::string_view name);
+/// "unknown", with the name that is nearest to it when one is near.
+std::string Unknown(std::string_view name, const std::vector<std::string>& known);
+std::vector<std::string> CommandNames();
+
+/// A command that runs, after its arguments have been checked.
+class Call
+{
+public:
+    Call(Host& host, const Command& command, EmsGeneralCmd& cmd, const std::string& path,
+         const std::string& where)
+        : m_Host(host), m_Cmd(cmd), m_strPath(path), m_strWhere(where + ": " + command.name),
+          m_Command(command)
+    {}
+
+    std::string Text(std::string_view name) const;
+    template <class Integer>
+    Integer Number(std::string_view name) const
+    {
+        return static_cast<Integer>(Bits(Text(name)));
+    }
+
+    Host& m_Host;
+    EmsGeneralCmd& m_Cmd;
+    const std::string m_strPath;  // of the script that has the command
+    const std::string m_strWhere; // "file:line: name"
+
+private:
+    static std::uint64_t Bits(const std::string& number);
+
+    const Command& m_Command;
+};
+
+} // namespace emshost
+
+#endif

@@ -1,0 +1,158 @@
+#include "emsutil/diagnostics.h"
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <emsplatform/debug_interface.h>
+#include <emsplatform/platform.h>
+#include <emsstandin/setup.h>
+
+#include "host/command.h"
+#include "host/console.h"
+#include "host/host.h"
+#include "host/temporary_install.h"
+
+namespace emshost {
+
+using namespace NSQN_EMSUTIL_AGENT;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t LONGEST_ENTRY = 510; // the library's limit without the line end
+
+/// Of the main thread.
+struct Report
+{
+    std::optional<fs::path> file; // which the library decides on at the first entry
+    bool isTemporary = false;
+};
+
+Report& TheReport()
+{
+    static auto* const report = new Report;
+    return *report;
+}
+
+fs::path ReportFile()
+{
+    return TheReport().file.value_or(NSQN_util::GetParentPath(NSQN_util::GetEKORPath()) +
+                                     "../var/dump/" + NSQN_util::g_ProcName + ".rpt");
+}
+
+void Install(const Call& call)
+{
+    if (const auto& file = TheReport().file) {
+        throw std::runtime_error("the report file is " + file->string() + " already");
+    }
+    const auto install = std::make_shared<TemporaryInstall>();
+    call.m_Host.AtEnd([install] {}); // keeps it until then
+    TheReport().isTemporary = true;
+    Console::Instance().Print("install path " + NSQN_util::GetEKORPath());
+}
+
+/// The library does not report whether it has written.
+template <void (*Write)(const char* format, ...)>
+void WriteEntry(const Call& call)
+{
+    const fs::path file = ReportFile();
+    std::error_code missing;
+    const std::uintmax_t before = fs::file_size(file, missing);
+    Write("%s\n", call.Text("text").c_str());
+    const bool isFirst = !TheReport().file;
+    TheReport().file = file;
+    if (fs::file_size(file, missing) == before || missing) {
+        const int descriptor = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+        const int reason = descriptor < 0 ? errno : ENOSPC;
+        ::close(descriptor);
+        throw std::system_error(reason, std::generic_category(), "not written: " + file.string());
+    }
+    if (isFirst && !TheReport().isTemporary) {
+        Console::Instance().Message(call.m_strWhere + ": the report file is " + file.string());
+    }
+}
+
+void Tail(const Call& call)
+{
+    const fs::path path = ReportFile();
+    errno = 0;
+    std::ifstream file(path);
+    if (!file || !fs::is_regular_file(path)) { // a device may never end
+        throw std::system_error(errno != 0 ? errno : EINVAL, std::generic_category(), path);
+    }
+    std::deque<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(std::move(line));
+        if (lines.size() > call.Number<std::size_t>("lines")) {
+            lines.pop_front();
+        }
+    }
+    for (const std::string& line : lines) {
+        Console::Instance().Print(line);
+    }
+}
+
+void Guard(const Call& call)
+{
+    const AgentTimeGuard guard("%s", call.Text("text").c_str());
+    call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
+}
+
+void Level(const Call& call)
+{
+    emsstandin::SetLowestDebugLevel(call.Number<int>("value"));
+}
+
+void Debug(const Call& call)
+{
+    if (NSQN_util::DebugInterface* const debug = GetEmsUtilAgentDebugInterface()) {
+        debug->DebugPrint(call.Number<int>("level"), "%s\n", call.Text("text").c_str());
+    }
+}
+
+const Service g_Service(
+    "Diagnostics",
+    {{"debug",
+      "Write a debug line.",
+      Debug,
+      {Text("text", "the line"), Number("level", INT_MIN, INT_MAX, "its level", "1")}},
+     {"guard",
+      "Wait under a time guard, which writes debug lines.",
+      Guard,
+      {Text("text", "what the guard is for"), Number("ms", 0, 60000, "how long, in milliseconds")}},
+     {"install",
+      "Set the install path to a temporary directory, with one for the report file; both are "
+      "removed at the end.",
+      Install},
+     {"level",
+      "Set the lowest level of the debug lines that are shown, 0 at first.",
+      Level,
+      {Number("value", INT_MIN, INT_MAX, "the level")}},
+     {"report",
+      "Append a line to the report file, with the time in front.",
+      WriteEntry<EmsUtilReport>,
+      {Text("text", "the line", LONGEST_ENTRY)}},
+     {"tail",
+      "Print the last lines of the report file.",
+      Tail,
+      {Number("lines", 1, 1000, "how many")}},
+     {"trace",
+      "Append a line to the report file.",
+      WriteEntry<EmsUtilTraced>,
+      {Text("text", "the line", LONGEST_ENTRY)}}});
+
+} // namespace
+
+} // namespace emshost

@@ -1,0 +1,146 @@
+#include "emsutil/general_command.h"
+
+#include <chrono>
+#include <climits>
+#include <filesystem>
+
+#include <emsplatform/debug_interface.h>
+#include <emsstandin/setup.h>
+
+#include "emsutil/diagnostics.h"
+#include "host/command.h"
+#include "host/command_parser.h"
+#include "host/console.h"
+#include "host/host.h"
+
+namespace emshost {
+
+using namespace NSQN_EMSUTIL_AGENT;
+
+namespace {
+
+/// The text form shows a number reduced to 32 bits, and a text up to its first NUL.
+void NoteWhatIsCut(const Call& call, const EmsNVTPList& list)
+{
+    for (const auto& pair : list.nvtps) {
+        const long value =
+            pair.rtype == NVTP_TYPE_LONG ? std::strtol(pair.value.c_str(), nullptr, 10) : 0;
+        if (value < INT_MIN || value > INT_MAX) {
+            Console::Instance().Message(call.m_strWhere + ": " + Printable(pair.name) +
+                                        ": the text form reduces " + pair.value + " to 32 bits");
+        }
+        if ((pair.name + pair.value).find('\0') != std::string::npos) {
+            Console::Instance().Message(call.m_strWhere + ": " + Printable(pair.name) +
+                                        ": the text form ends at the NUL of " + Quoted(pair.value));
+        }
+    }
+}
+
+void Show(const Call& call)
+{
+    NoteWhatIsCut(call, call.m_Cmd.nvtps);
+    for (const EmsGeneralObj& object : call.m_Cmd.objs.objs) {
+        NoteWhatIsCut(call, object.nvtps);
+    }
+    Console::Instance().Print(call.m_Cmd.ToString());
+}
+
+void Run(const Call& call)
+{
+    const std::filesystem::path asking = call.m_strPath;
+    call.m_Host.RunScript(call, (asking.parent_path() / call.Text("file")).lexically_normal());
+}
+
+/// The added command is this one without the first "times" and "command": more pairs of these names
+/// are its own, so that a repeat can be repeated.
+void Repeat(const Call& call)
+{
+    EmsGeneralCmd added = call.m_Cmd;
+    added.name = call.Text("command");
+    auto& pairs = added.nvtps.nvtps;
+    for (const char* own : {"times", "command"}) {
+        pairs.erase(std::find_if(pairs.begin(), pairs.end(),
+                                 [own](const auto& pair) { return pair.name == own; }));
+    }
+    const Command* const command = FindCommand(added.name);
+    const bool isNumbered = command == nullptr || command->takesMore;
+    for (int count = 1; count <= call.Number<int>("times"); ++count) {
+        if (isNumbered) {
+            auto& number = count == 1 ? pairs.emplace_back() : pairs.back();
+            number.name = 'n';
+            number.rtype = NVTP_TYPE_LONG;
+            number.value = std::to_string(count);
+        }
+        EmsGeneralCmd copy = added; // one that runs at once may change itself
+        call.m_Host.Add(copy);
+    }
+}
+
+void Help(const Call& call)
+{
+    Console& console = Console::Instance();
+    const std::string name = call.Text("command");
+    if (const Command* const command = FindCommand(name)) {
+        console.Print(command->Usage());
+        console.Print("    " + std::string(command->help));
+        for (const std::string& line : command->Explanations()) {
+            console.Print("    " + line);
+        }
+        return;
+    }
+    if (!name.empty()) {
+        throw std::runtime_error(Unknown(name, CommandNames()));
+    }
+    for (const auto& [title, commands] : AllCommands()) {
+        console.Print(title + ':');
+        for (const auto& [command, declared] : commands) {
+            console.Print(string_format("  %-13s %s", command.c_str(), declared->help));
+        }
+    }
+    console.Print("help COMMAND explains the arguments of a command.");
+}
+
+void Pause(const Call& call)
+{
+    call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
+}
+
+void Quit(const Call& call)
+{
+    call.m_Host.Quit(call.Number<int>("status"));
+}
+
+void PrintSummary(const Call& call)
+{
+    Console::Instance().Print(call.m_Host.Summary());
+}
+
+const Service g_Service(
+    "General commands",
+    {{"help",
+      "List the commands, or explain one.",
+      Help,
+      {Text("command", "which to explain", ANY_LENGTH, "")}},
+     {"pause", "Wait.", Pause, {Number("ms", 0, 60000, "how long, in milliseconds")}},
+     {"quit",
+      "End the process; the commands that follow are skipped.",
+      Quit,
+      {Number("status", 0, 255, "the exit status", "0")}},
+     {"repeat",
+      "Add a command several times, with the other arguments; one that takes any has the count as "
+      "n.",
+      Repeat,
+      {Number("times", 0, 1000000, "how many times; all are in memory at once"),
+       Text("command", "the name of the command")},
+      true},
+     {"run",
+      "Run the commands of another script at once, before the next line of this one.",
+      Run,
+      {Text("file",
+            "the path of the script; a relative one is looked up beside the script that asks")}},
+     {"show", "Print the text form of this command.", Show, {}, true},
+     {"summary", "Print how many commands there have been so far.", PrintSummary}});
+
+} // namespace
+
+} // namespace emshost

@@ -1,0 +1,178 @@
+#include "emsutil/thread_monitor.h"
+
+#include <chrono>
+#include <climits>
+#include <list>
+#include <string>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <emsplatform/platform.h>
+
+#include "emsutil/diagnostics.h"
+#include "host/command.h"
+#include "host/command_parser.h"
+#include "host/console.h"
+#include "host/host.h"
+#include "host/json.h"
+
+namespace emshost {
+
+using namespace NSQN_EMSUTIL_AGENT;
+
+namespace {
+
+void Work(const Call& call)
+{
+    const std::chrono::milliseconds time(call.Number<int>("ms"));
+    for (int count = call.Number<int>("times"); count > 0; --count) {
+        call.m_Host.Submit(call, call.Text("job"),
+                           [&host = call.m_Host, time] { host.m_Workers.BeBusy(time); });
+    }
+}
+
+void Await(const Call& call)
+{
+    Console::Instance().Flush();
+    call.m_Host.m_Workers.Await();
+}
+
+void Stick(const Call& call)
+{
+    if (!call.m_Host.m_Workers.Stick()) {
+        throw std::runtime_error("all workers are stuck");
+    }
+}
+
+void Unstick(const Call& call)
+{
+    call.m_Host.m_Workers.Unstick();
+}
+
+void Stat(const Call&)
+{
+    StatEmsThreadInfo();
+}
+
+double Seconds(const ACE_Time_Value& time)
+{
+    return static_cast<double>(time.sec()) + static_cast<double>(time.usec()) / 1e6;
+}
+
+/// A line per thread, first the one that has not left for longest. Times are those of the monitor,
+/// which knows when a thread left last, not when it entered: "since" is the time from the latest
+/// exit, or else from the first entry, to now; "longest" is the longest such time up to an entry.
+void PrintThreads(const Call& call, std::list<EmsThreadInfo>& threads)
+{
+    timeval now = {};
+    ::gettimeofday(&now, nullptr); // the clock of the records
+    threads.sort([](const EmsThreadInfo& left, const EmsThreadInfo& right) {
+        return left.m_StartTime < right.m_StartTime;
+    });
+    if (!call.m_Host.IsJson()) {
+        Console::Instance().Print(
+            "thread            kind    state    since s  longest s  events  values");
+    }
+    for (const EmsThreadInfo& thread : threads) {
+        const std::string id = string_format("%lx", thread.m_ulThreadId);
+        const char* const kind = IsEmsThreadReport(thread.m_ulThreadId) ? "report" : "worker";
+        const char* const state = thread.m_nStatus == 1 ? "inside" : "outside";
+        const double since = Seconds(ACE_Time_Value(now) - thread.m_StartTime);
+        const double longest = Seconds(thread.m_MaxDuration);
+        Json values = Json::object();
+        std::string text;
+        for (const auto& [name, value] : thread.m_InfoMap) {
+            const bool isNumber = value.second == THREADINFO_TYPE_INT;
+            values[name] = value.first;
+            text += "  " + name + '=' + (isNumber ? value.first : Quoted(value.first));
+        }
+        if (call.m_Host.IsJson()) {
+            PrintJson({{"thread", id},
+                       {"kind", kind},
+                       {"state", state},
+                       {"since", since},
+                       {"longest", longest},
+                       {"events", thread.m_llRecvs},
+                       {"values", values}});
+        } else {
+            Console::Instance().Print(string_format("%-16s  %-6s  %-7s  %7.1f  %9.1f  %6lld%s",
+                                                    id.c_str(), kind, state, since, longest,
+                                                    thread.m_llRecvs, text.c_str()));
+        }
+    }
+}
+
+void Threads(const Call& call)
+{
+    std::list<EmsThreadInfo> threads;
+    GetEmsThreadInfo(threads, 0);
+    PrintThreads(call, threads);
+}
+
+void Overdue(const Call& call)
+{
+    std::list<EmsThreadInfo> threads;
+    const int seconds = call.Number<int>("seconds");
+    if (IsEmsThreadTimeout(seconds)) { // never for 0, which would list all threads
+        GetEmsThreadInfo(threads, seconds);
+    }
+    if (!threads.empty()) {
+        PrintThreads(call, threads);
+    } else if (!call.m_Host.IsJson()) {
+        Console::Instance().Print("no thread is overdue");
+    }
+}
+
+/// Why the mode is what it is. The library reads the file once, so this is called once too.
+std::string SourceOfMode()
+{
+    std::string path;
+    NSQN_util::GetEmsCfgFile(path);
+    int value = 0;
+    if (eKorGetRegInt("MsgHandleMode", value, path.c_str()) == 1) {
+        return value == 0 || value == 1
+                   ? "MsgHandleMode in " + path
+                   : string_format("the default: MsgHandleMode is %d in ", value) + path;
+    }
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    char byte = 0;
+    const bool isReadable = descriptor >= 0 && ::read(descriptor, &byte, 1) >= 0;
+    const std::string reason = std::generic_category().message(errno);
+    ::close(descriptor);
+    return "the default: " +
+           (isReadable ? "no integer MsgHandleMode in " + path : path + ": " + reason);
+}
+
+void Mode(const Call&)
+{
+    static const std::string source = SourceOfMode();
+    Console::Instance().Print(
+        string_format("message-handling mode %d, %s", ReadMsgHandleModeSwitcher(), source.c_str()));
+}
+
+const Service g_Service(
+    "Thread monitor",
+    {{"await", "Wait until the workers have done all jobs, except those that they are stuck in.",
+      Await},
+     {"mode", "Print the message-handling mode, 0 or 1, and where it comes from: 1 is the default.",
+      Mode},
+     {"overdue",
+      "Print the threads that have been inside for a time or longer.",
+      Overdue,
+      {Number("seconds", INT_MIN, INT_MAX, "the time; 0 is never reached")}},
+     {"stat", "Write the records of all threads as a debug line.", Stat},
+     {"stick", "Make a worker stick in a job, and wait until it does.", Stick},
+     {"threads", "Print the records of all threads.", Threads},
+     {"unstick", "Let all stuck workers go on.", Unstick},
+     {"work",
+      "Pass jobs to the workers, in turn, stuck ones left out.",
+      Work,
+      {Text("job", "the name of the jobs"), Number("times", 0, 100000, "how many jobs", "1"),
+       Number("ms", 0, 60000, "how long each takes, in milliseconds", "0")}}});
+
+} // namespace
+
+} // namespace emshost

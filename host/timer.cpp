@@ -1,0 +1,144 @@
+#include "emsutil/timer.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <emsstandin/task_manager.h>
+
+#include "emsutil/diagnostics.h"
+#include "host/command.h"
+#include "host/command_parser.h"
+#include "host/console.h"
+#include "host/host.h"
+
+namespace emshost {
+
+using namespace NSQN_EMSUTIL_AGENT;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Manager
+{
+    emsstandin::TaskManager* manager;
+    Clock::duration unit;
+};
+
+/// By id. Of the main thread.
+std::map<int, Manager>& Managers()
+{
+    static auto* const managers = new std::map<int, Manager>;
+    return *managers;
+}
+
+/// How many timers are not yet freed. Never destroyed.
+struct PendingTimers
+{
+    std::mutex mutex; // guards the next
+    int count = 0;
+    std::condition_variable_any changed;
+
+    void Add(int difference)
+    {
+        const std::lock_guard guard(mutex);
+        count += difference;
+        changed.notify_all();
+    }
+
+    static PendingTimers& Instance()
+    {
+        static auto* const pending = new PendingTimers;
+        return *pending;
+    }
+};
+
+/// What a command passes to the library; each timer has a copy.
+struct Timer
+{
+    std::string who;
+    Clock::time_point due;
+    bool hasFired = false;
+};
+
+void Fire(void* data)
+{
+    Timer& timer = *static_cast<Timer*>(data);
+    const std::chrono::duration<double, std::milli> late = Clock::now() - timer.due;
+    timer.hasFired = true;
+    Console::Instance().Print(string_format("%s, %.1f ms late", timer.who.c_str(), late.count()));
+}
+
+void* Copy(void* data)
+{
+    auto copy = std::make_unique<Timer>(*static_cast<const Timer*>(data));
+    PendingTimers::Instance().Add(1);
+    return copy.release();
+}
+
+void Free(void* data)
+{
+    const std::unique_ptr<Timer> timer(static_cast<Timer*>(data));
+    if (!timer->hasFired) {
+        Console::Instance().Print(timer->who + " is destroyed before it fires");
+    }
+    PendingTimers::Instance().Add(-1);
+}
+
+void AddManager(const Call& call)
+{
+    const int id = call.Number<int>("id");
+    emsstandin::TaskManagerOptions options;
+    options.m_Unit = std::chrono::milliseconds(call.Number<int>("unit"));
+    auto* const manager = emsstandin::AddTaskManager(static_cast<unsigned char>(id), options);
+    if (manager == nullptr) {
+        throw std::runtime_error(string_format("task manager %d exists already", id));
+    }
+    Managers()[id] = {manager, options.m_Unit};
+    call.m_Host.AtEnd([manager] { manager->Stop(); });
+}
+
+void Schedule(const Call& call)
+{
+    const int id = call.Number<int>("manager");
+    const auto found = Managers().find(id);
+    Timer timer{string_format("timer on %d: ", id) + Quoted(call.Text("text")), Clock::now()};
+    if (found != Managers().end()) {
+        found->second.manager->Start(); // or throws, and there is no timer that would not fire
+        timer.due = Clock::now() + found->second.unit;
+    }
+    EmsUtilTimerInterface functions = {Fire, Copy, Free};
+    ScheduleEmsUtilTimer(static_cast<unsigned char>(id), functions, &timer);
+    if (found == Managers().end()) {
+        throw std::runtime_error(string_format("task manager %d does not exist", id));
+    }
+}
+
+void AwaitTimers(const Call& call)
+{
+    Console::Instance().Flush();
+    PendingTimers& pending = PendingTimers::Instance();
+    std::unique_lock lock(pending.mutex);
+    pending.changed.wait(lock, call.m_Host.StopToken(), [&pending] { return pending.count == 0; });
+}
+
+const Service g_Service(
+    "Timers",
+    {{"await-timers", "Wait until all timers have fired and are freed.", AwaitTimers},
+     {"manager",
+      "Create a task manager, with a thread of its own.",
+      AddManager,
+      {Number("id", 0, 255, "its id"),
+       Number("unit", 1, 60000, "its unit of time, in milliseconds", "100")}},
+     {"timer",
+      "Make a task manager print a text one unit of time later, and how late it is.",
+      Schedule,
+      {Number("manager", 0, 255, "the id of the task manager"), Text("text", "the text")}}});
+
+} // namespace
+
+} // namespace emshost
