@@ -7,9 +7,11 @@
 
 namespace emshost {
 
+using namespace NSQN_EMSUTIL_AGENT;
+
 namespace {
 
-using namespace NSQN_EMSUTIL_AGENT;
+using Pair = EmsNameAndValueStringTypePair;
 
 constexpr std::string_view BLANKS = " \t";
 constexpr std::string_view NAME_ENDS = " \t{}=:\"";
@@ -20,16 +22,8 @@ constexpr std::size_t LONGEST_QUOTED = 40;
 
 bool IsInteger(std::string_view text)
 {
-    if (text.starts_with('+') || text.starts_with('-')) {
-        text.remove_prefix(1);
-    }
+    text.remove_prefix(text.starts_with('+') || text.starts_with('-') ? 1 : 0);
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
-/// Of UTF-8.
-bool IsInsideCharacter(char byte)
-{
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
 /// Reads from left to right. What returns a bool returns false after an error, with the error set.
@@ -43,18 +37,17 @@ public:
         if (AtEnd()) {
             return ParseResult::Blank;
         }
-        return ParseCommandName(cmd.name) && ParseTopic(cmd) && ParsePairs(cmd.nvtps) &&
-                       ParseObjects(cmd.objs)
-                   ? ParseResult::Command
-                   : ParseResult::Error;
+        const bool isRead = TakeWord(cmd.name, NAME_ENDS, "a command name") && TakeTopic(cmd) &&
+                            TakePairs(cmd.nvtps) && TakeObjects(cmd.objs);
+        return isRead ? ParseResult::Command : ParseResult::Error;
     }
 
 private:
     bool At(char wanted) const { return m_nAt < m_Line.size() && m_Line[m_nAt] == wanted; }
 
-    bool AtWordEnd() const
+    bool AtOneOf(std::string_view characters) const
     {
-        return m_nAt == m_Line.size() || WORD_ENDS.find(m_Line[m_nAt]) != std::string_view::npos;
+        return m_nAt == m_Line.size() || characters.find(m_Line[m_nAt]) != std::string_view::npos;
     }
 
     /// Goes on to the next token. A comment is the end too.
@@ -83,17 +76,21 @@ private:
         return m_Line.substr(begin, m_nAt - begin);
     }
 
-    bool TakeWord(std::string& word, std::string_view ends)
+    /// A word that is `expected` to stand alone.
+    bool TakeWord(std::string& word, std::string_view ends, const char* expected)
     {
-        if (At('"')) {
-            return TakeQuoted(word);
-        }
-        word = TakeBare(ends);
-        return true;
+        const std::size_t begin = m_nAt;
+        return TakeText(word, ends) &&
+               ((AtOneOf(WORD_ENDS) && m_nAt > begin) || FailExpected(expected, begin));
     }
 
-    bool TakeQuoted(std::string& word)
+    /// A bare text, which may be empty, or a quoted one.
+    bool TakeText(std::string& text, std::string_view ends)
     {
+        if (!At('"')) {
+            text = TakeBare(ends);
+            return true;
+        }
         const std::size_t begin = m_nAt++;
         for (; m_nAt < m_Line.size(); ++m_nAt) {
             if (At('"')) {
@@ -101,8 +98,8 @@ private:
                 return true;
             }
             if (!At('\\')) {
-                word += m_Line[m_nAt];
-            } else if (m_nAt + 1 < m_Line.size() && !TakeEscape(word)) {
+                text += m_Line[m_nAt];
+            } else if (m_nAt + 1 < m_Line.size() && !TakeEscape(text)) {
                 return false;
             }
         }
@@ -110,117 +107,95 @@ private:
     }
 
     /// Leaves the position on the last character of the escape.
-    bool TakeEscape(std::string& word)
+    bool TakeEscape(std::string& text)
     {
+        constexpr std::string_view names = "\"\\ntr";
+        constexpr std::string_view values = "\"\\\n\t\r";
         const std::size_t begin = m_nAt++;
-        switch (const char kind = m_Line[m_nAt]) {
-        case '"':
-        case '\\':
-            word += kind;
-            return true;
-        case 'n':
-            word += '\n';
-            return true;
-        case 't':
-            word += '\t';
-            return true;
-        case 'r':
-            word += '\r';
-            return true;
-        case 'x': {
-            const std::string_view digits = m_Line.substr(m_nAt + 1, 2);
-            unsigned char byte = 0;
-            const auto parsed =
-                std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
-            if (digits.size() < 2 || parsed.ptr != digits.data() + digits.size()) {
-                return Fail("\\x without two hexadecimal digits", begin);
-            }
-            word += static_cast<char>(byte);
-            m_nAt += 2;
+        if (const auto index = names.find(m_Line[m_nAt]); index != std::string_view::npos) {
+            text += values[index];
             return true;
         }
-        default:
+        if (!At('x')) {
             return Fail("unknown escape " + Quoted(m_Line.substr(begin, 2)), begin);
         }
-    }
-
-    bool ParseCommandName(std::string& name)
-    {
-        const std::size_t begin = m_nAt;
-        if (!TakeWord(name, NAME_ENDS)) {
-            return false;
+        const std::string_view digits = m_Line.substr(m_nAt + 1, 2);
+        const char* const end = digits.data() + digits.size();
+        unsigned char byte = 0;
+        if (std::from_chars(digits.data(), end, byte, 16).ptr != end || digits.size() < 2) {
+            return Fail("\\x without two hexadecimal digits", begin);
         }
-        return (AtWordEnd() && m_nAt > begin) || FailExpected("a command name", begin);
-    }
-
-    /// The word after "help", if there is one.
-    bool ParseTopic(EmsGeneralCmd& cmd)
-    {
-        if (cmd.name != "help" || AtEnd()) {
-            return true;
-        }
-        const std::size_t begin = m_nAt;
-        const std::string_view word = TakeBare(NAME_ENDS);
-        if (word.empty() || !AtWordEnd()) {
-            m_nAt = begin;
-            return true;
-        }
-        EmsNameAndValueStringTypePair& pair = cmd.nvtps.nvtps.emplace_back();
-        pair.name = "command";
-        pair.value = word;
+        text += static_cast<char>(byte);
+        m_nAt += 2;
         return true;
     }
 
-    bool ParsePairs(EmsNVTPList& list)
+    /// The bare word after "help", if there is one.
+    bool TakeTopic(EmsGeneralCmd& cmd)
+    {
+        if (cmd.name == "help" && !AtEnd()) {
+            const std::size_t begin = m_nAt;
+            const std::string_view word = TakeBare(NAME_ENDS);
+            if (!word.empty() && AtOneOf(WORD_ENDS)) {
+                Pair& pair = cmd.nvtps.nvtps.emplace_back();
+                pair.name = "command";
+                pair.value = word;
+            } else {
+                m_nAt = begin;
+            }
+        }
+        return true;
+    }
+
+    bool TakePairs(EmsNVTPList& list)
     {
         while (!AtEnd() && !At('{') && !At('}')) {
-            if (!ParsePair(list.nvtps.emplace_back())) {
+            if (!TakePair(list.nvtps.emplace_back())) {
                 return false;
             }
         }
         return true;
     }
 
-    bool ParsePair(EmsNameAndValueStringTypePair& pair)
+    bool TakePair(Pair& pair)
     {
         const std::size_t begin = m_nAt;
-        if (!TakeWord(pair.name, NAME_ENDS)) {
+        if (!TakeText(pair.name, NAME_ENDS)) {
             return false;
         }
         const bool named = m_nAt > begin;
         if (At(':')) {
-            ++m_nAt;
-            pair.rtype = NVTP_TYPE_LONG;
-            const std::size_t typeBegin = m_nAt;
+            const std::size_t typeBegin = ++m_nAt;
             const std::string_view type = TakeBare(NAME_ENDS);
             if (named && At('=') && type != "long") {
                 return Fail("unknown type " + Quoted(type) + ", only long is known", typeBegin);
             }
+            pair.rtype = NVTP_TYPE_LONG;
         }
         if (!named || !At('=')) {
             return FailExpected("name=value", begin);
         }
         const std::size_t valueBegin = ++m_nAt;
         const bool quoted = At('"');
-        if (!TakeWord(pair.value, VALUE_ENDS)) {
+        if (!TakeText(pair.value, VALUE_ENDS)) {
             return false;
         }
-        if (!AtWordEnd()) {
+        if (!AtOneOf(WORD_ENDS)) {
             return Fail(quoted ? "text after a closing quote" : "quote inside a bare value", m_nAt);
         }
         return pair.rtype != NVTP_TYPE_LONG || IsInteger(pair.value) ||
                Fail(Quoted(pair.value) + " is not an integer", valueBegin);
     }
 
-    bool ParseObjects(EmsGeneralObjList& list)
+    bool TakeObjects(EmsGeneralObjList& list)
     {
-        while (!AtEnd()) {
+        for (; !AtEnd(); ++m_nAt) {
             const std::size_t begin = m_nAt;
             if (!At('{')) {
                 return FailExpected("{ or the end of the line", begin);
             }
             ++m_nAt;
-            if (!ParsePairs(list.objs.emplace_back().nvtps)) {
+            if (!TakePairs(list.objs.emplace_back().nvtps)) {
                 return false;
             }
             if (AtEnd()) {
@@ -229,7 +204,6 @@ private:
             if (!At('}')) {
                 return FailExpected("name=value or }", m_nAt);
             }
-            ++m_nAt;
         }
         return true;
     }
@@ -251,7 +225,7 @@ ParseResult ParseCommand(std::string_view line, EmsGeneralCmd& cmd, std::string&
 
 std::string Printable(std::string_view text)
 {
-    std::string quoted = Quoted(text);
+    const std::string quoted = Quoted(text);
     const bool isPlain = quoted.size() == text.size() + 2 && !text.empty() &&
                          text.find_first_of(NAME_ENDS) == std::string_view::npos;
     return isPlain ? std::string(text) : quoted;
@@ -259,12 +233,9 @@ std::string Printable(std::string_view text)
 
 std::string Quoted(std::string_view text)
 {
-    std::size_t size = text.size();
-    if (size > LONGEST_QUOTED) {
-        size = LONGEST_QUOTED;
-        while (size > 0 && IsInsideCharacter(text[size])) {
-            --size;
-        }
+    std::size_t size = std::min(text.size(), LONGEST_QUOTED);
+    while (size > 0 && size < text.size() && (text[size] & 0xC0) == 0x80) {
+        --size; // not inside a character of UTF-8
     }
     std::string quoted = "\"";
     for (const char character : text.substr(0, size)) {

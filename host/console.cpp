@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -54,6 +55,19 @@ void Console::Flush()
     Write(m_Output);
 }
 
+void Console::SetPrompt(bool isShown)
+{
+    const std::lock_guard guard(m_Mutex);
+    m_bPrompt = isShown;
+    m_bWritten = false;
+}
+
+bool Console::HasWritten()
+{
+    const std::lock_guard guard(m_Mutex);
+    return std::exchange(m_bWritten, false);
+}
+
 void Console::OpenDebugFile(const std::string& path)
 {
     const int descriptor =
@@ -67,7 +81,10 @@ void Console::OpenDebugFile(const std::string& path)
 
 void Console::Add(Stream& stream, std::string_view line)
 {
-    m_bWritten = true;
+    if (m_bPrompt) {
+        stream.pending += "\r\033[K";
+        m_bWritten = true;
+    }
     stream.pending += line;
     if (!line.ends_with('\n')) {
         stream.pending += '\n';

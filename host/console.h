@@ -29,8 +29,10 @@ public:
     void DebugLine(std::string_view line);
     bool IsDebugLost() const { return m_Debug.lost; }
 
-    /// Whether a line has been written since the last call.
-    bool HasWritten() { return m_bWritten.exchange(false); }
+    /// While a prompt is shown, lines are written in its place.
+    void SetPrompt(bool isShown);
+    /// Whether a line has been written in the place of the prompt, which must be drawn again.
+    bool HasWritten();
 
 private:
     struct Stream
@@ -46,11 +48,12 @@ private:
     void Write(Stream& stream);
     void Add(Stream& stream, std::string_view line);
 
-    std::mutex m_Mutex; // guards the streams
+    std::mutex m_Mutex; // guards the following
     Stream m_Output{1, "standard output", "", {}};
     Stream m_Error{2, "standard error", "", {}};
     Stream m_Debug{2, "standard error", "", {}};
-    std::atomic<bool> m_bWritten = false;
+    bool m_bPrompt = false;
+    bool m_bWritten = false;
 };
 
 } // namespace emshost

@@ -110,11 +110,6 @@ void Guard(const Call& call)
     call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
 }
 
-void Level(const Call& call)
-{
-    emsstandin::SetLowestDebugLevel(call.Number<int>("value"));
-}
-
 void Debug(const Call& call)
 {
     if (NSQN_util::DebugInterface* const debug = GetEmsUtilAgentDebugInterface()) {
@@ -138,7 +133,7 @@ const Service g_Service(
       Install},
      {"level",
       "Set the lowest level of the debug lines that are shown, 0 at first.",
-      Level,
+      [](const Call& call) { emsstandin::SetLowestDebugLevel(call.Number<int>("value")); },
       {Number("value", INT_MIN, INT_MAX, "the level")}},
      {"report",
       "Append a line to the report file, with the time in front.",

@@ -100,31 +100,21 @@ void Help(const Call& call)
     console.Print("help COMMAND explains the arguments of a command.");
 }
 
-void Pause(const Call& call)
-{
-    call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
-}
-
-void Quit(const Call& call)
-{
-    call.m_Host.Quit(call.Number<int>("status"));
-}
-
-void PrintSummary(const Call& call)
-{
-    Console::Instance().Print(call.m_Host.Summary());
-}
-
 const Service g_Service(
     "General commands",
     {{"help",
       "List the commands, or explain one.",
       Help,
       {Text("command", "which to explain", ANY_LENGTH, "")}},
-     {"pause", "Wait.", Pause, {Number("ms", 0, 60000, "how long, in milliseconds")}},
+     {"pause",
+      "Wait.",
+      [](const Call& call) {
+          call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
+      },
+      {Number("ms", 0, 60000, "how long, in milliseconds")}},
      {"quit",
       "End the process; the commands that follow are skipped.",
-      Quit,
+      [](const Call& call) { call.m_Host.Quit(call.Number<int>("status")); },
       {Number("status", 0, 255, "the exit status", "0")}},
      {"repeat",
       "Add a command several times, with the other arguments; one that takes any has the count as "
@@ -139,7 +129,8 @@ const Service g_Service(
       {Text("file",
             "the path of the script; a relative one is looked up beside the script that asks")}},
      {"show", "Print the text form of this command.", Show, {}, true},
-     {"summary", "Print how many commands there have been so far.", PrintSummary}});
+     {"summary", "Print how many commands there have been so far.",
+      [](const Call& call) { Console::Instance().Print(call.m_Host.Summary()); }}});
 
 } // namespace
 

@@ -86,12 +86,15 @@ int Host::Run(const std::vector<std::string>& scripts)
 void Host::ReadAll(const std::vector<std::string>& scripts)
 {
     try {
+#if EMSHOST_HAS_LINE_EDITOR
         if (m_bInteractive) {
             LineEditor editor(m_Interrupt, CommandNames());
-            LineReader reader("-", m_Interrupt, &editor);
+            LineReader reader("-", m_Interrupt,
+                              [&editor]() -> std::string_view { return editor.Read(); });
             ReadScript(reader, false);
             return;
         }
+#endif
         for (const std::string& script :
              scripts.empty() ? std::vector<std::string>{"-"} : scripts) {
             LineReader reader(script, m_Interrupt);

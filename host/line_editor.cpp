@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cwchar>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include <histedit.h>
@@ -20,18 +19,18 @@ namespace emshost {
 namespace {
 
 constexpr int MOST_LINES = 1000;
-constexpr int BEFORE_REFRESH_MS = 100;
+constexpr int BEFORE_REDRAW_MS = 100;
 
 } // namespace
 
 struct LineEditor::State
 {
     const Interrupt& interrupt;
-    std::vector<std::string> words;
-    EditLine* editor;
-    History* history;
+    const std::vector<std::string> words;
+    EditLine* const editor = el_init("emshost", stdin, stdout, stderr);
+    History* const lines = history_init();
     HistEvent event = {};
-    std::string line;
+    std::string line = {};
 };
 
 namespace {
@@ -43,32 +42,28 @@ LineEditor::State& StateOf(EditLine* editor)
     return *static_cast<LineEditor::State*>(state);
 }
 
-/// Lines that other threads print move the prompt down.
+/// Redraws the prompt when another thread has printed.
 int ReadCharacter(EditLine* editor, wchar_t* character)
 {
     mbstate_t partial = {};
     for (;;) {
-        switch (StateOf(editor).interrupt.WaitForInput(STDIN_FILENO, BEFORE_REFRESH_MS)) {
-        case Interrupt::Event::Stop:
+        const auto event = StateOf(editor).interrupt.WaitForInput(STDIN_FILENO, BEFORE_REDRAW_MS);
+        if (event == Interrupt::Event::Stop) {
             return 0;
-        case Interrupt::Event::Nothing:
+        }
+        if (event == Interrupt::Event::Nothing) {
             if (Console::Instance().HasWritten()) {
-                el_set(editor, EL_REFRESH);
+                el_wset(editor, EL_REFRESH);
             }
             continue;
-        case Interrupt::Event::Input:
-            break;
         }
         char byte = 0;
         const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
-        if (count == 0) {
-            return 0;
+        if (count <= 0) {
+            return static_cast<int>(count);
         }
-        if (count < 0 && errno != EINTR) {
-            return -1;
-        }
-        const std::size_t length = count < 0 ? 0 : std::mbrtowc(character, &byte, 1, &partial);
-        if (count > 0 && length <= 1) {
+        const std::size_t length = std::mbrtowc(character, &byte, 1, &partial);
+        if (length <= 1) {
             return 1;
         }
         if (length == static_cast<std::size_t>(-1)) { // no character: begin again with the next
@@ -77,35 +72,32 @@ int ReadCharacter(EditLine* editor, wchar_t* character)
     }
 }
 
-/// Completes the first word as far as all candidates agree, and lists them when there are several.
+/// Completes a command's name as far as all candidates agree, and lists them when that is no more
+/// than what is typed.
 unsigned char Complete(EditLine* editor, int)
 {
     const LineInfo* const info = el_line(editor);
-    const std::string typed(info->buffer, info->cursor);
-    std::vector<std::string> found;
+    std::string typed(info->buffer, info->cursor);
+    typed.erase(0, typed.starts_with("help ") ? 5 : 0);
+    std::string list;
+    std::string common;
     for (const std::string& word : StateOf(editor).words) {
         if (word.starts_with(typed)) {
-            found.push_back(word);
+            common = list.empty() ? word + ' ' : common;
+            const auto end = std::mismatch(common.begin(), common.end(), word.begin(), word.end());
+            common.erase(list.empty() ? common.end() : end.first, common.end());
+            list += word + "  ";
         }
     }
-    if (found.empty() || typed.find(' ') != std::string::npos) {
+    if (common.size() > typed.size()) {
+        el_insertstr(editor, common.c_str() + typed.size());
+        return CC_REFRESH;
+    }
+    if (list.empty()) {
         return CC_REFRESH_BEEP;
     }
-    std::string common = found.front();
-    std::string list = "\n";
-    for (const std::string& word : found) {
-        const auto difference =
-            std::mismatch(common.begin(), common.end(), word.begin(), word.end());
-        common.erase(difference.first, common.end());
-        list += word + "  ";
-    }
-    if (found.size() == 1) {
-        common += ' ';
-    } else if (common == typed) {
-        Console::Instance().Print(list);
-    }
-    el_insertstr(editor, common.c_str() + typed.size());
-    return common == typed ? CC_REDISPLAY : CC_REFRESH;
+    Console::Instance().Print(list);
+    return CC_NORM;
 }
 
 const char* Prompt(EditLine*)
@@ -116,20 +108,19 @@ const char* Prompt(EditLine*)
 } // namespace
 
 LineEditor::LineEditor(const Interrupt& interrupt, std::vector<std::string> words)
-    : m_pState(new State{interrupt, std::move(words), nullptr, history_init(), {}, ""})
+    : m_pState(new State{interrupt, std::move(words)})
 {
     std::setlocale(LC_CTYPE, "C.UTF-8"); // NOLINT(concurrency-mt-unsafe): before threads start
-    EditLine* const editor = el_init("emshost", stdin, stdout, stderr);
-    if (editor == nullptr || m_pState->history == nullptr) {
+    EditLine* const editor = m_pState->editor;
+    if (editor == nullptr || m_pState->lines == nullptr) {
         throw std::runtime_error("the terminal cannot be used");
     }
-    m_pState->editor = editor;
-    history(m_pState->history, &m_pState->event, H_SETSIZE, MOST_LINES);
-    history(m_pState->history, &m_pState->event, H_SETUNIQUE, 1);
+    history(m_pState->lines, &m_pState->event, H_SETSIZE, MOST_LINES);
+    history(m_pState->lines, &m_pState->event, H_SETUNIQUE, 1);
     el_set(editor, EL_CLIENTDATA, m_pState.get());
     el_set(editor, EL_PROMPT, Prompt);
     el_set(editor, EL_EDITOR, "emacs");
-    el_set(editor, EL_HIST, history, m_pState->history);
+    el_set(editor, EL_HIST, history, m_pState->lines);
     el_set(editor, EL_GETCFN, ReadCharacter);
     el_set(editor, EL_ADDFN, "complete", "Complete a command", Complete);
     el_set(editor, EL_BIND, "^I", "complete", nullptr);
@@ -137,20 +128,21 @@ LineEditor::LineEditor(const Interrupt& interrupt, std::vector<std::string> word
 
 LineEditor::~LineEditor()
 {
-    history_end(m_pState->history);
+    history_end(m_pState->lines);
     el_end(m_pState->editor);
 }
 
 const std::string& LineEditor::Read()
 {
     int length = 0;
-    Console::Instance().HasWritten();
+    Console::Instance().SetPrompt(true);
     const char* const line = el_gets(m_pState->editor, &length);
+    Console::Instance().SetPrompt(false);
     m_pState->line.assign(line == nullptr ? "" : line);
     if (m_pState->line.empty()) {
         Console::Instance().Print(""); // the shell's prompt begins a line
     } else {
-        history(m_pState->history, &m_pState->event, H_ENTER, line);
+        history(m_pState->lines, &m_pState->event, H_ENTER, line);
     }
     return m_pState->line;
 }

@@ -9,12 +9,12 @@ namespace emshost {
 
 class Interrupt;
 
-/// A prompt on the terminal. With libedit a person can edit the line, go back to earlier ones, and
-/// complete the first word.
+/// A prompt on the terminal, where a person can edit the line, go back to earlier ones, and
+/// complete the name of a command. Left out where libedit is absent.
 class LineEditor
 {
 public:
-    /// Throws std::system_error when the terminal cannot be used.
+    /// Throws std::runtime_error when the terminal cannot be used.
     LineEditor(const Interrupt& interrupt, std::vector<std::string> words);
     ~LineEditor();
 

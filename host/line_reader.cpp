@@ -12,7 +12,6 @@
 
 #include "emsutil/diagnostics.h"
 #include "host/console.h"
-#include "host/line_editor.h"
 
 namespace emshost {
 
@@ -63,10 +62,10 @@ Interrupt::Event Interrupt::WaitForInput(int descriptor, int milliseconds) const
     return waited[1].revents != 0 ? Event::Stop : Event::Input;
 }
 
-LineReader::LineReader(const std::string& path, const Interrupt& interrupt, LineEditor* editor)
-    : m_strPath(path), m_Interrupt(interrupt), m_pEditor(editor), m_nDescriptor(Open(path)),
-      m_nError(m_nDescriptor < 0 ? errno : 0), m_bTerminal(::isatty(m_nDescriptor) == 1),
-      m_Buffer(LONGEST_LINE)
+LineReader::LineReader(const std::string& path, const Interrupt& interrupt, Source source)
+    : m_strPath(path), m_Interrupt(interrupt), m_Source(std::move(source)),
+      m_nDescriptor(Open(path)), m_nError(m_nDescriptor < 0 ? errno : 0),
+      m_bTerminal(::isatty(m_nDescriptor) == 1), m_Buffer(LONGEST_LINE)
 {}
 
 LineReader::~LineReader()
@@ -146,8 +145,8 @@ bool LineReader::ReadMore()
     if (m_nError != 0) {
         return false;
     }
-    if (m_pEditor != nullptr) {
-        m_Rest = m_pEditor->Read();
+    if (m_Source) {
+        m_Rest = m_Source();
         return !m_Rest.empty();
     }
     for (;;) {

@@ -2,14 +2,13 @@
 #define HOST_LINE_READER_H
 
 #include <cstddef>
+#include <functional>
 #include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace emshost {
-
-class LineEditor;
 
 /// Lets a thread wait for input until the process is to stop.
 class Interrupt
@@ -42,6 +41,9 @@ class LineReader
 public:
     static constexpr std::size_t LONGEST_LINE = 65536;
 
+    /// Returns more of the input, valid until the next call; the empty text at its end.
+    using Source = std::function<std::string_view()>;
+
     enum class Result {
         Line,   ///< Line() is the next line
         Bad,    ///< Error() says what is wrong with the next line; there may be more
@@ -49,9 +51,9 @@ public:
         End     ///< there are no more, or the process is to stop
     };
 
-    /// Reads a file or a named pipe, or standard input for "-"; with an editor, what a person
-    /// types. Next() reports a file that cannot be opened.
-    LineReader(const std::string& path, const Interrupt& interrupt, LineEditor* editor = nullptr);
+    /// Reads a file or a named pipe, or standard input for "-", by way of the source if there is
+    /// one. Next() reports a file that cannot be opened.
+    LineReader(const std::string& path, const Interrupt& interrupt, Source source = {});
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
@@ -71,7 +73,7 @@ private:
 
     const std::string m_strPath;
     const Interrupt& m_Interrupt;
-    LineEditor* const m_pEditor;
+    const Source m_Source;
     const int m_nDescriptor;
     int m_nError; // of the system
     const bool m_bTerminal;

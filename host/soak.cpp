@@ -9,6 +9,7 @@
 #include <iterator>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -118,7 +119,7 @@ int Soak(std::chrono::seconds time, const std::stop_token& stop)
             Console::Instance().DebugLine(text);
         }
     });
-    const soak::Loads loads = soak::CreateLoads(3, [&gauge] { gauge.Sample(); });
+    const std::vector<soak::Load> loads = soak::AllLoads(3, [&gauge] { gauge.Sample(); });
     soak::Pace pace;
     const bool terminal = ::isatty(STDERR_FILENO) == 1;
     soak::Run(loads, pace, [&] {
@@ -140,8 +141,8 @@ int Soak(std::chrono::seconds time, const std::stop_token& stop)
 
     bool allWell = true;
     PrintHead("service", "done", "seen");
-    for (const auto& load : loads) {
-        for (const soak::Total& total : load->Finish()) {
+    for (const soak::Load& load : loads) {
+        for (const soak::Total& total : load.finish()) {
             allWell &= PrintRow(total.what, total.done, total.seen, total.IsExact());
         }
     }

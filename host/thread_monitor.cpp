@@ -34,27 +34,11 @@ void Work(const Call& call)
     }
 }
 
-void Await(const Call& call)
-{
-    Console::Instance().Flush();
-    call.m_Host.m_Workers.Await();
-}
-
 void Stick(const Call& call)
 {
     if (!call.m_Host.m_Workers.Stick()) {
         throw std::runtime_error("all workers are stuck");
     }
-}
-
-void Unstick(const Call& call)
-{
-    call.m_Host.m_Workers.Unstick();
-}
-
-void Stat(const Call&)
-{
-    StatEmsThreadInfo();
 }
 
 double Seconds(const ACE_Time_Value& time)
@@ -156,17 +140,22 @@ void Mode(const Call&)
 const Service g_Service(
     "Thread monitor",
     {{"await", "Wait until the workers have done all jobs, except those that they are stuck in.",
-      Await},
+      [](const Call& call) {
+          Console::Instance().Flush();
+          call.m_Host.m_Workers.Await();
+      }},
      {"mode", "Print the message-handling mode, 0 or 1, and where it comes from: 1 is the default.",
       Mode},
      {"overdue",
       "Print the threads that have been inside for a time or longer.",
       Overdue,
       {Number("seconds", INT_MIN, INT_MAX, "the time; 0 is never reached")}},
-     {"stat", "Write the records of all threads as a debug line.", Stat},
+     {"stat", "Write the records of all threads as a debug line.",
+      [](const Call&) { StatEmsThreadInfo(); }},
      {"stick", "Make a worker stick in a job, and wait until it does.", Stick},
      {"threads", "Print the records of all threads.", Threads},
-     {"unstick", "Let all stuck workers go on.", Unstick},
+     {"unstick", "Let all stuck workers go on.",
+      [](const Call& call) { call.m_Host.m_Workers.Unstick(); }},
      {"work",
       "Pass jobs to the workers, in turn, stuck ones left out.",
       Work,

@@ -3,6 +3,7 @@
 #include <barrier>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -18,15 +19,15 @@ namespace {
 
 /// Threads write reports and traces. They meet after each burst, where one of them checks the
 /// report file line by line and removes it.
-class ReportLoad final : public Load
+class ReportFile
 {
 public:
-    ReportLoad(int threads, std::function<void()> atRest)
-        : Load(threads), m_AtRest(std::move(atRest)), m_Writers(static_cast<std::size_t>(threads)),
+    ReportFile(int threads, std::function<void()> atRest)
+        : m_AtRest(std::move(atRest)), m_Writers(static_cast<std::size_t>(threads)),
           m_Meeting(threads, Check{this})
     {}
 
-    void Work(int thread, const Pace& pace) override
+    void Work(int thread, const Pace& pace)
     {
         pace.Repeat([this, thread] { Write(static_cast<std::size_t>(thread)); },
                     [this, &pace] {
@@ -36,7 +37,7 @@ public:
         m_Meeting.arrive_and_drop();
     }
 
-    std::vector<Total> Finish() override
+    std::vector<Total> Finish() const
     {
         return {{"report entries whole", m_nWritten, m_nWhole}};
     }
@@ -52,7 +53,7 @@ private:
 
     struct Check
     {
-        ReportLoad* load;
+        ReportFile* load;
         void operator()() noexcept { load->CheckFile(); }
     };
 
@@ -107,39 +108,28 @@ private:
     std::barrier<Check> m_Meeting;
 };
 
-/// Threads guard their time.
-class TimeGuardLoad final : public Load
-{
-public:
-    using Load::Load;
-
-    void Work(int thread, const Pace& pace) override
-    {
-        pace.Repeat([this, thread] {
-            const AgentTimeGuard guard("soak guard %d", thread);
-            ++m_nGuards;
-        });
-    }
-
-    std::vector<Total> Finish() override
-    {
-        return {{"time guards, their lines", 2 * m_nGuards, g_DebugLines.guard}};
-    }
-
-private:
-    Count m_nGuards = 0;
-};
-
 } // namespace
 
-std::unique_ptr<Load> CreateReportLoad(int threads, std::function<void()> atRest)
+Load ReportLoad(int threads, std::function<void()> atRest)
 {
-    return std::make_unique<ReportLoad>(threads, std::move(atRest));
+    const auto state = std::make_shared<ReportFile>(threads, std::move(atRest));
+    return {threads, [state](int thread, const Pace& pace) { state->Work(thread, pace); },
+            [state] { return state->Finish(); }};
 }
 
-std::unique_ptr<Load> CreateTimeGuardLoad(int threads)
+/// Threads guard their time.
+Load TimeGuardLoad(int threads)
 {
-    return std::make_unique<TimeGuardLoad>(threads);
+    const auto guards = std::make_shared<Count>(0);
+    const auto work = [guards](int thread, const Pace& pace) {
+        pace.Repeat([&guards, thread] {
+            const AgentTimeGuard guard("soak guard %d", thread);
+            ++*guards;
+        });
+    };
+    return {threads, work, [guards]() -> std::vector<Total> {
+                return {{"time guards, their lines", 2 * *guards, g_DebugLines.guard}};
+            }};
 }
 
 } // namespace soak

@@ -1,3 +1,4 @@
+#include <memory>
 #include <string>
 
 #include "emsutil/general_command.h"
@@ -10,11 +11,11 @@ using namespace NSQN_EMSUTIL_AGENT;
 namespace {
 
 /// Threads queue commands with ascending numbers, and run others at once; one more thread drains.
-class GeneralCommandLoad final : public Load
+class Commands
 {
 public:
-    explicit GeneralCommandLoad(int threads)
-        : Load(threads + 1), m_nProducing(threads), m_Producers(static_cast<std::size_t>(threads))
+    explicit Commands(int threads)
+        : m_nProducing(threads), m_Producers(static_cast<std::size_t>(threads))
     {
         g_pLoad = this;
         Register("soak-queued", [](EmsGeneralCmd* cmd, EmsGeneralCmd*) {
@@ -27,9 +28,9 @@ public:
         });
     }
 
-    void Work(int thread, const Pace& pace) override
+    void Work(int thread, const Pace& pace)
     {
-        if (thread < m_nThreads - 1) {
+        if (static_cast<std::size_t>(thread) < m_Producers.size()) {
             Produce(static_cast<std::size_t>(thread), pace);
             return;
         }
@@ -40,7 +41,7 @@ public:
         runGeneralCmd();
     }
 
-    std::vector<Total> Finish() override
+    std::vector<Total> Finish() const
     {
         return {{"commands run", m_nAdded, m_nRun},
                 {"commands in order", m_nAdded, m_nInOrder},
@@ -99,7 +100,7 @@ private:
         producer.next = number + 1;
     }
 
-    static constinit inline GeneralCommandLoad* g_pLoad = nullptr; // handlers receive no context
+    static constinit inline Commands* g_pLoad = nullptr; // handlers receive no context
 
     std::atomic<int> m_nProducing;
     std::vector<Producer> m_Producers;
@@ -112,9 +113,11 @@ private:
 
 } // namespace
 
-std::unique_ptr<Load> CreateGeneralCommandLoad(int threads)
+Load GeneralCommandLoad(int threads)
 {
-    return std::make_unique<GeneralCommandLoad>(threads);
+    const auto commands = std::make_shared<Commands>(threads);
+    return {threads + 1, [commands](int thread, const Pace& pace) { commands->Work(thread, pace); },
+            [commands] { return commands->Finish(); }};
 }
 
 } // namespace soak

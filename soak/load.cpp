@@ -18,30 +18,24 @@ void Pace::Pause() const
     }
 }
 
-Loads CreateLoads(int threads, std::function<void()> atRest)
+std::vector<Load> AllLoads(int threads, const std::function<void()>& atRest)
 {
-    Loads loads;
-    loads.push_back(CreateGeneralCommandLoad(threads));
-    loads.push_back(CreateReportLoad(threads, std::move(atRest)));
-    loads.push_back(CreateTimeGuardLoad(threads));
-    loads.push_back(CreateThreadMonitorLoad(threads));
-    loads.push_back(CreateTimerLoad(threads));
-    loads.push_back(CreateTransactionLogLoad(threads));
-    loads.push_back(CreateLockErrorLoad(threads));
-    return loads;
+    return {GeneralCommandLoad(threads), ReportLoad(threads, atRest), TimeGuardLoad(threads),
+            ThreadMonitorLoad(threads),  TimerLoad(threads),          TransactionLogLoad(threads),
+            LockErrorLoad(threads)};
 }
 
-void Run(const Loads& loads, Pace& pace, const std::function<void()>& meanwhile)
+void Run(const std::vector<Load>& loads, Pace& pace, const std::function<void()>& meanwhile)
 {
     std::promise<bool> start;
     const std::shared_future<bool> started(start.get_future());
     std::vector<std::jthread> threads;
     try {
-        for (const auto& load : loads) {
-            for (int thread = 0; thread < load->m_nThreads; ++thread) {
-                threads.emplace_back([&load = *load, &pace, thread, started] {
+        for (const Load& load : loads) {
+            for (int thread = 0; thread < load.threads; ++thread) {
+                threads.emplace_back([&load, &pace, thread, started] {
                     if (started.get()) {
-                        load.Work(thread, pace);
+                        load.work(thread, pace);
                     }
                 });
             }

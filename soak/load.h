@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -63,40 +62,31 @@ private:
 };
 
 /// The load that threads put on one service.
-class Load
+struct Load
 {
-public:
-    explicit Load(int threads) : m_nThreads(threads) {}
-    virtual ~Load() = default;
-    Load(const Load&) = delete;
-    Load& operator=(const Load&) = delete;
-
+    int threads;
     /// What each thread does, numbered from 0.
-    virtual void Work(int thread, const Pace& pace) = 0;
+    std::function<void(int thread, const Pace& pace)> work;
     /// Waits for what is still under way when all threads have ended, and returns the totals.
-    virtual std::vector<Total> Finish() = 0;
-
-    const int m_nThreads;
+    std::function<std::vector<Total>()> finish;
 };
 
-using Loads = std::vector<std::unique_ptr<Load>>;
-
-std::unique_ptr<Load> CreateGeneralCommandLoad(int threads); // with one more, which drains
+Load GeneralCommandLoad(int threads); // with one more, which drains
 /// Needs the directory of the report file. Calls `atRest` again and again, on one thread at a time,
 /// while the report file is closed.
-std::unique_ptr<Load> CreateReportLoad(int threads, std::function<void()> atRest);
-std::unique_ptr<Load> CreateTimeGuardLoad(int threads);
-std::unique_ptr<Load> CreateThreadMonitorLoad(int threads);
-std::unique_ptr<Load> CreateTimerLoad(int threads);
-std::unique_ptr<Load> CreateTransactionLogLoad(int threads);
-std::unique_ptr<Load> CreateLockErrorLoad(int threads);
+Load ReportLoad(int threads, std::function<void()> atRest);
+Load TimeGuardLoad(int threads);
+Load ThreadMonitorLoad(int threads);
+Load TimerLoad(int threads);
+Load TransactionLogLoad(int threads);
+Load LockErrorLoad(int threads);
 /// One of each.
-Loads CreateLoads(int threads, std::function<void()> atRest);
+std::vector<Load> AllLoads(int threads, const std::function<void()>& atRest);
 
 /// Runs all threads of the loads. They start together, when there is a thread for each; then
 /// `meanwhile` is called, the pace is stopped, and the threads are joined. Throws
 /// std::system_error, and has run nothing, when a thread cannot be created.
-void Run(const Loads& loads, Pace& pace, const std::function<void()>& meanwhile);
+void Run(const std::vector<Load>& loads, Pace& pace, const std::function<void()>& meanwhile);
 
 /// The debug lines that the loads make the library write. The program must pass each line of its
 /// debug interface to CountDebugLine(), which returns false for one that no load expects.

@@ -1,52 +1,37 @@
 #include "emsutil/lock_error_manager.h"
 
+#include <memory>
+
 #include <emsplatform/platform.h>
 
 #include "soak/load.h"
 
 namespace soak {
 
-using NSQN_util::QNMitLockErrMgr;
-
-namespace {
-
-/// Threads insert and erase texts under ever new ids, and one id that all share. The library has no
-/// operation that reads the texts: one that is not erased shows as memory that grows.
-class LockErrorLoad final : public Load
+/// Threads insert and erase texts under ever new ids, and insert one under an id that all share.
+/// The library has no operation that reads the texts: one that is not erased shows as memory that
+/// grows.
+Load LockErrorLoad(int threads)
 {
-public:
-    explicit LockErrorLoad(int threads) : Load(threads)
+    struct Counts
     {
-        std::atomic_ref(NSQN_util::g_bEnableMitLockErrMgr).store(true);
-    }
-
-    void Work(int, const Pace& pace) override
-    {
-        pace.Repeat([this] {
-            QNMitLockErrMgr& locks = *QNMitLockErrMgr::Instance();
-            const int id = static_cast<int>(m_nInserted++ & 0x7fffffff);
-            locks.InsertThrIDandInfo(-1, "the shared text");
-            locks.InsertThrIDandInfo(id, "waits for a lock that all threads want");
-            locks.EraseThrIDandInfo(id);
-            ++m_nErased;
-        });
-    }
-
-    std::vector<Total> Finish() override
-    {
-        return {{"lock errors erased", m_nInserted, m_nErased}};
-    }
-
-private:
-    Count m_nInserted = 0;
-    Count m_nErased = 0;
-};
-
-} // namespace
-
-std::unique_ptr<Load> CreateLockErrorLoad(int threads)
-{
-    return std::make_unique<LockErrorLoad>(threads);
+        Count inserted = 0;
+        Count erased = 0;
+    };
+    const auto counts = std::make_shared<Counts>();
+    std::atomic_ref(NSQN_util::g_bEnableMitLockErrMgr).store(true);
+    const auto step = [counts] {
+        NSQN_util::QNMitLockErrMgr& locks = *NSQN_util::QNMitLockErrMgr::Instance();
+        const int id = static_cast<int>(counts->inserted++ & 0x7fffffff);
+        locks.InsertThrIDandInfo(-1, "the shared text");
+        locks.InsertThrIDandInfo(id, "waits for a lock that all threads want");
+        locks.EraseThrIDandInfo(id);
+        ++counts->erased;
+    };
+    return {threads, [step](int, const Pace& pace) { pace.Repeat(step); },
+            [counts]() -> std::vector<Total> {
+                return {{"lock errors erased", counts->inserted, counts->erased}};
+            }};
 }
 
 } // namespace soak

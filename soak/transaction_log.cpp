@@ -13,105 +13,95 @@ namespace {
 
 constexpr unsigned long BUFFERS = 3;
 
-/// Each thread creates logs with buffers, and passes the handle value of each on to the thread that
-/// creates the next one. All work on one shared log besides.
-class TransactionLogLoad final : public Load
+struct State
+{
+    QNTransactionLog shared;
+    const unsigned long sharedValue = shared.GetHandle();
+    std::atomic<unsigned long> latest = 0;
+    std::atomic<unsigned long> number = 0;
+    Count logs = 0;
+    Count attached = 0;
+    Count buffers = 0;
+    Count found = 0;
+    Count deleted = 0;
+};
+
+class Buffer final : public QNTransactionBuffer
 {
 public:
-    using Load::Load;
-
-    void Work(int, const Pace& pace) override
-    {
-        pace.Repeat([this] {
-            TakeOver(m_Latest.exchange(CreateLog()));
-            UseSharedLog();
-        });
-    }
-
-    std::vector<Total> Finish() override
-    {
-        TakeOver(m_Latest.exchange(0));
-        const int references = m_Shared.AddRef(1); // all others are released
-        m_Shared.Release();
-        return {{"logs attached", m_nLogs, m_nAttached},
-                {"buffers found", m_nBuffers, m_nFound},
-                {"buffers deleted", m_nBuffers, m_nDeleted},
-                {"references of a shared log", 1, static_cast<std::uint64_t>(references)}};
-    }
+    explicit Buffer(State& state) : m_State(state) { ++m_State.buffers; }
+    ~Buffer() override { ++m_State.deleted; }
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
 
 private:
-    class Buffer final : public QNTransactionBuffer
-    {
-    public:
-        explicit Buffer(Count& deleted) : m_Deleted(deleted) {}
-        ~Buffer() override { ++m_Deleted; }
-        Buffer(const Buffer&) = delete;
-        Buffer& operator=(const Buffer&) = delete;
-
-    private:
-        Count& m_Deleted;
-    };
-
-    void AddBuffer(QNTransactionLog& log, unsigned long number)
-    {
-        ++m_nBuffers;
-        log.AddBuffer("soak", number, std::make_unique<Buffer>(m_nDeleted).release());
-    }
-
-    unsigned long CreateLog()
-    {
-        QNTransactionLog log;
-        for (unsigned long number = 0; number < BUFFERS; ++number) {
-            AddBuffer(log, number);
-        }
-        log.AddRef(1);
-        ++m_nLogs;
-        return log.GetHandle();
-    }
-
-    /// Takes one buffer out; the others are deleted with the log.
-    void TakeOver(unsigned long value)
-    {
-        if (value == 0) { // there is no earlier log
-            return;
-        }
-        QNTransactionLog log(value);
-        m_nAttached += log.IsValid() ? 1 : 0;
-        for (unsigned long number = 0; number < BUFFERS; ++number) {
-            m_nFound += log.GetBuffer("soak", number) != nullptr ? 1 : 0;
-        }
-        const std::unique_ptr<QNTransactionBuffer> taken(log.RemoveBuffer("soak", value % BUFFERS));
-        log.Release();
-    }
-
-    void UseSharedLog()
-    {
-        QNTransactionLog log(m_nSharedValue);
-        const unsigned long number = m_nNumber++;
-        log.AddRef(2);
-        AddBuffer(log, number);
-        m_nFound += log.GetBuffer("soak", number) != nullptr ? 1 : 0;
-        const std::unique_ptr<QNTransactionBuffer> taken(log.RemoveBuffer("soak", number));
-        log.Release();
-        log.Release();
-    }
-
-    QNTransactionLog m_Shared;
-    const unsigned long m_nSharedValue = m_Shared.GetHandle();
-    std::atomic<unsigned long> m_Latest = 0;
-    std::atomic<unsigned long> m_nNumber = 0;
-    Count m_nLogs = 0;
-    Count m_nAttached = 0;
-    Count m_nBuffers = 0;
-    Count m_nFound = 0;
-    Count m_nDeleted = 0;
+    State& m_State;
 };
+
+void AddBuffer(State& state, QNTransactionLog& log, unsigned long number)
+{
+    log.AddBuffer("soak", number, std::make_unique<Buffer>(state).release());
+    state.found += log.GetBuffer("soak", number) != nullptr ? 1 : 0;
+}
+
+unsigned long CreateLog(State& state)
+{
+    QNTransactionLog log;
+    for (unsigned long number = 0; number < BUFFERS; ++number) {
+        AddBuffer(state, log, number);
+    }
+    log.AddRef(1);
+    ++state.logs;
+    return log.GetHandle();
+}
+
+/// Takes one buffer out; the others are deleted with the log.
+void TakeOver(State& state, unsigned long value)
+{
+    if (value == 0) { // there is no earlier log
+        return;
+    }
+    QNTransactionLog log(value);
+    const std::unique_ptr<QNTransactionBuffer> taken(log.RemoveBuffer("soak", value % BUFFERS));
+    state.attached += log.IsValid() && taken != nullptr ? 1 : 0;
+    log.Release();
+}
+
+void UseSharedLog(State& state)
+{
+    QNTransactionLog log(state.sharedValue);
+    const unsigned long number = state.number++;
+    log.AddRef(2);
+    AddBuffer(state, log, number);
+    const std::unique_ptr<QNTransactionBuffer> taken(log.RemoveBuffer("soak", number));
+    log.Release();
+    log.Release();
+}
+
+std::vector<Total> Finish(State& state)
+{
+    TakeOver(state, state.latest.exchange(0));
+    const auto references = static_cast<std::uint64_t>(state.shared.AddRef(1)); // the only one
+    state.shared.Release();
+    return {{"logs attached", state.logs, state.attached},
+            {"buffers found", state.buffers, state.found},
+            {"buffers deleted", state.buffers, state.deleted},
+            {"references of a shared log", 1, references}};
+}
 
 } // namespace
 
-std::unique_ptr<Load> CreateTransactionLogLoad(int threads)
+/// Each thread creates logs with buffers, and passes the handle value of each on to the thread that
+/// creates the next one. All work on one shared log besides.
+Load TransactionLogLoad(int threads)
 {
-    return std::make_unique<TransactionLogLoad>(threads);
+    const auto state = std::make_shared<State>();
+    const auto step = [state] {
+        TakeOver(*state, state->latest.exchange(CreateLog(*state)));
+        UseSharedLog(*state);
+    };
+    return {threads, [step](int, const Pace& pace) { pace.Repeat(step); },
+            [state] { return Finish(*state); }};
 }
 
 } // namespace soak

@@ -46,11 +46,11 @@ TEST_P(Stress, EveryTotalIsExact)
         unexpected += soak::CountDebugLine(line.substr(2)) ? 0 : 1; // without its level
     };
     {
-        const soak::Loads loads = soak::CreateLoads(GetParam(), [] {});
+        const std::vector<soak::Load> loads = soak::AllLoads(GetParam(), [] {});
         soak::Pace pace(STEPS / soak::Pace::BURST / GetParam());
         soak::Run(loads, pace, [] {});
-        for (const auto& load : loads) {
-            for (const soak::Total& total : load->Finish()) {
+        for (const soak::Load& load : loads) {
+            for (const soak::Total& total : load.finish()) {
                 EXPECT_TRUE(total.IsExact())
                     << total.what << ": " << total.done << ", " << total.seen;
             }
