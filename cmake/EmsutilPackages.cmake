@@ -39,7 +39,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "gdb (>= 12), ${runtime}-dbgsym (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-"${description}This package has emsutil-inspect, which looks into a process that hangs, or its core.")
+"${description}This package has emsutil-inspect, which looks into a process that hangs, or
+its core.")
 
 execute_process(COMMAND gzip -9nc "${PROJECT_SOURCE_DIR}/cmake/debian/changelog"
     OUTPUT_FILE "${PROJECT_BINARY_DIR}/changelog.gz"
