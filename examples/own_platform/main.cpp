@@ -1,28 +1,26 @@
+#include <chrono>
+#include <future>
+
 #include <emsplatform/debug_interface.h>
+#include <emsplatform/task.h>
 #include <emsutil/diagnostics.h>
-#include <emsutil/general_command.h>
+#include <emsutil/timer.h>
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-namespace {
+std::promise<void> g_Fired;
 
-int g_nRuns = 0;
-
-int Print(EmsGeneralCmd* cmd, EmsGeneralCmd*)
+void Fire(void*)
 {
-    ++g_nRuns;
-    GetEmsUtilAgentDebugInterface()->DebugPrint(1, "%s\n", cmd->ToString().c_str());
-    return 0;
+    GetEmsUtilAgentDebugInterface()->DebugPrint(1, "%s\n", "the timer has fired");
+    g_Fired.set_value();
 }
-
-} // namespace
 
 int main()
 {
-    EmsGeneralCmd cmd;
-    cmd.name = string_format("%s%d", "print", 1);
-    RegEmsUtilCmd registration(cmd.name, Print);
-    addGeneralCmd(cmd);
-    runGeneralCmd();
-    return g_nRuns == 1 && g_nLines == 1 ? 0 : 1;
+    eKorTaskMgr manager(7, std::chrono::milliseconds(100));
+    EmsUtilTimerInterface timer = {Fire, nullptr, nullptr};
+    ScheduleEmsUtilTimer(8, timer, nullptr); // there is no such task manager
+    ScheduleEmsUtilTimer(7, timer, nullptr);
+    g_Fired.get_future().wait();
 }

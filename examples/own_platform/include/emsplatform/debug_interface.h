@@ -1,19 +1,25 @@
 #pragma once
 
+#include <cstdio>
+
 namespace NSQN_util {
 
 class DebugInterface
 {
 public:
-    virtual void First() {}
-    virtual void Second() {}
-    virtual void DebugPrint(int level, const char* format, ...);
-    virtual void AssertPrint(const char*, ...) {}
+    // The library calls the third and the fourth operation, by their places.
+    virtual bool IsShown(int level) = 0;
+    virtual void Flush() = 0;
+    virtual void DebugPrint(int level, const char* format, ...) = 0;
+    virtual void AssertPrint(const char* format, ...) = 0;
+
+protected:
+    ~DebugInterface() = default; // not virtual: a destructor would take the first two places
 };
 
 DebugInterface* GetDefaultDebugInterface();
 
 } // namespace NSQN_util
 
-/// Of this platform's own: how many lines there were.
-extern int g_nLines;
+/// Of this platform's own: where the lines go. A host changes it before threads start.
+extern std::FILE* g_pDebugFile;

@@ -1,0 +1,120 @@
+// Rules on vsnprintf_s.
+
+#include <cstdarg>
+
+#include <emsplatform/platform.h>
+
+#include "rules.h"
+
+namespace {
+
+constexpr char UNTOUCHED = '#';
+
+/// What one call has returned, and the destMax bytes of its buffer.
+struct Formatted
+{
+    int m_nResult;
+    std::string m_Buffer;
+
+    /// Whether the buffer begins with `text` and a NUL.
+    bool Holds(const std::string& text) const
+    {
+        return m_Buffer.compare(0, text.size() + 1, text + '\0') == 0;
+    }
+
+    void RequireIt(bool holds) const
+    {
+        std::string found = "the result " + std::to_string(m_nResult) + " and the buffer \"";
+        for (const char character : m_Buffer.substr(0, 40)) {
+            found += character == '\0' ? "\\0" : std::string(1, character);
+        }
+        Require(holds, found + '"');
+    }
+
+    void RequireWhole(const std::string& text) const
+    {
+        RequireIt(m_nResult == static_cast<int>(text.size()) && Holds(text));
+    }
+
+    void RequireCut(const std::string& text) const { RequireIt(m_nResult < 0 && Holds(text)); }
+
+    /// A formatter may accept a format that another one rejects.
+    void RequireEmptyIfRejected() const
+    {
+        const bool isEmpty = Holds("") && m_Buffer.back() == UNTOUCHED;
+        RequireIt(m_nResult < 0 ? isEmpty
+                                : m_Buffer.find('\0') == static_cast<std::size_t>(m_nResult));
+    }
+};
+
+/// Calls vsnprintf_s, and fails when it writes past `destMax` bytes.
+Formatted Format(std::size_t destMax, std::size_t count, const char* format, ...)
+{
+    std::string buffer(2048, UNTOUCHED);
+    va_list args;
+    va_start(args, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int result = vsnprintf_s(buffer.data(), destMax, count, format, args);
+#pragma GCC diagnostic pop
+    va_end(args);
+    Require(buffer.find_first_not_of(UNTOUCHED, destMax) == std::string::npos,
+            "it writes past the end of its buffer");
+    return {result, buffer.substr(0, destMax)};
+}
+
+constexpr Rule RULES[] = {
+    {"vsnprintf_s.fits", "A text that fits must be written whole, and its length returned.",
+     [](const ConformanceOptions&) {
+         const std::string longest(511, 'x');
+         Format(512, 511, "%s-%d-%5.1f", "text", -7, 2.5).RequireWhole("text--7-  2.5");
+         Format(512, 511, "%s", "").RequireWhole("");
+         Format(512, 511, "%s", longest.c_str()).RequireWhole(longest);
+     }},
+    {"vsnprintf_s.does_not_fit",
+     "A text that does not fit must leave its first 'count' characters and a NUL, and return a "
+     "negative number.",
+     [](const ConformanceOptions&) {
+         const std::string tooLong(1000, 'x');
+         Format(4, 3, "%s", "text").RequireCut("tex");
+         Format(2, 1, "x%s", "text").RequireCut("x");
+         Format(512, 511, "%s", tooLong.c_str()).RequireCut(tooLong.substr(0, 511));
+     }},
+    {"vsnprintf_s.count", "'count' must limit the text, and no byte past 'destMax' may be written.",
+     [](const ConformanceOptions&) {
+         Format(64, 3, "%s", "text").RequireCut("tex");
+         Format(64, 4, "%s", "text").RequireWhole("text");
+         Format(3, 64, "%s", "text");
+     }},
+    {"vsnprintf_s.nul_in_text", "A NUL in the text must be written and counted as a character.",
+     [](const ConformanceOptions&) {
+         Format(64, 63, "a%cb", 0).RequireWhole(std::string("a\0b", 3));
+         Format(4, 3, "%c%s", 0, "text").RequireCut(std::string("\0te", 3));
+     }},
+    {"vsnprintf_s.malformed",
+     "A format that is rejected must leave the empty text, must not write the buffer's last byte, "
+     "and must return a negative number.",
+     [](const ConformanceOptions&) {
+         const wchar_t notInTheLocale[] = {0x20ac, 0};
+         Format(64, 63, "text%").RequireEmptyIfRejected();
+         Format(64, 63, "text%99999999999d", 1).RequireEmptyIfRejected();
+         Format(64, 63, "%s%ls", "text", notInTheLocale).RequireEmptyIfRejected();
+     }},
+    {"vsnprintf_s.any_thread", "Any number of threads may format at the same time.",
+     [](const ConformanceOptions&) {
+         OnFourThreads([](int thread) {
+             const std::string text(100, static_cast<char>('a' + thread));
+             for (int times = 0; times < 2000; ++times) {
+                 Format(512, 511, "%s", text.c_str()).RequireWhole(text);
+                 Format(64, 63, "%s", text.c_str()).RequireCut(text.substr(0, 63));
+             }
+         });
+     }},
+};
+
+} // namespace
+
+std::span<const Rule> FormatterRules()
+{
+    return RULES;
+}

@@ -1,0 +1,125 @@
+// The conformance kit: checks whether a platform does what docs/platform.md asks for.
+//
+//     my_platform_conformance         checks every rule; the exit status is 0 when all hold, else 1
+//     my_platform_conformance RULE    checks one rule in this process, for a debugger
+//
+// Each rule runs in a process of its own, so that a rule that hangs or crashes is named, and the
+// other rules still run.
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "rules.h"
+
+namespace {
+
+constexpr unsigned int SECONDS_FOR_SETUP = 10;
+constexpr int STATUS_HOLDS = 0;
+constexpr int STATUS_FAILED = 1;
+constexpr int STATUS_REPORTED = 76; // Fail() has said what does not hold
+constexpr int STATUS_SKIPPED = 77;
+
+const Rule* g_pRule = nullptr; // the rule that this process checks
+
+std::vector<Rule> AllRules()
+{
+    std::vector<Rule> rules;
+    for (const std::span<const Rule> some : {PlatformRules(), FormatterRules(), TaskRules()}) {
+        rules.insert(rules.end(), some.begin(), some.end());
+    }
+    return rules;
+}
+
+void PrintFailure(const Rule& rule, const std::string& found)
+{
+    const std::string name = rule.m_pName;
+    std::printf("FAILS  %s: %s Found: %s. See the row %s of docs/platform.md.\n", name.c_str(),
+                rule.m_pMust, found.c_str(), name.substr(0, name.find('.')).c_str());
+}
+
+[[noreturn]] void End(int status)
+{
+    std::fflush(stdout);
+    std::_Exit(status);
+}
+
+int CheckHere(const char* name)
+{
+    for (const Rule& rule : AllRules()) {
+        if (std::strcmp(rule.m_pName, name) == 0) {
+            g_pRule = &rule;
+            alarm(SECONDS_FOR_SETUP);
+            const ConformanceOptions options = ConformanceSetup();
+            alarm(options.m_nSecondsPerRule);
+            rule.m_pfnCheck(options);
+            return STATUS_HOLDS;
+        }
+    }
+    std::fprintf(stderr, "there is no rule %s\n", name);
+    return STATUS_FAILED;
+}
+
+/// Returns whether the rule holds, or does not apply.
+bool CheckInProcess(const Rule& rule)
+{
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        execl("/proc/self/exe", "conformance", rule.m_pName, static_cast<char*>(nullptr));
+        std::_Exit(STATUS_FAILED);
+    }
+    int status = 0;
+    if (child == -1 || waitpid(child, &status, 0) == -1) {
+        PrintFailure(rule, "no process to check it in");
+        return false;
+    }
+    if (WIFSIGNALED(status)) {
+        const int signal = WTERMSIG(status);
+        PrintFailure(rule,
+                     signal == SIGALRM ? "it hangs" : std::string("a crash: ") + strsignal(signal));
+        return false;
+    }
+    switch (WEXITSTATUS(status)) {
+    case STATUS_HOLDS:
+        std::printf("holds  %s\n", rule.m_pName);
+        return true;
+    case STATUS_SKIPPED:
+        return true;
+    case STATUS_REPORTED:
+        return false;
+    default:
+        PrintFailure(rule, "the exit status " + std::to_string(WEXITSTATUS(status)));
+        return false;
+    }
+}
+
+} // namespace
+
+void Fail(const std::string& found)
+{
+    PrintFailure(*g_pRule, found);
+    End(STATUS_REPORTED);
+}
+
+void Skip(const std::string& reason)
+{
+    std::printf("skips  %s: %s\n", g_pRule->m_pName, reason.c_str());
+    End(STATUS_SKIPPED);
+}
+
+int main(int argc, char** argv)
+{
+    if (argc > 1) {
+        return CheckHere(argv[1]);
+    }
+    int failed = 0;
+    for (const Rule& rule : AllRules()) {
+        failed += CheckInProcess(rule) ? 0 : 1;
+    }
+    std::printf("rules that do not hold: %d\n", failed);
+    return failed == 0 ? STATUS_HOLDS : STATUS_FAILED;
+}

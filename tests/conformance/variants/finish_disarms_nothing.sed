@@ -1,0 +1,2 @@
+# A task at state 3 still expires.
+/std::erase_if/d

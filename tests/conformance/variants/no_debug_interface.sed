@@ -1,0 +1,2 @@
+# Conforms: there is no debug interface.
+s/return &debug;/return nullptr;/

@@ -1,0 +1,2 @@
+# The parent path has no closing "/".
+s/rfind('.') + 1/rfind('\/')/

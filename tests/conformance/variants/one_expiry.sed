@@ -1,0 +1,2 @@
+# Conforms: a timer expires once only.
+/m_Expiries.push(.expiry/d

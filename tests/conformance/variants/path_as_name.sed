@@ -1,0 +1,2 @@
+# The process's name is a path.
+s/g_ProcName = "/&\/opt\//

@@ -1,0 +1,2 @@
+# A text that does not fit gives its whole length.
+s/return length > .*/return length;/
