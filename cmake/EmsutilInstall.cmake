@@ -35,10 +35,17 @@ if(NOT DEFINED CMAKE_INSTALL_RPATH)
     endif()
 endif()
 
+# The conformance kit, and the page that its messages refer to.
+set(kit_directory "${CMAKE_INSTALL_DATADIR}/emsutil")
+install(DIRECTORY conformance DESTINATION "${kit_directory}" COMPONENT Development)
+install(FILES cmake/EmsutilConformance.cmake DESTINATION "${kit_directory}/cmake" COMPONENT Development)
+install(FILES docs/platform.md DESTINATION "${kit_directory}/docs" COMPONENT Development)
+
 # find_package(emsutil)
 set(package_directory "${CMAKE_INSTALL_LIBDIR}/cmake/emsutil")
 configure_package_config_file(cmake/emsutil-config.cmake.in emsutil-config.cmake
     INSTALL_DESTINATION "${package_directory}"
+    PATH_VARS kit_directory
     NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(emsutil-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES

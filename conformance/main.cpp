@@ -79,8 +79,8 @@ bool CheckInProcess(const Rule& rule)
     }
     if (WIFSIGNALED(status)) {
         const int signal = WTERMSIG(status);
-        PrintFailure(rule,
-                     signal == SIGALRM ? "it hangs" : std::string("a crash: ") + strsignal(signal));
+        PrintFailure(rule, signal == SIGALRM ? std::string("it hangs")
+                                             : "a crash, signal " + std::to_string(signal));
         return false;
     }
     switch (WEXITSTATUS(status)) {

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <fstream>
+#include <mutex>
 
 std::FILE* g_pDebugFile = stdout;
 
@@ -17,21 +18,27 @@ public:
     void Flush() override { std::fflush(g_pDebugFile); }
 
     void DebugPrint(int level, const char* format, ...) override
+        __attribute__((format(printf, 3, 4)))
     {
-        const std::string marked = std::to_string(level) + " " + format; // one text, one call
-        va_list args;
-        va_start(args, format);
-        std::vfprintf(g_pDebugFile, marked.c_str(), args);
-        va_end(args);
-    }
-
-    void AssertPrint(const char* format, ...) override
-    {
+        const std::lock_guard guard(m_Lock);
+        std::fprintf(g_pDebugFile, "%d ", level);
         va_list args;
         va_start(args, format);
         std::vfprintf(g_pDebugFile, format, args);
         va_end(args);
     }
+
+    void AssertPrint(const char* format, ...) override __attribute__((format(printf, 2, 3)))
+    {
+        const std::lock_guard guard(m_Lock);
+        va_list args;
+        va_start(args, format);
+        std::vfprintf(g_pDebugFile, format, args);
+        va_end(args);
+    }
+
+private:
+    std::mutex m_Lock; // held for each text, so that none falls into another
 };
 
 } // namespace
@@ -40,7 +47,7 @@ namespace NSQN_util {
 
 DebugInterface* GetDefaultDebugInterface()
 {
-    static FileDebugInterface debug; // has no destructor to run: it lasts until the process ends
+    static FileDebugInterface& debug = *new FileDebugInterface; // never destroyed
     return &debug;
 }
 

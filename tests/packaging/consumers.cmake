@@ -59,6 +59,13 @@ foreach(linkage IN ITEMS shared static)
         FIXTURES_REQUIRED ${linkage})
 endforeach()
 
+# A provider's author needs no more than the development files.
+emsutil_add_build_test(conformance.installed "${PROJECT_SOURCE_DIR}/tests/conformance/provider"
+    --build-options ${compiler} "-DCMAKE_PREFIX_PATH=${trees}/${own}"
+        "-DEXAMPLE=${PROJECT_SOURCE_DIR}/examples/own_platform"
+    --test-command my_platform_conformance)
+set_tests_properties(conformance.installed PROPERTIES FIXTURES_REQUIRED ${own})
+
 # The other linkage is that of example.own_platform.
 emsutil_add_build_test(consumer.add_subdirectory "${consumer}"
     --build-options ${compiler} "-DEMSUTIL_SOURCE=${PROJECT_SOURCE_DIR}" -DBUILD_SHARED_LIBS=ON

@@ -1,2 +1,2 @@
 # A line is written without its arguments.
-s/std::vfprintf(g_pDebugFile, \(.*\), args)/std::fputs(\1, g_pDebugFile)/
+s/std::vfprintf(g_pDebugFile, format, args)/std::fputs(format, g_pDebugFile)/

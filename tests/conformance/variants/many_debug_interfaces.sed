@@ -1,2 +1,2 @@
 # Each call returns an object of its own.
-s/static FileDebugInterface debug;.*/auto\& debug = *new FileDebugInterface;/
+s/static FileDebugInterface& debug/FileDebugInterface\& debug/

@@ -10,8 +10,9 @@ public:
     // The library calls the third and the fourth operation, by their places.
     virtual bool IsShown(int level) = 0;
     virtual void Flush() = 0;
-    virtual void DebugPrint(int level, const char* format, ...) = 0;
-    virtual void AssertPrint(const char* format, ...) = 0;
+    virtual void DebugPrint(int level, const char* format, ...)
+        __attribute__((format(printf, 3, 4))) = 0;
+    virtual void AssertPrint(const char* format, ...) __attribute__((format(printf, 2, 3))) = 0;
 
 protected:
     ~DebugInterface() = default; // not virtual: a destructor would take the first two places

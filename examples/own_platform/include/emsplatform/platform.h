@@ -17,4 +17,4 @@ extern bool g_bEnableMitLockErrMgr;
 int eKorGetRegInt(const char* key, int& value, const char* file);
 
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
-                va_list args);
+                va_list args) __attribute__((format(printf, 4, 0)));

@@ -70,15 +70,15 @@ private:
     struct Expiry
     {
         Clock::time_point m_Due;
-        long m_lId;
+        long m_lId = 0;
 
         bool operator>(const Expiry& other) const { return m_Due > other.m_Due; }
     };
 
     struct Interval
     {
-        eKorTask* m_pTask;
-        Clock::duration m_Length;
+        eKorTask* m_pTask = nullptr;
+        Clock::duration m_Length = {};
     };
 
     long Arm(eKorTask* task, unsigned int interval);
