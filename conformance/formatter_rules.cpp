@@ -24,11 +24,14 @@ struct Formatted
 
     void RequireIt(bool holds) const
     {
-        std::string found = "the result " + std::to_string(m_nResult) + " and the buffer \"";
-        for (const char character : m_Buffer.substr(0, 40)) {
-            found += character == '\0' ? "\\0" : std::string(1, character);
+        if (holds) {
+            return;
         }
-        Require(holds, found + '"');
+        std::string shown;
+        for (const char character : m_Buffer.substr(0, 40)) {
+            shown += character == '\0' ? "\\0" : std::string(1, character);
+        }
+        Fail("the result " + std::to_string(m_nResult) + " and the buffer \"" + shown + '"');
     }
 
     void RequireWhole(const std::string& text) const
@@ -104,7 +107,7 @@ constexpr Rule RULES[] = {
      [](const ConformanceOptions&) {
          OnFourThreads([](int thread) {
              const std::string text(100, static_cast<char>('a' + thread));
-             for (int times = 0; times < 2000; ++times) {
+             for (int times = 0; times < 250; ++times) {
                  Format(512, 511, "%s", text.c_str()).RequireWhole(text);
                  Format(64, 63, "%s", text.c_str()).RequireCut(text.substr(0, 63));
              }

@@ -22,5 +22,5 @@ DebugInterface* GetDefaultDebugInterface();
 
 } // namespace NSQN_util
 
-/// Of this platform's own: where the lines go. A host changes it before threads start.
+/// Where the lines go. A host may change it before threads start. The library does not know of it.
 extern std::FILE* g_pDebugFile;
