@@ -146,28 +146,30 @@ std::vector<std::string> Command::Explanations() const
 
 std::string Command::Check(const EmsGeneralCmd& cmd) const
 {
-    std::vector<std::string> names;
     std::vector<bool> given(arguments.size());
-    for (const Argument& argument : arguments) {
-        names.emplace_back(argument.name);
-    }
     for (const Pair& pair : cmd.nvtps.nvtps) {
-        const auto found = std::find(names.begin(), names.end(), pair.name);
-        const auto index = static_cast<std::size_t>(found - names.begin());
-        if (found == names.end() || given[index]) {
+        const auto found = std::find_if(arguments.begin(), arguments.end(),
+                                        [&](const Argument& own) { return pair.name == own.name; });
+        const auto index = static_cast<std::size_t>(found - arguments.begin());
+        if (found == arguments.end() || given[index]) {
             if (takesMore) {
                 continue;
             }
-            return found == names.end() ? Unknown(pair.name, names) : pair.name + ": given twice";
+            std::vector<std::string> names;
+            for (const Argument& argument : arguments) {
+                names.emplace_back(argument.name);
+            }
+            return found == arguments.end() ? Unknown(pair.name, names)
+                                            : pair.name + ": given twice";
         }
         given[index] = true;
-        if (const std::string wrong = CheckValue(arguments[index], pair); !wrong.empty()) {
+        if (const std::string wrong = CheckValue(*found, pair); !wrong.empty()) {
             return pair.name + ": " + wrong;
         }
     }
-    for (std::size_t index = 0; index < names.size(); ++index) {
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
         if (!given[index] && arguments[index].fallback == nullptr) {
-            return names[index] + ": missing; the command is " + Usage();
+            return arguments[index].name + (": missing; the command is " + Usage());
         }
     }
     return takesMore || cmd.objs.objs.empty() ? "" : "takes no object in braces";

@@ -89,11 +89,18 @@ std::vector<std::string> CommandNames();
 class Call
 {
 public:
-    Call(Host& host, const Command& command, EmsGeneralCmd& cmd, const std::string& path,
-         const std::string& where)
-        : m_Host(host), m_Cmd(cmd), m_strPath(path), m_strWhere(where + ": " + command.name),
-          m_Command(command)
+    /// Where a command was read: the path of the script, and "file:line". It goes through the
+    /// queue as the last pair of the command.
+    using Position = NSQN_EMSUTIL_AGENT::EmsNameAndValueStringTypePair;
+
+    Call(Host& host, const Command& command, EmsGeneralCmd& cmd, const Position& position)
+        : m_Host(host), m_Cmd(cmd), m_Position(position), m_Command(command)
     {}
+
+    /// What begins a message: "file:line: name".
+    std::string Where() const { return m_Position.value + ": " + m_Command.name; }
+    /// The path of the script that has the command.
+    const std::string& Path() const { return m_Position.name; }
 
     std::string Text(std::string_view name) const;
     template <class Integer>
@@ -104,12 +111,11 @@ public:
 
     Host& m_Host;
     EmsGeneralCmd& m_Cmd;
-    const std::string m_strPath;  // of the script that has the command
-    const std::string m_strWhere; // "file:line: name"
 
 private:
     static std::uint64_t Bits(const std::string& number);
 
+    const Position& m_Position;
     const Command& m_Command;
 };
 

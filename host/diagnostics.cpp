@@ -80,7 +80,7 @@ void WriteEntry(const Call& call)
         throw std::system_error(reason, std::generic_category(), "not written: " + file.string());
     }
     if (isFirst && !TheReport().isTemporary) {
-        Console::Instance().Message(call.m_strWhere + ": the report file is " + file.string());
+        Console::Instance().Message(call.Where() + ": the report file is " + file.string());
     }
 }
 

@@ -26,11 +26,11 @@ void NoteWhatIsCut(const Call& call, const EmsNVTPList& list)
         const long value =
             pair.rtype == NVTP_TYPE_LONG ? std::strtol(pair.value.c_str(), nullptr, 10) : 0;
         if (value < INT_MIN || value > INT_MAX) {
-            Console::Instance().Message(call.m_strWhere + ": " + Printable(pair.name) +
+            Console::Instance().Message(call.Where() + ": " + Printable(pair.name) +
                                         ": the text form reduces " + pair.value + " to 32 bits");
         }
         if ((pair.name + pair.value).find('\0') != std::string::npos) {
-            Console::Instance().Message(call.m_strWhere + ": " + Printable(pair.name) +
+            Console::Instance().Message(call.Where() + ": " + Printable(pair.name) +
                                         ": the text form ends at the NUL of " + Quoted(pair.value));
         }
     }
@@ -47,7 +47,7 @@ void Show(const Call& call)
 
 void Run(const Call& call)
 {
-    const std::filesystem::path asking = call.m_strPath;
+    const std::filesystem::path asking = call.Path();
     call.m_Host.RunScript(call, (asking.parent_path() / call.Text("file")).lexically_normal());
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -205,32 +206,30 @@ int Host::Dispatch(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 
 void Host::RunCommand(EmsGeneralCmd& cmd)
 {
-    const Position position = std::move(cmd.nvtps.nvtps.back());
-    cmd.nvtps.nvtps.pop_back();
+    auto& pairs = cmd.nvtps.nvtps;
+    m_Running.splice(m_Running.end(), pairs, std::prev(pairs.end()));
+    const Position& position = m_Running.back();
     if (Console::Instance().IsOutputLost()) {
         m_Stop.request_stop();
     }
-    if (m_Stop.stop_requested()) {
-        m_Counts.skipped += cmd.name == g_strFault ? 0 : 1;
-        return;
-    }
     const Command* const command = FindCommand(cmd.name);
-    if (command == nullptr) {
-        ReportFault(cmd.nvtps.nvtps.front(), position.value);
-        return;
-    }
-    ++m_Counts.run;
-    m_Running.push_back(position);
-    const Call call(*this, *command, cmd, position.name, position.value);
-    try {
-        const std::string wrong = command->Check(cmd);
-        if (wrong.empty()) {
-            command->function(call);
-        } else {
-            Fail(call.m_strWhere, wrong);
+    if (m_Stop.stop_requested()) {
+        m_Counts.skipped += command == nullptr ? 0 : 1;
+    } else if (command == nullptr) {
+        ReportFault(pairs.front(), position.value);
+    } else {
+        ++m_Counts.run;
+        const Call call(*this, *command, cmd, position);
+        try {
+            const std::string wrong = command->Check(cmd);
+            if (wrong.empty()) {
+                command->function(call);
+            } else {
+                Fail(call.Where(), wrong);
+            }
+        } catch (const std::exception& failure) {
+            Fail(call.Where(), failure.what());
         }
-    } catch (const std::exception& failure) {
-        Fail(call.m_strWhere, failure.what());
     }
     m_Running.pop_back();
 }
@@ -253,9 +252,9 @@ void Host::RunScript(const Call& call, const std::string& path)
     const bool isRunning = std::any_of(m_Running.begin(), m_Running.end(),
                                        [&](const Position& by) { return by.name == path; });
     if (isRunning) { // a script that ran itself twice would run 2^DEEPEST_NESTING times
-        Fail(call.m_strWhere, path + " is being run already");
+        Fail(call.Where(), path + " is being run already");
     } else if (m_Running.size() > DEEPEST_NESTING) {
-        Fail(call.m_strWhere, "nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
+        Fail(call.Where(), "nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
     } else {
         LineReader reader(path, m_Interrupt);
         ReadScript(reader, true);
@@ -289,7 +288,7 @@ void Host::Quit(int status)
 
 void Host::Submit(const Call& call, const std::string& name, const std::function<void()>& job)
 {
-    const auto guarded = [this, where = call.m_strWhere, job] {
+    const auto guarded = [this, where = call.Where(), job] {
         try {
             job();
         } catch (const std::exception& failure) {

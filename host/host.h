@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <stop_token>
 #include <string>
@@ -73,9 +74,7 @@ public:
     Workers m_Workers;
 
 private:
-    /// Where a command was read: the path of the script, and "file:line". It goes through the
-    /// queue as the last pair of the command.
-    using Position = NSQN_EMSUTIL_AGENT::EmsNameAndValueStringTypePair;
+    using Position = Call::Position;
 
     struct Counts
     {
@@ -100,7 +99,7 @@ private:
 
     // Of the main thread.
     int m_nQuitStatus = 0;
-    std::vector<Position> m_Running; // the commands that run, one inside another
+    std::list<Position> m_Running; // the commands that run, one inside another
     std::vector<std::function<void()>> m_AtEnd;
 
     std::mutex m_NewsMutex; // guards the following

@@ -39,11 +39,12 @@ int Open(const std::string& path)
 } // namespace
 
 Interrupt::Interrupt(std::stop_token stop)
-    : m_nDescriptor(CreateEvent()), m_Raise(std::move(stop), Raise{m_nDescriptor})
+    : m_nDescriptor(CreateEvent()), m_Raise(std::in_place, std::move(stop), Raise{m_nDescriptor})
 {}
 
 Interrupt::~Interrupt()
 {
+    m_Raise.reset(); // waits for a stop that is raising
     ::close(m_nDescriptor);
 }
 
@@ -63,9 +64,12 @@ Interrupt::Event Interrupt::WaitForInput(int descriptor, int milliseconds) const
 }
 
 LineReader::LineReader(const std::string& path, const Interrupt& interrupt, Source source)
-    : m_strPath(path), m_Interrupt(interrupt), m_Source(std::move(source)),
-      m_nDescriptor(Open(path)), m_nError(m_nDescriptor < 0 ? errno : 0),
-      m_bTerminal(::isatty(m_nDescriptor) == 1), m_Buffer(LONGEST_LINE)
+    : m_strPath(path), m_strName(path == "-"    ? "stdin"
+                                 : path.empty() ? "\"\""
+                                                : path),
+      m_Interrupt(interrupt), m_Source(std::move(source)), m_nDescriptor(Open(path)),
+      m_nError(m_nDescriptor < 0 ? errno : 0), m_bTerminal(::isatty(m_nDescriptor) == 1),
+      m_Buffer(LONGEST_LINE)
 {}
 
 LineReader::~LineReader()
@@ -77,8 +81,7 @@ LineReader::~LineReader()
 
 std::string LineReader::Where() const
 {
-    const std::string name = m_strPath == "-" ? "stdin" : m_strPath.empty() ? "\"\"" : m_strPath;
-    return m_nError != 0 ? name : name + ':' + std::to_string(m_nLineNumber);
+    return m_nError != 0 ? m_strName : m_strName + ':' + std::to_string(m_nLineNumber);
 }
 
 LineReader::Result LineReader::Next()

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -32,7 +33,7 @@ private:
     };
 
     const int m_nDescriptor;
-    const std::stop_callback<Raise> m_Raise;
+    std::optional<std::stop_callback<Raise>> m_Raise;
 };
 
 /// The lines of a script, one at a time, in little memory whatever the script has.
@@ -72,6 +73,7 @@ private:
     bool IsText(std::string_view part);
 
     const std::string m_strPath;
+    const std::string m_strName; // for messages
     const Interrupt& m_Interrupt;
     const Source m_Source;
     const int m_nDescriptor;
