@@ -9,27 +9,32 @@
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-int g_nJob = 0; // the worker's
+constexpr int JOBS = 3;
 std::promise<void> g_Unstick;
 
-bool TakeJob()
+// Stands for a queue: no job comes while the worker waits for the third to the seventh time.
+bool AwaitJob(std::chrono::milliseconds time)
 {
-    return ++g_nJob <= 3;
+    static int waits = 0;
+    std::this_thread::sleep_for(time);
+    ++waits;
+    return waits < 3 || waits > 7;
 }
 
-void DoJob()
+void DoJob(int number)
 {
-    if (g_nJob == 3) // this one gets stuck
+    if (number == JOBS) // this one gets stuck
         g_Unstick.get_future().wait();
 }
 
 void Work()
 {
     EmsThreadInfoMap values; // the worker's own
-    for (int jobs = 1; TakeJob(); ++jobs) {
+    for (int jobs = 1; jobs <= JOBS;) {
         AddEmsThreadInfo(values, "jobs", jobs);
-        RegEmsThreadInfo inside(&values);
-        DoJob();
+        RegEmsThreadInfo inside(&values); // also for the wait, so that idle time does not count
+        if (AwaitJob(std::chrono::milliseconds(200)))
+            DoJob(jobs++);
     }
 }
 

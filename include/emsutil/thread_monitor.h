@@ -7,10 +7,11 @@
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
 ///     EmsThreadInfoMap values; // the worker's own
-///     for (int jobs = 1; TakeJob(); ++jobs) {
+///     for (int jobs = 1; jobs <= JOBS;) {
 ///         AddEmsThreadInfo(values, "jobs", jobs);
-///         RegEmsThreadInfo inside(&values);
-///         DoJob();
+///         RegEmsThreadInfo inside(&values); // also for the wait, so that idle time does not count
+///         if (AwaitJob(std::chrono::milliseconds(200)))
+///             DoJob(jobs++);
 ///     }
 ///
 ///     while (!IsEmsThreadTimeout(1)) // the watchdog: a second is too long
