@@ -17,7 +17,7 @@ std::string_view Trim(std::string_view text)
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-/// The int that `text` is in decimal, with an optional sign and nothing after it.
+/// Returns the value of a decimal number with an optional sign, if `text` is one and fits an int.
 std::optional<int> ParseInt(std::string_view text)
 {
     if (text.starts_with('+') && !text.starts_with("+-")) {
@@ -33,8 +33,8 @@ std::optional<int> ParseInt(std::string_view text)
 
 } // namespace
 
-// The file is lines of `key = value`, blanks as you like; `#` begins a comment anywhere in a line.
-// Of a key that stands there twice the last line counts.
+// The file has lines of the form `key = value`, with optional blanks. `#` begins a comment anywhere
+// in a line. If a key occurs more than once, its last line counts.
 int eKorGetRegInt(const char* key, int& value, const char* file)
 {
     if (key == nullptr || file == nullptr) {

@@ -12,14 +12,14 @@ namespace {
 using emsstandin::DebugCallback;
 using emsstandin::DebugOperation;
 
-/// Where lines go: to a stream, or without one to a callback.
+/// The destination of lines: a stream, or a callback if there is no stream.
 struct Target
 {
     std::shared_ptr<std::FILE> m_pStream;
     DebugCallback m_Callback;
 };
 
-/// One fwrite a line: stdio locks the stream for its length.
+/// Writes the line by one fwrite, which locks the stream, so that lines stay whole.
 void WriteLine(std::FILE* stream, const std::string& text)
 {
     const std::string line = text.ends_with('\n') ? text : text + '\n';
@@ -41,7 +41,7 @@ std::string Format(const char* format, va_list args)
     const int length = std::vsnprintf(shortText, sizeof shortText, format, measured);
     va_end(measured);
     if (length < 0) {
-        return "(a debug line with a malformed format)";
+        return "debug line: malformed format";
     }
     if (static_cast<std::size_t>(length) < sizeof shortText) {
         return {shortText, static_cast<std::size_t>(length)};
@@ -94,7 +94,7 @@ public:
     {
         auto next = std::make_shared<const Target>(std::move(target));
         const std::lock_guard guard(m_TargetLock);
-        m_pTarget.swap(next); // the old one is destroyed after the lock is released
+        m_pTarget.swap(next); // the old target is destroyed after the lock is released
     }
 
 private:
@@ -120,7 +120,7 @@ private:
         std::make_shared<const Target>(Target{Borrow(stderr), {}}); // guarded by m_TargetLock
 };
 
-// Never destroyed: lines may come until the process is gone.
+// Never destroyed, as threads may print until the process ends.
 DefaultDebugInterface& TheDebugInterface()
 {
     static DefaultDebugInterface& debug = *new DefaultDebugInterface;

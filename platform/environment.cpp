@@ -8,7 +8,7 @@
 
 namespace {
 
-/// What a host set; where it set nothing, the answer is worked out when asked for.
+/// The paths that a host has set. A path that is not set is computed at each use.
 struct Environment
 {
     std::mutex lock;
@@ -16,7 +16,7 @@ struct Environment
     std::optional<std::string> configFile;  // guarded by lock
 };
 
-// Never destroyed: the library may ask until the process is gone.
+// Never destroyed, as the library may need it until the process ends.
 Environment& TheEnvironment()
 {
     static Environment& environment = *new Environment;
@@ -31,7 +31,7 @@ void Set(std::optional<std::string>& field, const std::string& text)
 
 std::string StartDirectory()
 {
-    std::error_code error; // a directory that was removed has no path
+    std::error_code error; // ignored: a removed directory has no path
     static const std::string& directory =
         *new std::string(std::filesystem::current_path(error).string());
     return directory;
@@ -41,7 +41,7 @@ std::string StartDirectory()
 
 namespace NSQN_util {
 
-// Made before a host's objects and destroyed after them, when the platform is linked statically.
+// Constructed before a host's objects and destroyed after them, also in a static link.
 [[gnu::init_priority(101)]] std::string g_ProcName = program_invocation_short_name;
 bool g_bEnableMitLockErrMgr = false;
 

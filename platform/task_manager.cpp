@@ -21,14 +21,15 @@ using std::chrono::microseconds;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
-/// One timer of the kernel, on the monotonic clock, whatever the number of tasks.
+/// A timer of the kernel on the monotonic clock, one per manager.
 class TaskManager::KernelTimer
 {
 public:
     KernelTimer() : m_nFile(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC))
     {
         if (m_nFile == -1) {
-            throw std::system_error(errno, std::generic_category(), "no timer for a task manager");
+            throw std::system_error(errno, std::generic_category(),
+                                    "task manager: no kernel timer");
         }
     }
     ~KernelTimer() { close(m_nFile); }
@@ -44,7 +45,7 @@ public:
 
     void Set(microseconds when)
     {
-        when = std::max(when, microseconds(1)); // 0 would disarm it
+        when = std::max(when, microseconds(1)); // 0 disarms the timer
         const auto whole = std::chrono::floor<seconds>(when);
         const itimerspec spec{{}, {whole.count(), nanoseconds(when - whole).count()}};
         timerfd_settime(m_nFile, TFD_TIMER_ABSTIME, &spec, nullptr);
@@ -66,7 +67,8 @@ namespace {
 std::chrono::microseconds Checked(std::chrono::microseconds unit)
 {
     if (unit < microseconds(1) || unit > std::chrono::minutes(1)) {
-        throw std::invalid_argument("the unit of a task manager is from a microsecond to a minute");
+        throw std::invalid_argument(
+            "task manager: unit must be between a microsecond and a minute");
     }
     return unit;
 }
@@ -99,7 +101,7 @@ void TaskManager::Start()
         return;
     }
     if (m_Thread.joinable()) {
-        m_Thread.join(); // an event has stopped it
+        m_Thread.join(); // the thread has ended, as an event has stopped the manager
     }
     m_pStore->Begin();
     if (m_pTimer != nullptr) {
@@ -111,7 +113,7 @@ void TaskManager::Start()
                         m_pStore->Deliver();
                     }
                 } catch (...) {
-                    m_pStore->End(); // an event has ended the thread: it may be started again
+                    m_pStore->End(); // an event ends the thread; Start() may follow
                     throw;
                 }
             });

@@ -18,7 +18,7 @@ namespace emsstandin {
 
 namespace {
 
-/// Calls the event, which may destroy the task. Writes a line when the event throws.
+/// Calls the event, which may destroy the task. Writes a debug line when the event throws.
 void Notify(eKorTask::State& state, long id)
 {
     const auto report = [name = state.m_pName](const char* what) {
@@ -33,7 +33,7 @@ void Notify(eKorTask::State& state, long id)
     } catch (const std::exception& failure) {
         report(failure.what());
     } catch (...) {
-        report("an exception of its own");
+        report("an exception that is not a std::exception");
     }
 }
 
@@ -54,7 +54,7 @@ public:
     ~Inside()
     {
         if (!m_Lock.owns_lock()) {
-            m_Lock.lock(); // a task has thrown
+            m_Lock.lock(); // an event ends the thread
             m_Store.EndExpiry();
         }
         m_Store.m_bDelivering = false;
@@ -113,7 +113,7 @@ long TaskStore::Arm(Task& task, unsigned int interval)
 {
     const Microseconds period = std::max(interval, 1u) * m_Unit;
     const Lock lock(m_Lock);
-    // Rounded up, so that it is never early.
+    // Rounded up, so that the timer is never early.
     const Microseconds due = std::chrono::ceil<Microseconds>(m_Clock()) + period;
     try {
         Queue& queue = QueueOf(period);
@@ -151,7 +151,7 @@ Interval* TaskStore::Earliest()
     return earliest;
 }
 
-/// Arms the interval again that is in its event, unless it has been disarmed.
+/// Puts the interval whose event has returned into its queue again, unless it has been disarmed.
 void TaskStore::EndExpiry()
 {
     if (!m_Expired.IsAlone()) {
@@ -228,12 +228,12 @@ void TaskStore::DestroyTasks()
 std::size_t TaskStore::Deliver()
 {
     Lock lock(m_Lock);
-    m_NextAlarm.reset(); // it has gone off
+    m_NextAlarm.reset(); // it has expired
     if (!m_bRunning || m_bDelivering) {
         return 0;
     }
     const Inside inside(*this, lock);
-    // Read once: a timer that an event arms does not expire in the same call.
+    // Read once, so that a timer that an event arms does not expire in the same call.
     const Microseconds now = std::chrono::floor<Microseconds>(m_Clock());
     std::size_t delivered = 0;
     DestroyFinished(lock);
@@ -267,7 +267,7 @@ void TaskStore::DestroyFinished(Lock& lock)
     }
 }
 
-/// What the tasks' destructors insert stays.
+/// Tasks that destructors of these insert remain.
 void TaskStore::DestroyAll(Lock& lock)
 {
     while (!m_Inserted.IsAlone()) {

@@ -85,7 +85,7 @@ struct Interval : Link
 
 } // namespace emsstandin
 
-/// What the store keeps of a task: a link of its inserted or of its finished tasks.
+/// The store's record of a task: a link of its inserted or of its finished tasks.
 class eKorTask::State : public emsstandin::Link
 {
 public:
@@ -126,17 +126,17 @@ public:
     long Arm(Task& task, unsigned int interval);
     void Disarm(Task& task, long id);
     void Finish(Task& task);
-    /// Must be called before a task that the store may know is destroyed.
+    /// Must be called before a task is destroyed to which the store refers.
     void Forget(Task& task);
 
-    /// Whether this thread is in code of a task that the store runs.
+    /// Returns whether this thread runs code of a task for the store.
     bool IsInsideHere() const;
     bool IsRunning();
-    /// Waits for Deliver() on another thread, which may have been told to end.
+    /// Waits for a Deliver() on another thread that End() has stopped.
     void Begin();
-    /// Has Deliver() stop, and destroy all tasks, once the event that it is in has returned.
+    /// Makes Deliver() stop and destroy all tasks, after the event that it runs.
     void End();
-    /// Waits for Deliver() on another thread, and destroys all tasks.
+    /// Waits for a Deliver() on another thread and destroys all tasks.
     void DestroyTasks();
     std::size_t Deliver();
 
@@ -144,7 +144,8 @@ private:
     using Lock = std::unique_lock<std::mutex>;
     class Inside;
 
-    // Each must be called with the lock held; those with a parameter for it release it meanwhile.
+    // The lock must be held in each of these. Those that have it as a parameter release it
+    // meanwhile.
     Queue& QueueOf(Microseconds period);
     Interval* Earliest();
     void EndExpiry();

@@ -3,17 +3,17 @@
 
 namespace NSQN_util {
 
-/// Where a process writes its diagnostic lines. The platform owns the one object that there is; it
-/// lives as long as the process.
+/// The object through which a process writes its diagnostic lines. The platform owns it and must
+/// not destroy it before the process ends.
 ///
-/// libemsutil is compiled against the order of these operations and calls the last two only.
+/// libemsutil is compiled against the order of these operations and calls only the last two.
 class DebugInterface
 {
 public:
-    /// Whether DebugPrint() shows lines of this level.
+    /// Returns whether DebugPrint() shows lines of this level.
     virtual bool IsLevelShown(int level) = 0;
 
-    /// Hands everything written so far to the operating system.
+    /// Passes all lines written so far to the operating system.
     virtual void Flush() = 0;
 
     /// Writes one formatted text at a level.
@@ -24,11 +24,12 @@ public:
     virtual void AssertPrint(const char* format, ...) __attribute__((format(printf, 2, 3))) = 0;
 
 protected:
-    // Not virtual: a destructor would take a place in the table, and nobody deletes through it.
+    // Not virtual: a virtual destructor would take a place in the table, and no code deletes
+    // through this class.
     ~DebugInterface() = default;
 };
 
-/// The process's debug interface; null when it has none. Any thread may call it.
+/// Returns the process's debug interface, or null when it has none. Any thread may call it.
 DebugInterface* GetDefaultDebugInterface();
 
 } // namespace NSQN_util

@@ -1,7 +1,8 @@
 #ifndef EMSPLATFORM_PLATFORM_H
 #define EMSPLATFORM_PLATFORM_H
 
-/// What libemsutil calls of its platform besides the debug interface. Any thread may call these.
+/// The functions and variables that libemsutil uses of its platform, besides the debug interface
+/// and the tasks. Any thread may call the functions.
 
 #include <cstdarg>
 #include <cstddef>
@@ -9,26 +10,29 @@
 
 namespace NSQN_util {
 
-/// The directory that the platform is installed in.
+/// Returns the directory in which the platform is installed.
 std::string GetEKORPath();
 
-/// The directory above `path`, with a closing "/". The text alone decides; no file is looked at.
+/// Returns the directory above `path`, with a closing "/". Reads the text only, not the file
+/// system.
 std::string GetParentPath(const std::string& path);
 
-/// Sets `path` to that of the element-management configuration file.
+/// Sets `path` to the path of the element-management configuration file.
 void GetEmsCfgFile(std::string& path);
 
-/// The process's name. Set before threads start; read only from then on.
+/// The process's name. It must not change after threads have started.
 extern std::string g_ProcName;
 
-/// Turns the lock error manager on. False unless the host sets it. The library reads it with
-/// std::atomic_ref; a host that changes it while threads run writes it so.
+/// Whether the lock error manager is on. False unless the host sets it. The library reads it
+/// through std::atomic_ref, and a host that sets it while threads run must write it in the same
+/// way.
 extern bool g_bEnableMitLockErrMgr;
 
 } // namespace NSQN_util
 
-/// Reads the integer `key` from the configuration file `file`. Returns 1 and sets `value` when the
-/// key is there with an integer that fits an int; otherwise returns 0 and leaves `value` alone.
+/// Reads the integer `key` from the configuration file `file`. If the file has the key with an
+/// integer that fits an int, sets `value` and returns 1. Otherwise returns 0 and does not change
+/// `value`.
 int eKorGetRegInt(const char* key, int& value, const char* file);
 
 /// Formats as std::vsnprintf does. Writes at most `count` characters and a NUL into `dest`, which

@@ -50,7 +50,7 @@ public:
     /// is. The manager ignores other states.
     void eKorSetTaskState(int state);
 
-    /// What this platform keeps of a task.
+    /// This platform's record of a task.
     class State;
 
 private:
