@@ -18,11 +18,8 @@ function(emsutil_configure_target target)
         -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wnon-virtual-dtor
         -Woverloaded-virtual -Wundef
         $<$<BOOL:${EMSUTIL_WARNINGS_AS_ERRORS}>:-Werror>
-        # A process that hangs or has died must be readable by gdb, however it was built: also the
-        # classes of ACE in it, which the compilers leave to ACE's debug information.
-        -g
-        $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>
-        $<$<CXX_COMPILER_ID:Clang>:-fstandalone-debug>)
+        # A process that hangs or has died must be readable by gdb, however it was built.
+        -g)
     target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:emsutil_sanitizers>")
 endfunction()
 

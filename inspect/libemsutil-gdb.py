@@ -73,12 +73,16 @@ def has_ended(pid):
 
 # Values -------------------------------------------------------------------------------------------
 
+def lookup(name):
+    return gdb.lookup_global_symbol(name) or gdb.lookup_static_symbol(name)
+
+
 cut_off = []  # from a truncated core, start and end: gdb reads what their files had at first
 
 
 def variable(name):
     """A variable with static storage."""
-    symbol = gdb.lookup_global_symbol(name) or gdb.lookup_static_symbol(name)
+    symbol = lookup(name)
     if symbol is None:
         raise Failure(no_debug_information())
     value = symbol.value()
@@ -279,7 +283,7 @@ def dynamic_type(address):
 
 # Threads ------------------------------------------------------------------------------------------
 
-# Of x86-64, the machine whose system calls and thread registers are known here.
+# The machine whose system calls and thread registers are known here: x86-64.
 ARCHITECTURE = 'i386:x86-64'
 THREAD_REGISTER = 'fs_base'  # has what pthread_self() returns
 CALL_REGISTER = 'orig_rax'
@@ -307,7 +311,7 @@ class Thread:
         self.pthread = None  # what pthread_self() returns
         self.futex = None  # address, command, expected value of the futex that it waits for
         self.frames = []  # innermost first
-        self.command = None  # the one that it runs: its name and text
+        self.command = None  # the one that a drain runs: its name and text
         self.waits_for = None  # what it waits for, in words
         self.waits_for_lock = None
         self.waits_for_thread = None
@@ -365,8 +369,10 @@ class Thread:
             chain.append(callers[0].name.replace(AGENT, '').replace(UTIL, ''))
         hosts = [frame for frame in callers if not is_ours(frame)]
         for frame in hosts[:HOST_FRAMES_SHOWN]:
-            name = frame.name or 'a function of ' + frame.module
-            chain.append(f'{name} ({frame.place})' if frame.place else name)
+            if frame.name is None:
+                chain.append('a function of ' + frame.module)
+                break  # the host has no symbols, and more of these say no more
+            chain.append(f'{frame.name} ({frame.place})' if frame.place else frame.name)
         return ' < '.join(chain) or 'unknown'
 
     def is_draining(self):
@@ -392,13 +398,14 @@ def command_in(frame, function, problems):
     """The command that a frame of the library runs, if the compiler has kept it readable."""
     try:
         if function == AGENT + 'EmsGeneralCmdMgr::Run':
-            return command_text(problems, frame.read_var('cmd').referenced_value())
-        if function == AGENT + 'EmsGeneralCmdMgr::Drain':
-            command = pointer_in(frame.read_var('next')['m_pCmd'])
-            return command_text(problems, command.dereference())
+            command = frame.read_var('cmd').referenced_value()
+        elif function == AGENT + 'EmsGeneralCmdMgr::Drain':
+            command = pointer_in(frame.read_var('next')['m_pCmd']).dereference()
+        else:
+            return None
+        return text_of(command['name']), command_text(problems, command)
     except (ValueError, gdb.error):
-        pass
-    return None
+        return None
 
 
 def command_text(problems, command):
@@ -442,6 +449,7 @@ def own_thread_ids():
 
 WRITE_PHASE, WRITE_LOCKED, READER = 1, 2, 8  # bits of pthread_rwlock_t's __readers
 ROOM = 'room in the command queue'
+TASK_MANAGERS = 'emsstandin::(anonymous namespace)::g_TaskManagers'
 
 
 class Lock:
@@ -541,14 +549,35 @@ def text_lock(_):
                  texts['m_ThrIDInfoLock']['lock_'])] if texts else []
 
 
+def manager_locks(_):
+    if lookup(TASK_MANAGERS) is None:
+        return []
+    locks = []
+    for number, manager in task_managers():
+        store = pointer_in(manager['m_pStore']).dereference()
+        locks += [Lock(f'task manager {number} (m_ControlLock)',
+                       manager['m_ControlLock']['_M_mutex']),
+                  Lock(f'tasks of manager {number} (m_Lock)', store['m_Lock']['_M_mutex'])]
+    return locks
+
+
 def library_locks(process):
     locks = []
-    for part in (command_locks, debug_lock, monitor_locks, log_locks, report_lock, text_lock):
+    for part in (command_locks, debug_lock, monitor_locks, log_locks, report_lock, text_lock,
+                 manager_locks):
         try:
             locks += part(process)
-        except gdb.MemoryError as error:
+        except RuntimeError as error:
             process.problems.add(f'locks: {error}')
     return locks
+
+
+def task_managers():
+    """The stand-in's task managers by their ids."""
+    managers = variable(TASK_MANAGERS)['_M_elems']
+    first, last = managers.type.strip_typedefs().range()
+    pointers = [(number, pointer_in(managers[number])) for number in range(first, last + 1)]
+    return [(number, manager.dereference()) for number, manager in pointers if int(manager) != 0]
 
 
 def find_waits(threads, locks):
@@ -584,8 +613,8 @@ def is_end_of(thread, address):
 
 
 def host_lock(thread, threads):
-    """The lock, not of the library's, that a thread waits for; None when it waits for another
-    thing, as a condition, which no thread owns."""
+    """The lock that a thread waits for and that is not the library's; None if it waits for
+    something that no thread owns, such as a condition."""
     address, command, expected = thread.futex
     call = thread.call() or ''
     kind = gdb.lookup_type('pthread_mutex_t')
@@ -605,7 +634,7 @@ def host_lock(thread, threads):
         return None
     lock = candidates[0]
     symbol = symbol_at(lock.address)
-    lock.name = f"host's {lock.kind} {function_name(symbol) if symbol else hex(lock.address)}"
+    lock.name = f'{lock.kind} {function_name(symbol) if symbol else hex(lock.address)}'
     return lock
 
 
@@ -715,7 +744,8 @@ class Process:
                            for thread in lock.waiting],
                 'draining': [{'lwp': thread.lwp,
                               'handler': thread.handler(),
-                              'command': thread.command,
+                              'command': thread.command[0] if thread.command else None,
+                              'text': thread.command[1] if thread.command else None,
                               'function': thread.where()}
                              for thread in self.all_threads if thread.is_draining()],
                 'waiting': list(self.queued(queue)),
@@ -792,14 +822,53 @@ class Process:
                               for cycle in deadlocks(threads)]}
 
     def timers(self):
-        return None
+        """None without the stand-in platform."""
+        if lookup(TASK_MANAGERS) is None:
+            return None
+        found = []
+        for number, manager in task_managers():
+            kind = gdb.lookup_type('emsstandin::Interval').pointer()
+            store = pointer_in(manager['m_pStore']).dereference()
+            has_own_clock = int(pointer_in(manager['m_pTimer'])) != 0
+            now = time.monotonic() if has_own_clock and self.core is None else None
+            what = f'task manager {number}'
+            rings = [(queue, False) for queue in linked(self.problems, what, store['m_Queues'])]
+            for ring, fires in rings + [(store['m_Expired'], True)]:
+                for link in self.ring(what, ring):
+                    found.append(self.timer(number, link.cast(kind), fires, now))
+        return sorted(found, key=lambda timer: (timer['manager'], timer['due']))
+
+    def ring(self, what, ring):
+        """The other links of a ring."""
+        seen = {int(ring.address)}
+        link = ring['m_pNext']
+        while int(link) != int(ring.address):
+            if int(link) in seen or self.problems.is_late() or len(seen) > MOST_ELEMENTS:
+                self.problems.add(f'{what}: only {len(seen) - 1} timers are shown')
+                return
+            seen.add(int(link))
+            yield link
+            link = link['m_pNext']
+
+    def timer(self, manager, interval, fires, now):
+        state = interval['m_Task'].referenced_value()
+        address = int(state['m_Task'].referenced_value().address)
+        due = int(interval['m_Due']['__r']) / 1e6
+        kind = dynamic_type(address)
+        function = None
+        if kind == AGENT + 'EmsUtilAgentTimerTask':
+            task = state['m_Task'].referenced_value().cast(gdb.lookup_type(kind))
+            function = int(task['m_Interface']['pfnTimeout'])
+        return {'manager': manager, 'task': state['m_pName'].string(), 'type': kind,
+                'address': hex(address), 'function': function_at(function) if function else None,
+                'fires': fires, 'due': due, 'remaining': None if now is None else due - now}
 
     def read(self, sections):
         data = {'pid': self.pid, 'core': self.core, 'time': local_time(self.now)}
         for section in sections:
             try:
                 data[section] = getattr(self, section)()
-            except gdb.MemoryError as error:
+            except RuntimeError as error:  # also of members that have changed
                 self.problems.add(f'{section}: {error}')
         data['problems'] = self.problems.texts
         return data
@@ -864,8 +933,8 @@ def summary(data):
                          f'{len(commands["adding"])}.')
         if commands['waiting'] and not commands['draining']:
             lines.append('Commands wait, and no thread drains.')
-        lines += [f'Thread {drain["lwp"]} drains, in the handler {drain["handler"]}.'
-                  for drain in commands['draining'] if drain['handler']]
+        lines += [f'Thread {drain["lwp"]} drains: {drain_named(drain)}.'
+                  for drain in commands['draining']]
     if 'threads' in data:
         inside = [record for record in data['threads']['records'] or [] if record['inside']]
         lines += [f'Threads inside monitored work: {len(inside)}, longest '
@@ -915,11 +984,10 @@ def commands_text(data):
     if data['adding']:
         lines.append(f'  waiting to add: {threads_named(data["adding"])}')
     for drain in data['draining']:
-        lines.append(f'  thread {drain["lwp"]} drains, in ' + (
-            f'the handler {drain["handler"]}: {drain["function"]}' if drain['handler']
-            else f'no handler: {drain["function"]}'))
-        if drain['command']:
-            lines.append(f'      {printable(drain["command"])}')
+        lines.append(f'  thread {drain["lwp"]} drains: {drain_named(drain)}')
+        lines.append(f'      {printable(drain["function"])}')
+        if drain['text']:
+            lines.append(f'      {printable(drain["text"])}')
     if not data['draining']:
         lines.append('  no thread drains')
     lines += [f'  {number}: {printable(text)}' for number, text in enumerate(data['waiting'], 1)]
@@ -928,6 +996,12 @@ def commands_text(data):
         lines += table(['NAME', 'FUNCTION'],
                        [[handler['name'], handler['function']] for handler in data['handlers']])
     return lines
+
+
+def drain_named(drain):
+    command = printable(drain['command'] or 'unknown')
+    handler = f'the handler is {drain["handler"]}' if drain['handler'] else 'no handler runs'
+    return f'the command is {command}, {handler}'
 
 
 def threads_named(lwps):
@@ -968,7 +1042,17 @@ def locks_text(data):
 
 
 def timers_text(data):
-    return ['Timers: this version cannot read them']
+    if data is None:
+        return ["Timers: only the stand-in platform's can be shown"]
+    lines = [f'Timers: {len(data)}']
+    for timer in data:
+        when = 'its event runs' if timer['fires'] else f'due at {timer["due"]:.3f} s of its clock'
+        if timer['remaining'] is not None and not timer['fires']:
+            when += (f', in {timer["remaining"]:.3f} s' if timer['remaining'] >= 0
+                     else f', {-timer["remaining"]:.3f} s ago')
+        what = timer['function'] or timer['type']
+        lines.append(f'  task manager {timer["manager"]}: {what}, {when}')
+    return lines
 
 
 def text_form(data):
@@ -1063,7 +1147,7 @@ def inspect():
         status = PARTLY_READ if problems else READ
     except Failure as failure:
         complain(failure)
-    except (gdb.error, OSError) as error:
+    except (RuntimeError, OSError) as error:
         complain(f'{target}: {error}')
     except KeyboardInterrupt:
         complain(f'{target}: interrupted')

@@ -32,7 +32,7 @@ masked() {
         }
         END { if (fills) print "commands named fill: " fills }' |
         sed -E "s,$directory/core,CORE,; s/, its core CORE//
-            s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}/DATE/; s/[0-9]+\.[0-9] s/TIME/g
+            s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}/DATE/; s/[0-9]+\.[0-9]+ s/TIME/g
             s/:[0-9]+\)/:LINE)/g; s/ +/ /g; s/pthread_clockjoin_ex|pthread_join/JOIN/"
 }
 

@@ -146,7 +146,10 @@ void StandStill()
     orphan.AddBuffer("request", 7, new Request);
     orphan.AddBuffer("answer", 7, new Answer);
     orphan.AddBuffer("answer", 12, new Answer);
+}
 
+void ScheduleTimers()
+{
     emsstandin::TaskManagerOptions options;
     options.m_Clock = [] { return std::chrono::seconds(100); };
     emsstandin::AddTaskManager(7, options)->Start();
@@ -255,8 +258,10 @@ void WaitForEachOther()
 
 int main(int argc, char** argv)
 {
-    const std::map<std::string, void (*)()> states = {
-        {"still", StandStill}, {"hanging", HangInAHandler}, {"deadlock", WaitForEachOther}};
+    const std::map<std::string, void (*)()> states = {{"still", StandStill},
+                                                      {"timers", ScheduleTimers},
+                                                      {"hanging", HangInAHandler},
+                                                      {"deadlock", WaitForEachOther}};
     const auto state = argc == 2 ? states.find(argv[1]) : states.end();
     if (state == states.end()) {
         return 2;
