@@ -352,14 +352,14 @@ class Thread:
             if not C_LIBRARY.match(frame.module):
                 break
             name = frame.name or name
-        return re.sub(r'^(__GI_)?_+(libc_)?', '', name).split('@')[0] if name else None
+        return re.sub(r'^(__GI_)?_+(libc_)?|64$|@.*', '', name) if name else None
 
     def callers(self):
         """The frames that are not the system's."""
         return [frame for frame in self.frames
                 if not C_LIBRARY.match(frame.module) and not SYSTEM_LIBRARY.match(frame.module)
                 and not SYSTEM_FUNCTION.match(frame.name or '')
-                and frame.name != 'operator()']  # of a lambda, whose name says nothing
+                and frame.name not in ('operator()', '_FUN')]  # lambdas, whose names say nothing
 
     def where(self):
         """What it runs: the C library's function, the library's that called it, and the host's."""
