@@ -1,4 +1,3 @@
-#include <barrier>
 #include <filesystem>
 #include <thread>
 
@@ -10,7 +9,6 @@
 #include "emsutil/diagnostics.h"
 #include "tests/support/faults.h"
 #include "tests/support/test_platform.h"
-#include "tests/support/threads.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using Lines = std::vector<std::string>;
@@ -79,18 +77,6 @@ TEST(DebugInterface, IsFetchedOnceAndANullIsNotKept)
     ThePlatform().hasDebugInterface = false;
     EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface());
     EXPECT_EQ(ThePlatform().fetches, 3);
-}
-
-TEST(DebugInterface, FirstCallersFetchSideBySide)
-{
-    constexpr int threads = 8;
-    std::barrier<> all(threads);
-    ThePlatform().onFetch = [&] { all.arrive_and_wait(); };
-    RunOnThreads(threads,
-                 [](int) { EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface()); });
-    EXPECT_EQ(ThePlatform().fetches, threads);
-    EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface());
-    EXPECT_EQ(ThePlatform().fetches, threads);
 }
 
 namespace {

@@ -1,10 +1,7 @@
 #include <climits>
 #include <cstdarg>
-#include <cstdlib>
 #include <cstring>
-#include <latch>
 #include <string>
-#include <thread>
 
 #include <printf.h>
 #include <pthread.h>
@@ -82,32 +79,6 @@ TEST(Formatter, AConversionMayFormat)
     char buffer[32];
     EXPECT_EQ(Format(buffer, sizeof buffer, sizeof buffer - 1, "before %d%Y%s", 4, "after"), 16);
     EXPECT_STREQ(buffer, "before 4<5>after");
-}
-
-TEST(Formatter, TextsStayWholeWhileTheProgramExits)
-{
-    const auto exitAmongFormattingThreads = [] {
-        static std::latch formatting(3);
-        for (int thread = 0; thread < 3; ++thread) {
-            std::thread([thread] {
-                for (bool first = true;; first = false) {
-                    char buffer[64];
-                    Format(buffer, sizeof buffer, sizeof buffer - 1, "%d %s", thread, "some text");
-                    if (buffer != std::to_string(thread) + " some text") {
-                        std::_Exit(1);
-                    }
-                    if (first) {
-                        formatting.count_down();
-                    }
-                }
-            }).detach();
-        }
-        formatting.wait();
-        std::exit(0); // NOLINT(concurrency-mt-unsafe): what is tested
-    };
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EXIT(exitAmongFormattingThreads(), testing::ExitedWithCode(0), "");
-    }
 }
 
 TEST(Formatter, AThreadWithTheSmallestStackMayFormat)

@@ -87,13 +87,31 @@ TEST(Records, TextForms)
     EXPECT_EQ(EmsGeneralObjList().ToString(), "objs={}");
     EXPECT_EQ(EmsGeneralCmd().ToString(), ":={objs={},nvtps={}};");
 
+    const std::string nul(1, '\0');
     EmsGeneralCmd cmd;
-    cmd.name = "SetLevel";
+    cmd.name = "Set%s" + nul + "x";
     cmd.objs.objs.resize(2);
-    cmd.nvtps.nvtps = {Pair("id", " -7x", NVTP_TYPE_LONG), Pair("x", "y", 2), Pair("a", "b")};
-    EXPECT_EQ(cmd.ToString(), ":SetLevel={objs={obj={nvtps={}},obj={nvtps={}}},"
+    cmd.nvtps.nvtps = {Pair("id" + nul, " -7x", NVTP_TYPE_LONG), Pair("x", "y", 2),
+                       Pair("a" + nul, "b" + nul + "c")};
+    cmd.objs.objs.back().nvtps.nvtps = {Pair("%n", "", -1), Pair("=,{", "}\n")};
+    EXPECT_EQ(cmd.ToString(), ":Set%s={objs={obj={nvtps={}},obj={nvtps={,"
+                              "nvtp={name==,{,value=}\n,rtype=String}}}},"
                               "nvtps={nvtp={name=id,value=-7,rtype=Long},,"
                               "nvtp={name=a,value=b,rtype=String}}};");
+    // The value is read as 64 bits, with saturation, and the low 32 bits of it are shown.
+    for (const auto& [value, shown] : {std::pair("", "0"),
+                                       {"x", "0"},
+                                       {"+7", "7"},
+                                       {"010", "10"},
+                                       {"2147483647", "2147483647"},
+                                       {"2147483648", "-2147483648"},
+                                       {" -2147483649", "2147483647"},
+                                       {"9223372036854775807", "-1"},
+                                       {"9223372036854775808", "-1"},
+                                       {"-9223372036854775809", "0"}}) {
+        EXPECT_EQ(Pair("", value, NVTP_TYPE_LONG).ToString(),
+                  std::string("nvtp={name=,value=") + shown + ",rtype=Long}");
+    }
 }
 
 TEST(Records, CopiesAreDeepAndAssignmentLeavesTheSourcesElements)

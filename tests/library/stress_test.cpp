@@ -69,6 +69,7 @@ void UseAllFirst()
 {
     std::barrier<> all(FIRST_USERS);
     std::array<const void*, FIRST_USERS> writers{};
+    ThePlatform().onFetch = [&] { all.arrive_and_wait(); }; // the callers fetch side by side
     RunOnThreads(FIRST_USERS, [&](int thread) {
         EmsGeneralCmd cmd;
         cmd.name = "count";
@@ -80,7 +81,6 @@ void UseAllFirst()
         QNMitLockErrMgr::Instance()->InsertThrIDandInfo(gettid(), "text");
         all.arrive_and_wait();
         writers.at(static_cast<std::size_t>(thread)) = EmsUtilReportFile::Instance();
-        all.arrive_and_wait();
         EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface());
         all.arrive_and_wait();
         EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0);
@@ -97,6 +97,9 @@ void UseAllFirst()
     EXPECT_EQ(LockErrorsOf(*QNMitLockErrMgr::Instance()).size(), std::size_t{FIRST_USERS});
     EXPECT_NE(writers[0], nullptr);
     EXPECT_EQ(std::count(writers.begin(), writers.end(), writers[0]), FIRST_USERS);
+    EXPECT_EQ(ThePlatform().fetches, FIRST_USERS);
+    EXPECT_EQ(GetEmsUtilAgentDebugInterface(), TheDebugInterface());
+    EXPECT_EQ(ThePlatform().fetches, FIRST_USERS);
     EXPECT_EQ(ThePlatform().modeReads, 1);
 }
 

@@ -67,15 +67,20 @@ protected:
     }
 };
 
-/// The entry of a thread with an id of the test's own, now.
-void Enter(unsigned long threadId, const EmsThreadInfoMap* values = nullptr)
+/// An entry or an exit of a thread with an id of the test's own, now.
+void Report(unsigned long threadId, int status, const EmsThreadInfoMap* values = nullptr)
 {
     EmsThreadInfo event;
     event.m_ulThreadId = threadId;
-    event.m_nStatus = 1;
+    event.m_nStatus = status;
     const long long now = faults::g_llClock;
     event.m_StartTime = ACE_Time_Value(now / SECOND, now % SECOND);
     EmsThreadInfoMgr::Instance()->UpdateThreadInfo(event, values);
+}
+
+void Enter(unsigned long threadId, const EmsThreadInfoMap* values = nullptr)
+{
+    Report(threadId, 1, values);
 }
 
 } // namespace
@@ -111,6 +116,9 @@ TEST_F(ThreadMonitor, ARecordFollowsEntriesAndExits)
     SetClock(13);
     RegEmsThreadInfo setBack(nullptr);
     EXPECT_EQ(MyState(), (State{1, 14 * SECOND, 5 * SECOND, 5 * SECOND, 8}));
+    SetClock(14); // the microsecond of the exit: the duration stays
+    RegEmsThreadInfo atOnce(nullptr);
+    EXPECT_EQ(MyState(), (State{1, 14 * SECOND, 5 * SECOND, 5 * SECOND, 9}));
 }
 
 TEST_F(ThreadMonitor, NamedValuesAreSetByTheLastCallAndMergedAtEntries)
@@ -159,9 +167,7 @@ TEST_F(ThreadMonitor, AnExitIsOfTheThreadThatEnteredAndMakesNoRecord)
     auto* inside = new RegEmsThreadInfo(nullptr);
     std::thread([inside] { delete inside; }).join();
     EXPECT_EQ(MyState(), (State{0, 0, 0, 0, 2}));
-    EmsThreadInfo event;
-    event.m_ulThreadId = 7;
-    EmsThreadInfoMgr::Instance()->UpdateThreadInfo(event, nullptr);
+    Report(7, 0);
     EXPECT_EQ(Records().size(), 1u);
 }
 
@@ -220,26 +226,23 @@ TEST_F(ThreadMonitor, AllRecordsAreHandedOutOrNone)
     EXPECT_EQ(Microseconds(Records()[1].m_Duration), 0);
 }
 
-TEST_F(ThreadMonitor, AReentryAtTheMicrosecondOfTheExitLeavesTheDuration)
-{
-    Enter(pthread_self());
-    for (const double seconds : {3.0, 3.0}) {
-        SetClock(seconds);
-        RegEmsThreadInfo inside(nullptr);
-    }
-    EXPECT_EQ(Microseconds(MyRecord().m_Duration), 3 * SECOND);
-}
-
 TEST_F(ThreadMonitor, TheStatisticsAreOneText)
 {
     StatEmsThreadInfo();
     EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"});
 
-    const EmsThreadInfoMap values = {{"int", {"7", 1}}, {"odd", {"x", 7}}, {"text", {"%s", 0}}};
+    const EmsThreadInfoMap values = {{"high", {"4294967303", 1}},
+                                     {"low", {"-9223372036854775809", 1}},
+                                     {"odd", {"x", -7}},
+                                     {{"text\0x", 6}, {{"%s\0x", 4}, 0}},
+                                     {"top", {"9223372036854775808", 1}}};
     faults::g_llClock = -2'001'999;
     Enter(0xab12345678, &values);
     faults::g_llClock = SECOND;
     Enter(0xab12345678);
+    faults::g_llClock = 253'402'300'799'999'999;
+    Enter(ULONG_MAX);
+    Report(ULONG_MAX, 0);
     StatEmsThreadInfo();
     EXPECT_EQ(TakeLines(), Lines{"1|Ems Thread Information\n"
                                  " thread id           12345678\n"
@@ -248,9 +251,17 @@ TEST_F(ThreadMonitor, TheStatisticsAreOneText)
                                  " thread duration     3001\n"
                                  " thread max duration 3001\n"
                                  " thread recvs        2\n"
-                                 " int 7\n"
-                                 " Impossible type 7\n"
-                                 " text %s\n"});
+                                 " high 7\n"
+                                 " low 0\n"
+                                 " Impossible type -7\n"
+                                 " text %s\n"
+                                 " top -1\n"
+                                 " thread id           ffffffff\n"
+                                 " thread status       0\n"
+                                 " thread start        253402300799999\n"
+                                 " thread duration     0\n"
+                                 " thread max duration 0\n"
+                                 " thread recvs        2\n"});
 }
 
 TEST_F(ThreadMonitor, ADebugInterfaceMayEnterAStretchOfItsOwn)
@@ -276,21 +287,11 @@ TEST_F(ThreadMonitor, AnExitThatRunsOutOfMemoryEndsQuietly)
     EXPECT_TRUE(noMemory.Happened());
 }
 
-TEST(MsgHandleMode, MayBeAskedForByThePlatformWhileItAnswers)
-{
-    ThePlatform().readMode = [](int& value) {
-        EXPECT_EQ(ReadMsgHandleModeSwitcher(), 1); // not read yet
-        value = 0;
-        return 1;
-    };
-    EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0);
-    EXPECT_EQ(ThePlatform().modeReads, 1);
-}
-
 TEST(MsgHandleMode, IsReadAgainAfterAnExceptionByWhicheverThreadAsksNext)
 {
     std::atomic<int> failures = 0;
     ThePlatform().readMode = [](int& value) {
+        EXPECT_EQ(ReadMsgHandleModeSwitcher(), 1); // a platform may ask: it is not read yet
         if (ThePlatform().modeReads < 8) {
             throw std::runtime_error("not readable");
         }

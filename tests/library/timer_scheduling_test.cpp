@@ -2,6 +2,7 @@
 // the task, on another thread or inside the very call.
 
 #include <chrono>
+#include <climits>
 #include <future>
 #include <stdexcept>
 #include <string>
@@ -21,28 +22,27 @@ using Ids = std::vector<long>;
 namespace {
 
 std::string g_Events;
-
-void Timeout(void*)
-{
-    g_Events += "timeout ";
-}
-
-void* Copy(void* param)
-{
-    return param;
-}
-
-void Free(void*)
-{
-    g_Events += "free ";
-}
-
-EmsUtilTimerInterface g_Timer = {Timeout, Copy, Free};
+eKorTask* g_pTask = nullptr; // the one that Keep() was called for last
 
 void Schedule()
 {
+    static EmsUtilTimerInterface timer = {[](void*) { g_Events += "timeout "; },
+                                          [](void* param) { return param; },
+                                          [](void*) { g_Events += "free "; }};
     int param = 5;
-    ScheduleEmsUtilTimer(7, g_Timer, &param);
+    ScheduleEmsUtilTimer(7, timer, &param);
+}
+
+std::string TakeEvents()
+{
+    return std::exchange(g_Events, {});
+}
+
+// What the platform does with a task.
+
+void Keep(eKorTask& task)
+{
+    g_pTask = &task;
 }
 
 void Destroy(eKorTask& task)
@@ -51,9 +51,38 @@ void Destroy(eKorTask& task)
     delete &task;
 }
 
-std::string TakeEvents()
+void InitTask(eKorTask& task)
 {
-    return std::exchange(g_Events, {});
+    task.InitTaskCmdReqProcess(nullptr);
+}
+
+long KeepAndArm(eKorTask& task)
+{
+    g_pTask = &task;
+    return 42;
+}
+
+long Fire(eKorTask& task)
+{
+    task.eKorTaskTimeInterval(42);
+    return 42;
+}
+
+long DestroyAndArm(eKorTask& task)
+{
+    Destroy(task);
+    return 42;
+}
+
+long DestroyAndThrow(eKorTask& task)
+{
+    Destroy(task);
+    throw std::runtime_error("not armed");
+}
+
+long Throw(eKorTask&)
+{
+    throw std::runtime_error("not armed");
 }
 
 /// Lets another thread call `operation`, and checks that it waits.
@@ -79,13 +108,13 @@ std::future<void> ExpectToWait(Operation operation)
 TEST(TimerScheduling, AnExpiryOnAnotherThreadWaitsForTheIdWhateverItIs)
 {
     for (const long id : {42L, 0L, -2L, LONG_MIN}) {
-        g_Steering = {};
         std::future<void> expiry;
-        g_Steering.onArm = [&](eKorTask& task) {
-            expiry = ExpectToWait([&task] { task.eKorTaskTimeInterval(99); });
-            return id;
-        };
-        g_Steering.onFinished = Destroy;
+        g_Steering = {.onArm =
+                          [&](eKorTask& task) {
+                              expiry = ExpectToWait([&task] { task.eKorTaskTimeInterval(99); });
+                              return id;
+                          },
+                      .onFinished = Destroy};
         Schedule();
         expiry.get();
         EXPECT_EQ(TakeEvents(), "timeout destroy free ");
@@ -105,163 +134,119 @@ TEST(TimerScheduling, ADestructionOnAnotherThreadWaitsForTheArming)
     EXPECT_EQ(TakeEvents(), "free ");
 }
 
-TEST(TimerScheduling, AnExpiryInsideTheArmingFiresAndIsDisarmedOnceTheIdIsKnown)
+TEST(TimerScheduling, AnyCallMayFireOrDestroyTheTaskOrFail)
 {
-    eKorTask* finished = nullptr;
-    g_Steering.onArm = [](eKorTask& task) {
-        task.eKorTaskTimeInterval(42);
-        return 42;
+    const struct
+    {
+        Steering steering;
+        const char* events;
+        Ids disarmed = {};
+        bool throws = false;
+    } trials[] = {
+        // Fired inside the arming, and disarmed once the id is known.
+        {{.onArm = Fire, .onFinished = Keep}, "timeout ", {0, 42}},
+        {{.onArm = Fire, .onFinished = Destroy}, "timeout destroy free ", {0}},
+        // Destroyed inside a call.
+        {{.onInsert = Destroy, .onArm = Throw}, "destroy free "},
+        {{.onArm = DestroyAndArm}, "destroy free "},
+        {{.onArm = DestroyAndThrow}, "destroy free ", {}, true},
+        // Not armed, so finished, once.
+        {{.onArm = [](eKorTask&) { return -1; }, .onFinished = Destroy}, "destroy free "},
+        {{.onArm = Throw, .onFinished = Destroy}, "destroy free ", {}, true},
+        // The platform arms the task itself, inside the insertion.
+        {{.onInsert = InitTask, .onArm = Fire, .onFinished = Keep}, "timeout ", {0, 42}},
+        {{.onInsert = InitTask, .onArm = Fire, .onFinished = Destroy},
+         "timeout destroy free ",
+         {0}},
     };
-    g_Steering.onFinished = [&](eKorTask& task) { finished = &task; };
-    Schedule();
-    EXPECT_EQ(g_Steering.disarmed, (Ids{0, 42}));
-    ASSERT_NE(finished, nullptr);
-    delete finished;
-    EXPECT_EQ(TakeEvents(), "timeout free ");
-
-    g_Steering.onFinished = Destroy; // at once, inside the arming
-    Schedule();
-    EXPECT_EQ(TakeEvents(), "timeout destroy free ");
-}
-
-TEST(TimerScheduling, ADestructionInsideAnyCallIsSurvived)
-{
-    g_Steering.onInsert = Destroy;
-    g_Steering.onArm = [](eKorTask&) -> long { throw std::logic_error("armed after the end"); };
-    Schedule();
-    EXPECT_EQ(TakeEvents(), "destroy free ");
-
-    g_Steering = {};
-    g_Steering.onArm = [](eKorTask& task) {
-        Destroy(task);
-        return 42;
-    };
-    Schedule();
-    EXPECT_EQ(TakeEvents(), "destroy free ");
-
-    g_Steering.onArm = [](eKorTask& task) -> long {
-        Destroy(task);
-        throw std::runtime_error("not armed");
-    };
-    EXPECT_THROW(Schedule(), std::runtime_error);
-    EXPECT_EQ(TakeEvents(), "destroy free ");
-}
-
-TEST(TimerScheduling, ATaskThatCannotBeArmedIsFinishedOnce)
-{
-    g_Steering.onFinished = Destroy; // at once, inside eKorSetTaskState
-    g_Steering.onArm = [](eKorTask&) { return -1; };
-    Schedule();
-    EXPECT_EQ(TakeEvents(), "destroy free ");
-
-    g_Steering.onArm = [](eKorTask&) -> long { throw std::runtime_error("not armed"); };
-    EXPECT_THROW(Schedule(), std::runtime_error);
-    EXPECT_EQ(TakeEvents(), "destroy free ");
+    for (const auto& trial : trials) {
+        SCOPED_TRACE(&trial - trials);
+        g_Steering = trial.steering;
+        if (trial.throws) {
+            EXPECT_THROW(Schedule(), std::runtime_error);
+        } else {
+            Schedule();
+        }
+        EXPECT_EQ(TakeEvents(), trial.events);
+        EXPECT_EQ(g_Steering.disarmed, trial.disarmed);
+        if (g_pTask != nullptr) {
+            delete std::exchange(g_pTask, nullptr);
+            EXPECT_EQ(TakeEvents(), "free ");
+        }
+    }
 }
 
 TEST(TimerScheduling, ThePlatformMayArmTheTaskItself)
 {
-    // Inside the insertion, and the task fires inside each arming.
-    eKorTask* finished = nullptr;
-    g_Steering.onInsert = [](eKorTask& task) { task.InitTaskCmdReqProcess(nullptr); };
-    g_Steering.onArm = [](eKorTask& task) {
-        task.eKorTaskTimeInterval(42);
-        return 42;
-    };
-    g_Steering.onFinished = [&](eKorTask& task) { finished = &task; };
+    // Later, with a destruction inside the arming.
+    g_Steering = {.onInsert = Keep};
     Schedule();
-    EXPECT_EQ(TakeEvents(), "timeout ");
-    delete finished;
-    EXPECT_EQ(TakeEvents(), "free ");
-    g_Steering.onFinished = Destroy;
-    Schedule();
-    EXPECT_EQ(TakeEvents(), "timeout destroy free ");
-
-    // On its own, with a destruction inside the arming.
-    eKorTask* inserted = nullptr;
-    g_Steering = {};
-    g_Steering.onInsert = [&](eKorTask& task) { inserted = &task; };
-    Schedule();
-    g_Steering.onArm = [](eKorTask& task) {
-        Destroy(task);
-        return 42;
-    };
-    inserted->InitTaskCmdReqProcess(nullptr);
+    g_Steering.onArm = DestroyAndArm;
+    InitTask(*g_pTask);
     EXPECT_EQ(TakeEvents(), "destroy free ");
 
     // The library's own arming fails, but that of the platform holds.
-    inserted = nullptr;
-    g_Steering.onInsert = [&](eKorTask& task) { task.InitTaskCmdReqProcess(nullptr); };
-    g_Steering.onArm = [&](eKorTask& task) {
-        return std::exchange(inserted, &task) == &task ? -1L : 5L;
-    };
-    g_Steering.onFinished = Destroy;
-    g_Steering.disarmed.clear();
+    int armings = 0;
+    g_Steering = {.onInsert =
+                      [](eKorTask& task) {
+                          Keep(task);
+                          InitTask(task);
+                      },
+                  .onArm = [&](eKorTask&) { return ++armings == 1 ? 5L : -1L; },
+                  .onFinished = Destroy};
     Schedule();
     EXPECT_EQ(TakeEvents(), "");
-    inserted->eKorTaskTimeInterval(5);
+    g_pTask->eKorTaskTimeInterval(5);
+    EXPECT_EQ(armings, 2);
     EXPECT_EQ(g_Steering.disarmed, Ids{5});
     EXPECT_EQ(TakeEvents(), "timeout destroy free ");
 }
 
 TEST(TimerScheduling, WhatThePlatformThrowsInAnExpiryPasses)
 {
-    eKorTask* armed = nullptr;
-    g_Steering.onArm = [&](eKorTask& task) {
-        armed = &task;
-        return 42;
-    };
-    g_Steering.onFinished = [](eKorTask&) { throw std::runtime_error("state"); };
+    g_Steering = {.onArm = KeepAndArm,
+                  .onFinished = [](eKorTask&) { throw std::runtime_error("state"); }};
     Schedule();
-    EXPECT_THROW(armed->eKorTaskTimeInterval(42), std::runtime_error);
+    EXPECT_THROW(g_pTask->eKorTaskTimeInterval(42), std::runtime_error);
     g_Steering.onFinished = Destroy;
-    armed->eKorTaskTimeInterval(42);
+    g_pTask->eKorTaskTimeInterval(42);
     EXPECT_EQ(TakeEvents(), "timeout timeout destroy free ");
 }
 
 TEST(TimerScheduling, AnotherTimerMayBeScheduledInsideTheArming)
 {
-    bool isOuter = true;
-    g_Steering.onArm = [&](eKorTask& task) {
-        if (std::exchange(isOuter, false)) {
-            Schedule();
-            task.eKorTaskTimeInterval(1);
-        }
-        return 1;
-    };
     std::vector<eKorTask*> tasks;
-    g_Steering.onInsert = [&](eKorTask& task) { tasks.push_back(&task); };
+    g_Steering = {.onInsert = [&](eKorTask& task) { tasks.push_back(&task); },
+                  .onArm =
+                      [&](eKorTask& task) {
+                          if (tasks.size() == 1) {
+                              Schedule();
+                              task.eKorTaskTimeInterval(1);
+                          }
+                          return 1;
+                      }};
     Schedule();
     EXPECT_EQ(TakeEvents(), "timeout ");
-    for (eKorTask* task : tasks) {
-        delete task;
-    }
+    delete tasks.at(0);
+    delete tasks.at(1);
     EXPECT_EQ(TakeEvents(), "free free ");
 }
 
 TEST(TimerScheduling, WithoutTheLockNothingIsScheduledAndAnExpiryIsLeftToTheNext)
 {
-    eKorTask* armed = nullptr;
-    g_Steering.onArm = [&](eKorTask& task) {
-        armed = &task;
-        return 42;
-    };
-    {
+    const auto withoutTheLock = [](auto operation) {
         const faults::FailNth fault(faults::MUTEX_LOCK);
-        Schedule();
+        operation();
         EXPECT_TRUE(fault.Happened());
-    }
-    EXPECT_EQ(armed, nullptr);
+    };
+    g_Steering.onArm = KeepAndArm;
+    withoutTheLock(Schedule);
+    EXPECT_EQ(g_pTask, nullptr);
     EXPECT_EQ(TakeEvents(), "free ");
     Schedule();
-    {
-        const faults::FailNth fault(faults::MUTEX_LOCK);
-        armed->eKorTaskTimeInterval(42);
-        EXPECT_TRUE(fault.Happened());
-    }
+    withoutTheLock([] { g_pTask->eKorTaskTimeInterval(42); });
     EXPECT_EQ(TakeEvents(), "");
-    armed->eKorTaskTimeInterval(42);
-    const faults::FailNth fault(faults::MUTEX_LOCK);
-    delete armed;
+    g_pTask->eKorTaskTimeInterval(42);
+    withoutTheLock([] { delete g_pTask; });
     EXPECT_EQ(TakeEvents(), "timeout free ");
 }

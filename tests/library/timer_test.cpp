@@ -1,4 +1,3 @@
-#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -52,8 +51,7 @@ std::string TakeEvents()
 /// Manager 7, whose clock is g_Now: a unit is 100 ms.
 TaskManager& Manager()
 {
-    static TaskManager& manager =
-        *emsstandin::AddTaskManager(7, {100ms, [] { return g_Now; }});
+    static TaskManager& manager = *emsstandin::AddTaskManager(7, {100ms, [] { return g_Now; }});
     return manager;
 }
 
@@ -61,15 +59,6 @@ TaskManager& StartedManager()
 {
     Manager().Start();
     return Manager();
-}
-
-/// The place of a virtual operation in its class's table.
-template <class Operation>
-std::size_t Slot(Operation operation)
-{
-    std::size_t offset = 0; // plus 1, as the C++ ABI of Linux has it
-    std::memcpy(&offset, &operation, sizeof offset);
-    return (offset - 1) / sizeof(void*);
 }
 
 } // namespace
@@ -130,18 +119,6 @@ TEST(Timer, FailuresWriteOneLine)
     EXPECT_EQ(Manager().DeliverExpired(), 1u);
     EXPECT_EQ(TakeEvents(), "copy free ");
     EXPECT_EQ(TakeLines(), Lines{"1|timer of task EmsUtilAgentTimerTask failed: late\n"});
-}
-
-TEST(Timer, TheTablesHaveTheOrderThatThePlatformReliesOn)
-{
-    EXPECT_EQ(Slot(&NSQN_util::DebugInterface::DebugPrint), 2u);
-    EXPECT_EQ(Slot(&NSQN_util::DebugInterface::AssertPrint), 3u);
-    // A virtual destructor takes two places.
-    EXPECT_EQ(Slot(&QNTask::InitTaskCmdReqProcess), 2u);
-    EXPECT_EQ(Slot(&QNTask::eKorTaskCmdRecv), 3u);
-    EXPECT_EQ(Slot(&QNTask::eKorTaskCmdResp), 4u);
-    EXPECT_EQ(Slot(&QNTask::eKorTaskTimeInterval), 5u);
-    EXPECT_EQ(Slot(&QNTask::HandleNoAsn1Msg), 6u);
 }
 
 TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)

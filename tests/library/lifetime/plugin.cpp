@@ -53,7 +53,7 @@ void CreateLog()
 bool FindsNoLogs()
 {
     const bool created = QNTransactionLog().IsValid();
-    const bool attached = QNTransactionLog(1).IsValid();
+    const bool attached = QNTransactionLog(3).IsValid();
     const int references = g_pLog->Release();
     QNTransactionLog::ClearAllLog();
     g_pLog->~QNTransactionLog();

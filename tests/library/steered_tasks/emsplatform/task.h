@@ -17,7 +17,7 @@ struct Steering
     std::function<void(eKorTask&)> onInsert = [](eKorTask&) {};
     std::function<long(eKorTask&)> onArm = [](eKorTask&) { return 1; };
     std::function<void(eKorTask&)> onFinished = [](eKorTask&) {};
-    std::vector<long> disarmed; // ids, in the order of the calls
+    std::vector<long> disarmed = {}; // ids, in the order of the calls
 };
 inline Steering g_Steering;
 
