@@ -37,10 +37,7 @@ public:
         m_Meeting.arrive_and_drop();
     }
 
-    std::vector<Total> Finish() const
-    {
-        return {{"report entries whole", m_nWritten, m_nWhole}};
-    }
+    std::vector<Total> Finish() const { return {{"report entries whole", m_nWritten, m_nWhole}}; }
 
 private:
     static constexpr std::size_t STAMP = 24; // characters in front of a report
