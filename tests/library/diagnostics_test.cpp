@@ -153,7 +153,7 @@ TEST(Checks, AskThePlatformAtEveryReportAndSkipTheLineWithoutADebugInterface)
 
 TEST(ReportFile, KeepsMessagesAsTheyAreFormattedUpTo511Characters)
 {
-    const ReportFolder folder;
+    const ReportDirectory directory;
     const auto trace = EmsUtilTraced;
     trace(nullptr); // makes no writer: the name counts that the process has at the first entry
     NSQN_util::g_ProcName = "other";
@@ -162,19 +162,19 @@ TEST(ReportFile, KeepsMessagesAsTheyAreFormattedUpTo511Characters)
     EmsUtilTraced("%s", "");
     EmsUtilTraced("%512d", 1);
     trace("abc%");
-    EXPECT_TRUE(std::filesystem::is_empty(folder.m_Root + "var/dump"));
+    EXPECT_TRUE(std::filesystem::is_empty(directory.m_Root + "var/dump"));
     EmsUtilTraced("%511d", 1);
-    EXPECT_EQ(folder.Take(), std::string(510, ' ') + "1");
+    EXPECT_EQ(directory.Take(), std::string(510, ' ') + "1");
     EmsUtilTraced("a%cc", 0);
     NSQN_util::g_ProcName = "later";
     EmsUtilTraced("%s", "abc");
-    EXPECT_EQ(folder.Take(), std::string("a\0cabc", 6));
-    std::filesystem::remove_all(folder.m_Root + "var");
+    EXPECT_EQ(directory.Take(), std::string("a\0cabc", 6));
+    std::filesystem::remove_all(directory.m_Root + "var");
     EmsUtilReport("lost");
-    EXPECT_FALSE(std::filesystem::exists(folder.m_Root + "var"));
-    std::filesystem::create_directories(folder.m_Root + "var/dump");
+    EXPECT_FALSE(std::filesystem::exists(directory.m_Root + "var"));
+    std::filesystem::create_directories(directory.m_Root + "var/dump");
     EmsUtilTraced("k");
-    EXPECT_EQ(folder.Take(), "k");
+    EXPECT_EQ(directory.Take(), "k");
 }
 
 TEST(TimeGuard, WritesItsDescriptionAndWholeMilliseconds)

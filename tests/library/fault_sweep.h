@@ -1,7 +1,7 @@
 #ifndef TESTS_LIBRARY_FAULT_SWEEP_H
 #define TESTS_LIBRARY_FAULT_SWEEP_H
 
-/// The operations that the fault sweep runs under every fault, and what they leave behind.
+/// The operations that the fault sweep runs under every fault, and their outcomes.
 
 #include <cstddef>
 #include <functional>
@@ -12,7 +12,7 @@
 
 #include "tests/support/faults.h"
 
-/// What an operation has left behind, in all services.
+/// The state of all services after an operation.
 struct State
 {
     struct Thread
@@ -31,7 +31,7 @@ struct State
     };
 
     std::string called = {};             // each handler, timer function and ~Buffer, in order
-    std::string queued = {};             // what the queued commands call
+    std::string queued = {};             // each handler of the queued commands
     bool registered = false;             // whether a handler is registered
     std::vector<std::string> lines = {}; // the debug lines, each up to its first comma
     std::string reported = {};           // the text in the report file
@@ -67,15 +67,15 @@ struct Operation
     std::function<void()> prepare = [] {};
     Action run;
     long returns = 0;
-    long refused = 0;                 // returned when it fails; it then leaves what it found
-    std::optional<State> leaves = {}; // empty if it leaves what it found
+    long refused = 0;                 // returned when it fails, which changes nothing
+    std::optional<State> leaves = {}; // empty if it changes nothing
 
     std::vector<faults::Call> tolerates = {}; // faults that need not make it fail
     struct Otherwise
     {
         faults::Call fault;
         State leaves;
-        std::string throws = {}; // empty if it returns what it returns without a fault
+        std::string throws = {}; // empty if it returns as without a fault
     };
     std::vector<Otherwise> otherwise = {}; // further outcomes that a fault may have
 
@@ -88,7 +88,7 @@ std::vector<Operation> AllOperations();
 /// Gives the operations a clock and a configuration to work on.
 void SetUpServices();
 
-/// Returns what the operations have left behind and restores what was before.
+/// Returns the state and then restores the first one.
 State TakeState();
 
 #endif

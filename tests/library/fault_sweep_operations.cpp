@@ -32,7 +32,7 @@ EXPOSE(RecordsOf, QNMitLockErrMgr, m_ThrIDInfoMap, std::map<int, std::string>)
 namespace {
 
 constexpr long long START = 1'000'000'000; // microseconds
-const std::string LONG(30, 'l');           // too long for the room inside a string
+const std::string LONG(30, 'l');           // too long for a string's own room
 const EmsThreadInfoMap VALUES = {{LONG, {LONG, 0}}, {"Report", {"", 0}}};
 
 std::string g_Called; // see State
@@ -52,7 +52,7 @@ void Note(const char* called)
 struct Buffer : QNTransactionBuffer
 {
     ~Buffer() override { g_Called += "~Buffer "; }
-} g_Buffer; // no log may delete it
+} g_Buffer; // no log deletes it
 
 int NoteName(EmsGeneralCmd* cmd, EmsGeneralCmd*)
 {
@@ -119,7 +119,7 @@ QNMitLockErrMgr& Locks()
     return *QNMitLockErrMgr::Instance();
 }
 
-/// All that a record can do, with failures of memory at every step.
+/// All operations of a record.
 template <class Record>
 Operation OnRecord(const std::string& name, const Record& source)
 {
@@ -155,7 +155,7 @@ std::vector<Operation> AllOperations()
     const State inside = {.threads = {{.inside = true, .events = 1, .report = true}}};
     const State outside = {.threads = {{.inside = false, .events = 2, .report = true}}};
     const std::string malformed = "file:emsutil_util:103";
-    const State::Log log = {.references = 1, .extra = 0, .buffers = 1}; // what CreateLog() creates
+    const State::Log log = {.references = 1, .extra = 0, .buffers = 1}; // CreateLog()'s
     const std::string noTask =
         "new EmsUtilAgentTimerTask task failed bytes " + to_string(sizeof(EmsUtilAgentTimerTask));
 
@@ -178,8 +178,8 @@ std::vector<Operation> AllOperations()
          .refusedUnprepared = true},
         {.covers = {"runGeneralCmd()"}, .prepare = AddTwo,
          .run = [] { runGeneralCmd(); }, .leaves = State{.called = "1 2 ", .registered = true},
-         .tolerates = {MUTEX_LOCK}, // of the queue, which is asked again
-         .otherwise = {{MUTEX_LOCK, {.called = "1 ", .registered = true}}, // of the handlers
+         .tolerates = {MUTEX_LOCK}, // the queue's, after which the drain tries again
+         .otherwise = {{MUTEX_LOCK, {.called = "1 ", .registered = true}}, // the handlers'
                        {MUTEX_LOCK, {.called = "2 ", .registered = true}},
                        {COLLABORATOR, {.queued = "2 ", .registered = true}, "thrown"},
                        {COLLABORATOR, {.called = "1 ", .registered = true}, "thrown"}},
@@ -359,7 +359,7 @@ State TakeState()
     for (const std::string& line : TakeLines()) {
         state.lines.push_back(line.substr(2, line.find_first_of(",\n") - 2));
     }
-    state.reported = ReportFolder::Take();
+    state.reported = ReportDirectory::Take();
 
     auto& threads = RecordsOf(*EmsThreadInfoMgr::Instance());
     for (const auto& [id, record] : threads) {

@@ -18,8 +18,8 @@
 
 using namespace std::chrono_literals;
 
-/// Writes what a process has counted for the coverage, which _Exit() does not write. It is null in
-/// builds without coverage.
+/// Writes the coverage of a process, which _Exit() does not write. It is null in builds without
+/// coverage.
 extern "C" [[gnu::weak]] void __gcov_dump(); // NOLINT(bugprone-reserved-identifier): gcc's name
 
 namespace {
@@ -250,7 +250,7 @@ TEST(FaultSweep, EveryOperationSurvivesEveryFault)
     // ACE has a word on memory that fails, and makes an object for it then.
     ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS);
     ACE_Log_Category::ace_lib().per_thr_obj();
-    const ReportFolder folder;
+    const ReportDirectory directory;
     SetUpServices();
     auto* const allocations = static_cast<long*>( // shared with the children
         mmap(nullptr, sizeof(long), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
@@ -261,7 +261,7 @@ TEST(FaultSweep, EveryOperationSurvivesEveryFault)
             return SurvivesInChild(operation, fault, *allocations);
         });
     }
-    for (const Operation& operation : operations) { // whatever is created once exists
+    for (const Operation& operation : operations) { // all process-wide objects exist
         Survives(operation, {});
         faults += Sweep(operation, [&](const Fault& fault) {
             const long before = faults::LiveAllocations();

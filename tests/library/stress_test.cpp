@@ -40,7 +40,7 @@ INSTANTIATE_TEST_SUITE_P(Threads, Stress, testing::Values(2, 8, 32));
 
 TEST_P(Stress, EveryTotalIsExact)
 {
-    const ReportFolder folder;
+    const ReportDirectory directory;
     soak::Count unexpected = 0;
     ThePlatform().onLine = [&unexpected](const std::string& line) {
         unexpected += soak::CountDebugLine(line.substr(2)) ? 0 : 1; // without its level

@@ -1,8 +1,8 @@
 #ifndef TESTS_SUPPORT_EXPOSE_H
 #define TESTS_SUPPORT_EXPOSE_H
 
-/// Defines `Type& Function(Class&)`, which gives a private member: an explicit instantiation may
-/// name what is private.
+/// Defines `Type& Function(Class&)`, which returns a private member. It can, because an explicit
+/// instantiation may name private members.
 #define EXPOSE(Function, Class, Member, ...)                                                       \
     __VA_ARGS__& Function(Class& object);                                                          \
     template <__VA_ARGS__ Class::*Pointer>                                                         \

@@ -15,7 +15,7 @@ namespace {
 
 struct Plan
 {
-    int m_nFirst = 0; // the call that fails; 0 when none is to fail
+    int m_nFirst = 0; // the call that fails, or 0 for none
     bool m_bPersistent = false;
     int m_nCalls = 0;
 };
@@ -187,7 +187,7 @@ int gettimeofday(timeval* now, void* zone) noexcept
         return next(now, zone);
     }
     if (clock == faults::FAILING_CLOCK) {
-        *now = {-7, -7}; // what a failed call leaves is not to be used
+        *now = {-7, -7}; // the library must not use it
         return -1;
     }
     *now = {clock / 1000000, clock % 1000000};
@@ -196,7 +196,8 @@ int gettimeofday(timeval* now, void* zone) noexcept
 
 } // extern "C"
 
-// Each of them, as a sanitizer has its own. The arrays come here too, or stay with the sanitizer.
+// All of them, because a sanitizer defines those that are missing. The operators for arrays call
+// these, or remain the sanitizer's.
 
 void* operator new(std::size_t size)
 {

@@ -1,7 +1,7 @@
 #ifndef TESTS_SUPPORT_FAULTS_H
 #define TESTS_SUPPORT_FAULTS_H
 
-/// Faults in the calls that the library makes, put in by defining those calls in the test program.
+/// Faults in the calls that the library makes: the test program defines these calls itself.
 
 #include <atomic>
 #include <cerrno>
@@ -21,12 +21,12 @@ enum Call {
     CALLS
 };
 
-/// An `error` for WRITE: half of the bytes are written.
+/// The `error` of a WRITE that writes half of the bytes.
 constexpr int SHORT_WRITE = 0;
 
-/// Makes calls of this thread fail while it lives: the n-th of a kind, 1 being the next, and, if
-/// `persistently`, all after it. A call fails with `error`; an allocation as the kind of operator
-/// new has it.
+/// While it exists, the n-th call of a kind on this thread fails, and every later one too if
+/// `persistently`. The next call is number 1. A call fails with `error`, except an allocation,
+/// which fails as its operator new does.
 class FailNth
 {
 public:
@@ -35,14 +35,14 @@ public:
     FailNth(const FailNth&) = delete;
     FailNth& operator=(const FailNth&) = delete;
 
-    /// Whether the n-th call has come and failed.
+    /// Returns whether the n-th call has been made and has failed.
     bool Happened() const;
 
 private:
     Call m_Call;
 };
 
-/// While it lives no call of this thread fails or counts: what a test does is not swept.
+/// While it exists, no call on this thread fails or is counted. The calls of a test are its own.
 class Pause
 {
 public:
@@ -55,19 +55,19 @@ public:
 struct Thrown
 {};
 
-/// Called where the library has called code of its host, which may throw: throws Thrown when
-/// COLLABORATOR is to fail.
+/// Throws Thrown if COLLABORATOR fails. Tests call it in code of a host that the library calls and
+/// that may throw.
 void Collaborate();
 
-/// Of operator new, in all threads, not yet deleted.
+/// Returns how many allocations of all threads by operator new are not yet deleted.
 long LiveAllocations();
 
-/// What gettimeofday() answers, in microseconds since the epoch; or one of the two below.
+/// The time that gettimeofday() returns, in microseconds since the epoch, or one of these two.
 constexpr long long REAL_CLOCK = -1;
 constexpr long long FAILING_CLOCK = -2;
 extern std::atomic<long long> g_llClock;
 
-/// What ctime_r() does instead of its work; null for its work.
+/// Called by ctime_r() in place of the C library's function, unless null.
 extern char* (*g_pCtime)(char* buffer);
 
 /// Called, unless null, by each thread that is about to wait for a condition.

@@ -75,7 +75,7 @@ TestPlatform& ThePlatform()
     return platform;
 }
 
-ReportFolder::ReportFolder()
+ReportDirectory::ReportDirectory()
     : m_Root(std::filesystem::temp_directory_path() / ("emsutil." + std::to_string(getpid())) / "")
 {
     ThePlatform().parentPath = m_Root + "bin/";
@@ -83,12 +83,12 @@ ReportFolder::ReportFolder()
     std::filesystem::create_directories(m_Root + "var/dump");
 }
 
-ReportFolder::~ReportFolder()
+ReportDirectory::~ReportDirectory()
 {
     std::filesystem::remove_all(m_Root);
 }
 
-std::string ReportFolder::Take()
+std::string ReportDirectory::Take()
 {
     const std::string path = ThePlatform().parentPath + "../var/dump/test.rpt";
     std::ifstream file(path);

@@ -1,7 +1,7 @@
 #ifndef TESTS_SUPPORT_TEST_PLATFORM_H
 #define TESTS_SUPPORT_TEST_PLATFORM_H
 
-/// A second provider of the platform that the library runs on, which the tests steer.
+/// A provider of the platform that the tests control.
 
 #include <atomic>
 #include <functional>
@@ -19,7 +19,7 @@ struct TestPlatform
     std::function<void()> onFetch;                       // called in each fetch
     std::function<void(const std::string& line)> onLine; // called before a line is recorded
 
-    // The count of each vsnprintf_s of this thread.
+    // The argument `count` of each vsnprintf_s on this thread.
     static inline thread_local std::vector<std::size_t> formatCounts;
 
     std::function<int(int& value)> readMode; // the answer to "MsgHandleMode" in "test.cfg"
@@ -30,23 +30,23 @@ struct TestPlatform
 
 TestPlatform& ThePlatform();
 
-/// The lines written since the last call, each with its level in front, "1|", or "A|" for an
-/// assertion line.
+/// Returns the lines that were written since the last call. Each begins with its level, "1|", or
+/// with "A|" for an assertion line.
 std::vector<std::string> TakeLines();
 
-/// The folders of the report file, while it lives.
-struct ReportFolder
+/// Creates the directories of the report file, and removes them.
+struct ReportDirectory
 {
-    ReportFolder();
-    ~ReportFolder();
+    ReportDirectory();
+    ~ReportDirectory();
 
-    /// What the file of the process "test" holds, which is then removed.
+    /// Returns the text of the report file of the process "test", and removes the file.
     static std::string Take();
 
     const std::string m_Root;
 };
 
-/// The default object, whatever hasDebugInterface says.
+/// Returns the debug interface, also while hasDebugInterface is false.
 NSQN_util::DebugInterface* TheDebugInterface();
 
 #endif

@@ -5,8 +5,8 @@
 #include <thread>
 #include <vector>
 
-/// Runs `body(0)` to `body(count - 1)` on as many threads, which begin at once and live until all
-/// are done.
+/// Runs `body(0)` to `body(count - 1)` on one thread each. They start together, and no thread ends
+/// before all have finished.
 template <class Body>
 void RunOnThreads(int count, Body body)
 {

@@ -1,11 +1,11 @@
 #ifndef TESTS_LIBRARY_LIFETIME_EVERY_SERVICE_H
 #define TESTS_LIBRARY_LIFETIME_EVERY_SERVICE_H
 
-/// What the programs in this directory share.
+/// Shared by the programs in this directory.
 
 #include <string>
 
-/// Uses every service and checks what it does.
+/// Uses every service and checks the results.
 void UseEveryService();
 
 /// An installation in the current directory, with a report file and a configuration.

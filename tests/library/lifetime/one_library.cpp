@@ -1,5 +1,5 @@
-// A program, and a plugin that is linked to no library: what the one leaves with each service, the
-// other must find. Both are built from this source.
+// A program, and a plugin that is linked to no library. Each leaves something in every service, and
+// the other must find it. Both are built from this source.
 
 #include <list>
 #include <utility>

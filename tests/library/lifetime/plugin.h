@@ -3,7 +3,7 @@
 
 #include "emsutil/timer.h"
 
-/// What plugin.cpp does for a program that is not linked to the library.
+/// The functions of plugin.cpp, for a program that is not linked to the library.
 struct Plugin
 {
     void (*scheduleTimer)(NSQN_EMSUTIL_AGENT::EmsUtilTimerInterface& timer, void* param);
