@@ -11,11 +11,13 @@ namespace {
 
 constexpr std::size_t WATER_MARK_BYTES = 16384;
 
-/// How often an add to a full queue tries before it waits: for some microseconds. More attempts
-/// take processor time when the drain is slow, or when a real-time producer keeps it from running.
+/// The number of attempts that an add to a full queue makes before it waits. They take some
+/// microseconds. More of them would take processor time when the drain is slow, or when a real-time
+/// producer keeps it from running.
 constexpr int ATTEMPTS = 8;
 
-/// The errno of an attempt that found no room. No lock fails with it, unlike ACE's EWOULDBLOCK.
+/// The errno of an attempt that finds no room. No lock fails with it, but a lock may fail with
+/// EWOULDBLOCK, which ACE sets when a queue is full.
 constexpr int QUEUE_IS_FULL = ENOSPC;
 
 constinit EmsGeneralCmdMgr* g_pGeneralCmdMgr = nullptr;
@@ -55,8 +57,8 @@ public:
     }
 
 protected:
-    /// A draining thread does not wait for room: no other thread would make any. Nor does an
-    /// attempt, which has a timeout.
+    /// A draining thread does not wait for room, because no other thread would make any. An
+    /// attempt, which has a timeout, does not wait either.
     int wait_not_full_cond(ACE_Time_Value* timeout) override
     {
         if (g_nDrainDepth > 0 || !is_full_i()) {
@@ -69,7 +71,7 @@ protected:
         return -1;
     }
 
-    /// A drain does not wait for a command. It finds the queue empty when another drain has taken
+    /// A drain does not wait for a command. It finds the queue empty when another drain has removed
     /// the last command, or when a lock failed in is_empty().
     int wait_not_empty_cond(ACE_Time_Value*) override { return is_empty_i() ? -1 : 0; }
 
@@ -90,7 +92,7 @@ public:
                                                        sizeof(EmsGeneralCmd), 0);
     }
 
-    /// Takes the next block of a queue, if there is one.
+    /// Removes the next block from the queue, if there is one.
     explicit CmdBlock(ACE_Message_Queue<ACE_MT_SYNCH>& queue)
     {
         ACE_Message_Block* block = nullptr;
@@ -103,7 +105,8 @@ public:
 
     EmsGeneralCmd* Cmd() const { return m_pCmd.get(); }
 
-    /// Gives both to the queue. They stay here, to be freed, when the queue does not take them.
+    /// Moves both into the queue. If the queue refuses them they stay here, and are freed with this
+    /// object.
     void EnqueueTo(ACE_Message_Queue<ACE_MT_SYNCH>& queue)
     {
         // ACE's constructor of a block hides an allocation failure and leaves the block without

@@ -43,8 +43,8 @@ ACE_Time_Value Now()
     return gettimeofday(&now, nullptr) == 0 ? ACE_Time_Value(now) : ACE_Time_Value::zero;
 }
 
-/// Applies an event to the record of a thread. The values come first: when an entry runs out of
-/// memory no exit follows it, so it must not change the status. Values that it has set stay set.
+/// Applies an event to the record of a thread. The values come first: no exit follows an entry that
+/// runs out of memory, so it must not change the status. Values that it has set stay set.
 void UpdateRecord(EmsThreadInfo& record, const EmsThreadInfo& event, const EmsThreadInfoMap* pInfo)
 {
     const bool isEntry = event.m_nStatus == STATUS_INSIDE;
@@ -190,7 +190,7 @@ void EmsThreadInfoMgr::AddRecord(EmsThreadInfo& info, const EmsThreadInfoMap* pI
     try {
         m_ReportThreadSet.insert(info.m_ulThreadId);
     } catch (...) {
-        m_ThreadInfoMap.erase(record); // the entry has not taken place
+        m_ThreadInfoMap.erase(record); // the entry has not happened
         throw;
     }
 }
@@ -229,7 +229,7 @@ bool EmsThreadInfoMgr::AppendStatistics(std::string& text)
     return true;
 }
 
-// Both queries collect the copies in a list of their own first, so that the caller gets all or
+// Both queries first collect the copies in a list of their own, so that the caller receives all or
 // none.
 
 void EmsThreadInfoMgr::GetAll(std::list<EmsThreadInfo>& infos)

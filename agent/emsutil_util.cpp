@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t FIRST_TEXT_SIZE = 512;
 constexpr std::size_t LAST_TEXT_SIZE = std::size_t{1} << 30; // bytes; longer is a mistake
 
-// Stands where a text that does not fit gets its closing NUL.
+// Stands where a text that does not fit has its closing NUL.
 constexpr char UNTOUCHED = '?';
 
 } // namespace
@@ -34,8 +34,8 @@ std::string string_format(const char* format, ...)
             text.resize(static_cast<std::size_t>(length));
             return text;
         }
-        // A rejected format leaves the empty text, which a text that begins with a NUL resembles.
-        // But a text that does not fit has its NUL at the very end.
+        // A rejected format leaves the empty text. A text that begins with a NUL looks empty too,
+        // but if it does not fit, its closing NUL is the last character.
         const bool isRejected = length < 0 && text.front() == '\0' && text.back() == UNTOUCHED;
         if (isRejected) {
             break;

@@ -26,7 +26,7 @@ constexpr std::size_t CTIME_SIZE = 26; // bytes that ctime_r needs
 
 constinit EmsUtilReportFile* g_pReportFile = nullptr;
 
-/// Writes once: an entry that does not fit on the disk stays short.
+/// Writes only once: a text that does not fit on the disk is cut short.
 void Append(ACE_HANDLE file, std::string_view text)
 {
     [[maybe_unused]] const ssize_t written = write(file, text.data(), text.size());

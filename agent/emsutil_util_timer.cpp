@@ -34,8 +34,8 @@ eKorTaskMgr* FindTaskMgr(unsigned char id)
 
 } // namespace
 
-/// The scope of a call into the platform that hands a task over. Inside the call, on the same
-/// thread, the platform may let the task fire, or destroy it. The scope tells after the call.
+/// Exists while this thread calls the platform for a task. Inside this call, on this thread, the
+/// platform may fire the task or destroy it. After the call the object returns whether it did.
 class EmsUtilAgentTimerTask::PlatformCall
 {
 public:
@@ -141,7 +141,7 @@ void EmsUtilAgentTimerTask::InitTaskCmdReqProcess(CmdMSG*)
 
 void EmsUtilAgentTimerTask::OnArmingFailed()
 {
-    if (m_lTimerID == 0) { // else an interval that the platform armed finishes the task
+    if (m_lTimerID == 0) { // otherwise an interval that the platform armed finishes the task
         eKorSetTaskState(STATE_FINISHED);
     }
 }

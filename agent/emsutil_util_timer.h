@@ -39,7 +39,7 @@ private:
 
     class PlatformCall;
 
-    std::atomic<long> m_lTimerID = 0; // of the newest interval
+    std::atomic<long> m_lTimerID = 0; // the id of the newest interval
     EmsUtilTimerInterface m_Interface;
     void* m_pParam = nullptr;
     // Held by the thread that schedules the timer until the task is armed. Meanwhile the task

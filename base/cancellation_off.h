@@ -6,8 +6,7 @@
 namespace NSQN_EMSUTIL_AGENT {
 
 /// Prevents the cancellation of the calling thread while it exists. A cancelled thread unwinds by
-/// an exception that must neither end in a handler for all exceptions nor leave a destructor: the
-/// process would be aborted.
+/// an exception. If that ends in a catch (...) or leaves a destructor, the process is aborted.
 class CancellationOff
 {
 public:

@@ -3,8 +3,8 @@
 
 /// Process-wide objects that are created on first use.
 ///
-/// `instance` is a plain pointer, constant-initialised, published with release and read with
-/// acquire. ACE's lock for static objects guards creation and destruction.
+/// `instance` is a plain pointer, which must be constant-initialised. It is published with release
+/// and read with acquire. ACE's lock for static objects guards creation and destruction.
 
 #include <atomic>
 #include <memory>
@@ -36,9 +36,10 @@ template <class T, class Check>
     T* created = nullptr;
     WithStaticObjectLock([&] {
         if (instance == nullptr) {
-            auto made = std::make_unique<T>();
-            if (instance == nullptr) { // T's constructor may have called the platform, and that us
-                std::atomic_ref<T*>(instance).store(made.release(), std::memory_order_release);
+            auto object = std::make_unique<T>();
+            // Again: T's constructor may call the platform, which may call the library.
+            if (instance == nullptr) {
+                std::atomic_ref<T*>(instance).store(object.release(), std::memory_order_release);
                 check();
             }
         }

@@ -1,14 +1,14 @@
 #ifndef BASE_QN_CHECK_H
 #define BASE_QN_CHECK_H
 
-/// Internal checks: a check that fails writes one line, and then carries on or returns.
+/// Internal checks: a check that fails writes one line, and then continues or returns.
 ///
 ///     QN_CHECK_AT("translog", 467)
 ///     QN_RETURN_IF_NOT_TRUE(NULL != pBuffer);
 ///
 /// writes "file:translog:467,QN_RETURN_IF_NOT_TRUE: NULL != pBuffer" at level 1. People look for
 /// file, line and text in logs, so these must not change when code moves. The text is the condition
-/// as written, so conditions must not be rewritten: they keep their NULL. A check without its
+/// as written, so conditions must not be rewritten: they keep their NULL. A check without a
 /// QN_CHECK_AT does not compile.
 ///
 /// Each condition is evaluated once. The macros may be used without braces in an if with an else.
@@ -62,7 +62,7 @@ void ReportAssertion(const CheckSite& site, const char* expression);
         }                                                                                          \
     } while (false)
 
-// The text of an assertion shows its macros expanded, which takes a second macro.
+// The text of an assertion shows its macros expanded, which needs a second macro.
 #define QN_ASSERT(cond) QN_ASSERT_EXPANDED((cond))
 
 #define QN_ASSERT_EXPANDED(cond)                                                                   \

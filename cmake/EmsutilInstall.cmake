@@ -1,6 +1,6 @@
-# What is installed, in two components: Runtime has the shared libraries, Development what a host is built
-# with, and emshost, because a package of shared libraries has no programs. If the install directories
-# are relative, the installed tree can be moved; they may be absolute, too.
+# The installed files, in two components. Runtime has the shared libraries. Development has the files that
+# a host is built with, and emshost, because a package of shared libraries must not have programs. If the
+# install directories are relative, the installed tree can be moved. They may also be absolute.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -26,7 +26,7 @@ if(EMSUTIL_BUILD_HOST)
         COMPONENT Development)
 endif()
 
-# What is installed finds the libraries beside it, also outside the dynamic linker's own directories.
+# Installed files find the libraries beside them, also outside the dynamic linker's own directories.
 if(NOT DEFINED CMAKE_INSTALL_RPATH)
     file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
     set_property(TARGET emsutil PROPERTY INSTALL_RPATH "\$ORIGIN")
@@ -61,7 +61,8 @@ install(EXPORT emsutil
     COMPONENT Development)
 
 # pkg-config. A relative directory is written relative to the file itself, except in the system's
-# directories, which pkg-config omits if it knows them by their names. Blanks and the like are escaped.
+# directories, which pkg-config omits if it knows them by their names. Blanks and special characters are
+# escaped.
 function(emsutil_escape variable path)
     string(REGEX REPLACE "([^-A-Za-z0-9_+=:,./~@%])" "\\\\\\1" escaped "${path}")
     set(${variable} "${escaped}" PARENT_SCOPE)

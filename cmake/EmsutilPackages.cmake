@@ -5,13 +5,13 @@ set(runtime libemsutil${EMSUTIL_SOVERSION})
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "emsutil developers <emsutil@example.org>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-# Strips what the packages have; what gdb reads goes into a package NAME-dbgsym for each.
+# The packaged files are stripped. Their debug information is put into packages NAME-dbgsym.
 set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
 set(CPACK_COMPONENTS_ALL Runtime Development Tools)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# for emshost, which needs libraries that no package has yet
+# Where the libraries of emshost are while no package has them yet.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}" "${PROJECT_BINARY_DIR}/platform")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")

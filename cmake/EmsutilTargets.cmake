@@ -1,4 +1,4 @@
-# What every target of ours is compiled with. Nothing of it reaches a user of the library.
+# The compile options of all our targets. A user of the library does not receive them.
 
 add_library(emsutil_sanitizers INTERFACE)
 if(EMSUTIL_SANITIZE)
@@ -23,14 +23,14 @@ function(emsutil_configure_target target)
     target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:emsutil_sanitizers>")
 endfunction()
 
-# What a library of ours has besides, when it is a shared one. `exports` is a linker version script.
+# The properties of our shared libraries. `exports` is a linker version script.
 function(emsutil_configure_library target exports)
     set_target_properties(${target} PROPERTIES
         VERSION ${PROJECT_VERSION}
         SOVERSION ${EMSUTIL_SOVERSION}
         LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${exports}")
-    # It keeps what belongs to the process, and threads and exit handlers may still run its code, so
-    # a plugin that brought it in must not take it away when it is closed.
+    # The library keeps objects of the process, and threads and exit handlers may still run its code.
+    # Closing a plugin that has loaded it must therefore not unload it.
     target_link_options(${target} PRIVATE "LINKER:-z,nodelete"
         "LINKER:--version-script=${CMAKE_CURRENT_SOURCE_DIR}/${exports}")
 endfunction()

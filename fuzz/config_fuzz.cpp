@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* KEY = "MsgHandleMode";
 
-/// A file in memory, which has a path too.
+/// A file in memory, with a path.
 class MemoryFile
 {
 public:
@@ -46,7 +46,7 @@ struct Answer
     bool operator==(const Answer&) const = default;
 };
 
-/// What a file with this text answers to one who has `value` so far.
+/// Reads the key from a file with this text into a variable that holds `value`.
 Answer Read(const std::string& text, int value)
 {
     static MemoryFile& file = *new MemoryFile;

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// Ends the process, and with it keeps the input, where `condition` does not hold.
+/// Aborts the process if `condition` does not hold. libFuzzer then keeps the input.
 inline void Expect(bool condition, const char* what)
 {
     if (!condition) {

@@ -43,7 +43,8 @@ std::string LineOf(const EmsNVTPList& list)
     return line;
 }
 
-/// The line that says the same with everything quoted. Two commands are equal when their lines are.
+/// Returns a line of the same command with everything quoted. Two commands are equal if their lines
+/// are.
 std::string LineOf(const EmsGeneralCmd& cmd)
 {
     std::string line = Quote(cmd.name) + LineOf(cmd.nvtps);
@@ -58,7 +59,7 @@ void CheckCommand(const Parsed& parsed, std::size_t size)
     EmsGeneralCmd cmd = parsed.m_Cmd;
     const std::string text = cmd.ToString();
     Expect(text.starts_with(':') && text.ends_with("};"), "a text form is whole");
-    // What costs most is "a= ", three bytes for the 34 of an empty pair.
+    // The greatest growth is that of "a= ": three bytes become the 34 of an empty pair.
     Expect(text.size() <= 32 + 16 * size, "a text form is no longer than its line allows");
 
     const Parsed again(LineOf(parsed.m_Cmd));

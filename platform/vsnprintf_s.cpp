@@ -10,9 +10,9 @@ int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* 
     if (dest == nullptr || destMax == 0) {
         return -1;
     }
-    // Text that does not fit costs glibc far more than a copy, so most texts are formatted here.
-    // More room would be too much for a thread with the smallest stack (16 KiB) and 4 KiB of its
-    // own data.
+    // Text that does not fit costs glibc's vsnprintf far more than a copy, so most texts are
+    // formatted here and then copied. A larger buffer would be too much for a thread with the
+    // smallest stack (16 KiB) and 4 KiB of its own data.
     char room[3072];
     const std::size_t most = std::min(count, destMax - 1);
     const bool fitsRoom = most < sizeof room;

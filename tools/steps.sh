@@ -1,7 +1,7 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # used by, and set by, the scripts that source this
-# What ./demo, ./check, .ci/run and the scripts in tools/ and bench/ have in common. A script sets
-# `script`, its name in messages, and `preset`, what it configures (CMakePresets.json), and sources
-# this from the repository's root. The build directory of the preset is then in `folder`.
+# The steps that ./demo, ./check, .ci/run and the scripts in tools/ and bench/ share. A script must set
+# `script` to its name in messages and `preset` to a preset of CMakePresets.json, and source this file
+# in the repository's root. `folder` is then the build directory of the preset.
 
 set -u -o pipefail
 
@@ -50,7 +50,7 @@ need() {
         need_commands "$@"
         return
     fi
-    # shellcheck disable=SC2016 # dpkg-query fills these in
+    # shellcheck disable=SC2016 # dpkg-query replaces these
     installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' "$@" 2>/dev/null)
     for package; do
         grep -qxF "$package installed" <<<"$installed" || missing+=("$package")
@@ -68,12 +68,12 @@ need() {
 
 install_packages() {
     local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get)
-    # If a source of several cannot be reached, the installation may succeed all the same.
+    # If one of several package sources cannot be reached, the installation may still succeed.
     "${apt[@]}" update
     "${apt[@]}" install --yes --no-install-recommends "${missing[@]}"
 }
 
-# Without Debian's packages only commands can be looked for; CMake names a missing library.
+# Without Debian's packages this finds only missing commands. CMake names a missing library.
 need_commands() {
     local package command missing=()
     for package; do

@@ -43,7 +43,8 @@ public:
     RegistryTeardown& operator=(const RegistryTeardown&) = delete;
 };
 
-/// Returns whether a thread that has asked for g_TransLogMapLock may use the registry.
+/// Returns whether the registry may be used: `guard` holds g_TransLogMapLock, and the registry has
+/// not been torn down.
 template <class Guard>
 bool IsOpen(const Guard& guard)
 {
@@ -56,7 +57,8 @@ bool HasRoom(int count, int n)
     return std::int64_t{count} + n <= INT_MAX;
 }
 
-/// Adds to a count that only the holder of its lock changes: cheaper than an atomic addition.
+/// Adds to a count. Only the holder of its lock changes it, so this need not be an atomic addition,
+/// which takes longer.
 void AddTo(std::atomic<int>& count, int n)
 {
     count.store(count.load(std::memory_order_relaxed) + n, std::memory_order_release);
@@ -72,8 +74,8 @@ void CheckReleasable(int m_nRefCount, int m_nRefCountEx)
     QN_LOG_IF_NOT_TRUE(m_nRefCount > m_nRefCountEx);
 }
 
-// The checks in a handle's destructor: an exception of the debug interface must not keep the
-// reference or the log, and the thread must not be cancelled there.
+// The checks in the destruction of a handle or a log. An exception of the debug interface must not
+// prevent the destruction, and the thread must not be cancelled there.
 
 void CheckReferenced(int m_nRefCount)
 {
@@ -109,7 +111,7 @@ void CheckUnreferenced(int m_nRefCount, int m_nRefCountEx)
 /// Returns a handle value that no log has.
 ///
 /// REQUIRES: g_TransLogMapLock is held for writing.
-unsigned long DrawHandle()
+unsigned long NewHandleValue()
 {
     unsigned long handle = 0;
     do {
@@ -264,7 +266,7 @@ QNTransactionLog::QNTransactionLog() : m_pImpl(nullptr)
     if (!IsOpen(guard)) {
         return;
     }
-    impl->m_nHandle = DrawHandle();
+    impl->m_nHandle = NewHandleValue();
     g_TransLogMap.emplace(impl->m_nHandle, impl.get());
     m_pImpl = impl.release();
 }

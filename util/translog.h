@@ -66,7 +66,8 @@ public:
     std::map<TransBufKey, QNTransactionBuffer*, TransBufKeyLess> m_TransBufMap;
     ACE_RW_Thread_Mutex m_TransBufLock;
     // Changed under m_RefCountLock; the checks read them without it. The extra references are
-    // written last and read first, so that a reader never finds more of them than of all.
+    // written last and read first, so that a reader never finds more of them than of all
+    // references.
     std::atomic<int> m_nRefCount = 1;   // all references: attached handles and extra ones
     std::atomic<int> m_nRefCountEx = 0; // the extra ones
     ACE_Thread_Mutex m_RefCountLock;

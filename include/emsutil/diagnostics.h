@@ -39,8 +39,8 @@ namespace NSQN_EMSUTIL_AGENT {
 /// GetDefaultDebugInterface(). Returns null if the platform has none; the next call then asks the
 /// platform again. The caller must not delete it.
 ///
-/// Once there is a debug interface a call is one read, without a lock. Until then a call may wait,
-/// as long as the platform takes to return. May be called from a handler, a timer callback or a
+/// Once the library has the debug interface, a call is one read, without a lock. Until then a call
+/// may wait for the platform to return. May be called from a handler, a timer callback or a
 /// buffer's destructor.
 EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 
@@ -50,24 +50,24 @@ EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 /// rejects (a null format, a lone "%" at the end, a width beyond int, a wide character that the
 /// locale cannot show). The compiler checks the format against the arguments.
 ///
-/// A text of up to 511 characters takes one formatting pass. A longer text takes one pass per
-/// doubling of a 512-byte buffer until it fits, so a width near 2^31 takes minutes before the
-/// empty string is returned. Does not
-/// wait. May be called from anywhere.
+/// A text of up to 511 characters is formatted once. A longer text is formatted again each time
+/// that its buffer of 512 bytes has been doubled, until it fits. A format with a width near 2^31
+/// therefore takes minutes, and then returns the empty string. Does not wait. May be called from
+/// anywhere.
 EMSUTIL_API std::string string_format(const char* format, ...)
     __attribute__((format(printf, 1, 2)));
 
-/// Appends a message of 1 to 511 characters to the process's report file. Nothing is added: callers
-/// must end lines with "\n" themselves.
+/// Appends a message of 1 to 511 characters to the process's report file. The message is written as
+/// it is: callers must end lines with "\n" themselves.
 ///
 /// The path of the file is the parent of the platform's install path, followed by "../var/dump/",
-/// the process's name and ".rpt". The first call with a format fixes it, even if its message is
-/// dropped. The file is opened and closed for each entry, and created if it does not exist (mode
-/// 0644). Its directory is not created.
+/// the process's name and ".rpt". The first call whose format is not null fixes the path, even if
+/// it writes nothing. The file is opened and closed for each entry, and created if it does not
+/// exist (mode 0644). Its directory is not created.
 ///
-/// Writes nothing when the format is null or malformed, when the message is empty or longer, or
-/// when the file cannot be opened or locked against other entries. A full disk may cut an entry
-/// short.
+/// Writes nothing when the format is null or malformed, when the message is empty or longer than
+/// 511 characters, or when the file cannot be opened or locked against other entries. A full disk
+/// may cut an entry short.
 ///
 /// The entries of one process never mix. Two processes with the same name share a file, and an
 /// entry of one may stand between the time stamp and the message of the other.
@@ -80,8 +80,8 @@ EMSUTIL_API void EmsUtilTraced(const char* format, ...) __attribute__((format(pr
 /// "Sun Nov 22 20:38:00 2026". The stamp is left out when the time cannot be converted.
 EMSUTIL_API void EmsUtilReport(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Measures how long a block takes, and writes its description and the time where the block ends.
-/// These are two lines at level 1 of the debug interface: "%s\n" and "used time(ms): %d\n".
+/// Measures how long a block takes. Where the block ends, writes the description and the time as
+/// two lines at level 1 of the debug interface: "%s\n" and "used time(ms): %d\n".
 ///
 /// The time is in whole milliseconds of the wall clock, truncated. It is 0 when the clock was set
 /// back meanwhile, and at most 2147483647. A clock that fails reads 0.

@@ -22,15 +22,15 @@
 ///     runGeneralCmd();    // the draining thread: run what is queued
 ///
 /// The queue is bounded: addGeneralCmd() waits while it is full. A program with one thread must
-/// therefore drain before the queue is full (205 commands on x86-64), or it waits for ever.
+/// therefore drain before the queue is full, or it waits for ever.
 ///
 /// Thread safety: any thread may register, add and run at any time. Only one thread at a time
 /// should drain. A record has no lock: threads may read it together, but no thread may change it
 /// meanwhile.
 /// Ownership: a record owns all that it holds, and every copy is deep. The queue owns its copies.
 /// Errors: no function reports an error. A call that fails does nothing, except that a drain drops
-/// a command that it cannot look up. std::bad_alloc passes to the caller, and the call has then
-/// done nothing, except that an assignment may be half done.
+/// a command that it cannot look up. std::bad_alloc passes to the caller. The call has then done
+/// nothing, except that an assignment may be half done.
 
 #include <cstdint>
 #include <list>
@@ -59,10 +59,11 @@ enum : std::int32_t {
 
 /// One name, one value as text, and the type code of the value.
 ///
-/// Text form: "nvtp={name=N,value=V,rtype=String}", or "...,rtype=Long}" with the value read as
-/// strtoll() reads it in base 10 (leading blanks and a sign are accepted, reading stops at the
-/// first other character, no digits give 0), reduced to 32 bits. A record with any other type code
-/// is stored and copied like these, but its text form is empty.
+/// Text form: "nvtp={name=N,value=V,rtype=String}" or "nvtp={name=N,value=V,rtype=Long}". In the
+/// second form V is the value as strtoll() reads it in base 10, reduced to 32 bits: leading blanks
+/// and a sign are accepted, reading stops at the first character that is not a digit, and a value
+/// without digits is 0. A record with any other type code is stored and copied like these, but its
+/// text form is empty.
 class EMSUTIL_API EmsNameAndValueStringTypePair
 {
 public:
@@ -163,11 +164,11 @@ public:
 
 /// Queues a copy of `cmd`. Once the call has returned, the caller may change or destroy `cmd`.
 ///
-/// The queue is full from 16384 bytes on, counted as sizeof(EmsGeneralCmd) per command: with 205
-/// commands on x86-64. While it is full the call waits, without a time limit, until a drain removes
-/// a command. On the draining thread itself, in a handler, it never waits for room, but adds beyond
-/// the limit. A timer callback or a buffer's destructor should not add, because all else that runs
-/// on that thread would wait too.
+/// The queue is full when it has 16384 bytes or more, counted as sizeof(EmsGeneralCmd) per command:
+/// on x86-64 it is full with 205 commands. While it is full the call waits, without a time limit,
+/// until a drain removes a command. On the draining thread, which is then in a handler, the call
+/// never waits for room: it adds the command beyond the limit. A timer callback or a buffer's
+/// destructor should not add, because everything else that runs on that thread would wait too.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the handler of `cmd.name` at once on the calling thread. The handler receives `cmd` itself,

@@ -17,14 +17,15 @@
 ///         locks->EraseThrIDandInfo(threadId);
 ///     }
 ///
-/// Every call reads the platform's switch NSQN_util::g_bEnableMitLockErrMgr. While it is false,
-/// nothing is recorded and nothing is erased. The records are meant for a debugger, for
-/// emsutil-inspect and for core files: no function returns them.
+/// Every call that records or erases reads the platform's switch NSQN_util::g_bEnableMitLockErrMgr.
+/// While it is false, nothing is recorded and nothing is erased. The records are meant for a
+/// debugger, for emsutil-inspect and for core files: no function returns them.
 ///
 /// Thread safety: any thread may call any function at any time, except Destroy().
 /// Ownership: texts are copied. The library owns the manager until Destroy().
-/// Errors: no function reports an error. A call does nothing when its lock cannot be taken.
-/// std::bad_alloc passes to the caller, with no lock held.
+/// Errors: a null text throws std::logic_error while the switch is on. No other error is reported:
+/// a call does nothing when its lock cannot be taken. std::bad_alloc passes to the caller, with no
+/// lock held.
 
 #include <map>
 #include <string>
@@ -58,11 +59,12 @@ public:
 
     /// Records a copy of `info` for a thread id, unless the id has a text already: the first text
     /// stays until it is erased. Any int is a valid id. Throws std::logic_error when `info` is null
-    /// and the switch is on. May wait for another such call. May be called from anywhere.
+    /// and the switch is on. May wait for another call that records or erases. May be called from
+    /// anywhere.
     void InsertThrIDandInfo(int threadId, const char* info);
 
-    /// Erases the text of a thread id, if there is one. May wait for another such call. May be
-    /// called from anywhere.
+    /// Erases the text of a thread id, if there is one. May wait for another call that records or
+    /// erases. May be called from anywhere.
     void EraseThrIDandInfo(int threadId);
 
     /// The manager, or null. It is published with release: a reader must read it with acquire, or

@@ -30,10 +30,10 @@
 /// fails reads 0.
 ///
 /// Thread safety: any thread may call any function at any time. A map of named values has no lock:
-/// only one thread at a time may use it. Entries and exits wait for queries, and queries wait for
-/// them. (IsEmsThreadReport() waits only for the first entry of a report thread, and only that
-/// entry waits for it.) glibc prefers readers: queries that overlap without a gap can delay entries
-/// and exits without limit. One thread should therefore query, with pauses.
+/// only one thread at a time may use it. Entries and exits wait for queries other than
+/// IsEmsThreadReport(), and these queries wait for them. glibc prefers readers: queries that
+/// overlap without a gap can delay entries and exits without limit. One thread should therefore
+/// query, with pauses.
 /// Ownership: the caller's map belongs to the caller and is not kept. Records are returned as
 /// copies.
 /// Errors: a call that cannot take its lock does nothing, returns false if it returns a bool, and
@@ -68,11 +68,11 @@ struct EmsThreadInfo
     unsigned long m_ulThreadId = 0; ///< as pthread_self() returned it
     int m_nStatus = 0;              ///< 1 inside the monitored work, 0 outside
     ACE_Time_Value m_StartTime;     ///< the first entry, or the latest exit if there is one
-    ACE_Time_Value m_Duration;    ///< from the exit before the latest entry to that entry, 0 before
-                                  ///< that, or as GetEmsThreadInfo() set it
-    ACE_Time_Value m_MaxDuration; ///< the largest m_Duration that the record had at an entry
-    long long m_llRecvs = 0;      ///< the number of entries and exits
-    EmsThreadInfoMap m_InfoMap;   ///< the named values of all entries, merged
+    ACE_Time_Value m_Duration;      ///< the time since m_StartTime when the thread last entered. 0
+                                    ///< before its second entry. GetEmsThreadInfo() may change it.
+    ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had at an entry
+    long long m_llRecvs = 0;        ///< the number of entries and exits
+    EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged
 };
 
 /// Monitored work: the thread enters it where the object is created, and leaves it where the object
@@ -84,13 +84,14 @@ class EMSUTIL_API RegEmsThreadInfo
 {
 public:
     /// Enters on the calling thread. Copies the named values of `pInfo`, which may be null, into
-    /// the thread's record. Values that are only in the record stay. The map must not be changed
+    /// the thread's record. Values of other names stay in the record. The map must not be changed
     /// until the constructor has returned. May wait for queries.
     EMSUTIL_SCOPE_OBJECT explicit RegEmsThreadInfo(
         std::map<std::string, std::pair<std::string, int>>* pInfo);
 
-    /// Leaves, for the thread that entered, whichever thread calls it. Does not throw. A thread
-    /// cannot be cancelled in it. May wait for queries.
+    /// Leaves the monitored work. The exit counts for the thread that entered, even if another
+    /// thread destroys the object. Does not throw. A thread cannot be cancelled in it. May wait for
+    /// queries.
     ~RegEmsThreadInfo();
 
     RegEmsThreadInfo(const RegEmsThreadInfo&) = delete;
@@ -110,12 +111,12 @@ EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, i
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, int value);
 
-/// Returns whether the measured time of any thread that is inside is `seconds` or more. Returns
-/// false for 0. May run at the same time as other queries.
+/// Returns true if a thread is inside and its measured time is `seconds` or more. Returns false for
+/// 0. May run at the same time as other queries.
 EMSUTIL_API bool IsEmsThreadTimeout(long seconds);
 
 /// Returns whether the thread with this id is a report thread. Waits only for the first entry of a
-/// report thread.
+/// report thread, and only such an entry waits for this call.
 EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 
 /// Writes all records, in the order of thread ids, as one text to the debug interface, at level 1:
@@ -134,9 +135,9 @@ EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 EMSUTIL_API void StatEmsThreadInfo();
 
 /// Appends copies of records to `infos`, in the order of thread ids. If `seconds` is 0, appends all
-/// records. Otherwise appends those for which IsEmsThreadTimeout(seconds) would return true, and
-/// sets m_Duration to the elapsed time, both in the copy and in the process's record, where it
-/// stays until the thread's next entry.
+/// records. Otherwise appends those for which IsEmsThreadTimeout(seconds) would return true. Then
+/// it also sets m_Duration to the measured time, both in the copy and in the process's record,
+/// where it stays until the thread's next entry.
 ///
 /// If memory runs out, appends nothing and changes no record. With a threshold the call waits for
 /// other queries, and they wait for it, except IsEmsThreadReport().
@@ -145,10 +146,11 @@ EMSUTIL_API void GetEmsThreadInfo(std::list<EmsThreadInfo>& infos, long seconds)
 /// Returns the process's message-handling mode: the integer "MsgHandleMode" of the platform's
 /// configuration file if that is 0 or 1, and otherwise 1.
 ///
-/// The first call reads the file. Its result holds until the process ends, and threads that call
-/// meanwhile wait for it: the platform must not wait for such a thread. Exceptions of the platform
-/// pass to the caller, and the next call reads again. Returns 1, without reading, when the lock
-/// fails and when the platform calls this function while it reads.
+/// The first call reads the file, and its result holds until the process ends. Threads that call
+/// meanwhile wait for the first call, so the platform must not wait for such a thread while it
+/// reads. Exceptions of the platform pass to the caller, and the next call reads again. Returns 1,
+/// without reading, in two cases: the lock fails, or the platform calls this function while it
+/// reads.
 EMSUTIL_API int ReadMsgHandleModeSwitcher();
 
 } // namespace NSQN_EMSUTIL_AGENT

@@ -1,7 +1,8 @@
 #ifndef EMSUTIL_TIMER_H
 #define EMSUTIL_TIMER_H
 
-/// Timers: a task manager of the platform calls a function of the caller once, shortly afterwards.
+/// Timers: a task manager of the platform calls the caller's function once, after one of its units
+/// of time.
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -28,13 +29,13 @@
 namespace NSQN_EMSUTIL_AGENT {
 
 /// The functions of a timer. A null function is not called. Without pfnCopyParam the timer's data
-/// is null.
+/// is null. pfnCopyParam and pfnFreeParam are not called for data that is null.
 ///
-/// | function | receives | is called | by the thread that |
+/// | function | receives | is called once | by the thread that |
 /// |---|---|---|---|
-/// | pfnCopyParam | the caller's data, if not null | once, at once | schedules |
-/// | pfnTimeout | the copy, which may be null | once, at the expiry | delivers it |
-/// | pfnFreeParam | the copy, if not null | once, with the timer | destroys the task |
+/// | pfnCopyParam | the caller's data | while the timer is scheduled | schedules it |
+/// | pfnTimeout | the copy, which may be null | at the expiry | delivers the expiry |
+/// | pfnFreeParam | the copy | when the task is destroyed | destroys the task |
 struct EmsUtilTimerInterface
 {
     void (*pfnTimeout)(void*);    ///< the caller's function
@@ -53,8 +54,8 @@ struct EmsUtilTimerInterface
 /// Writes "Find TaskMgrID %d failed\n" when there is no such manager, or no application manager.
 /// Writes "new EmsUtilAgentTimerTask task failed bytes %u\n" when there is no memory for the timer.
 /// Writes nothing when the timer's lock fails, or when the task manager has no memory to arm the
-/// timer. After each of these failures the timer does not fire, and its data, if copied, has been
-/// passed to pfnFreeParam.
+/// timer. After each of these failures the timer does not fire. If its data has been copied, the
+/// copy is passed to pfnFreeParam when the task is destroyed.
 EMSUTIL_API void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
                                       void* param);
 

@@ -23,24 +23,24 @@
 ///         log.Release();
 ///     } // the last reference: the log and its buffers are destroyed
 ///
-/// A log exists while a handle is attached to it or extra references remain. It is destroyed by the
-/// destruction of a handle that leaves no reference, or by ClearAllLog().
+/// A log exists while a handle is attached to it or extra references remain. It is destroyed when a
+/// handle is destroyed and no reference remains, or by ClearAllLog().
 ///
 /// Thread safety: any thread may call any operation at any time, but only one thread at a time may
 /// use a handle. Each thread that works on a log should therefore create a handle of its own. Every
 /// operation except GetHandle() and IsValid() may wait. Callers must guard the contents of a
-/// buffer themselves. Threads that use logs should end before main() returns: after the host's
-/// static objects the registry of logs is torn down, and the operations that need it do nothing
-/// from then on.
+/// buffer themselves. Threads that use logs should end before main() returns: the registry of logs
+/// is torn down after the host's static objects are destroyed, and the operations that need it do
+/// nothing from then on.
 /// Ownership: a buffer belongs to the log from AddBuffer() until RemoveBuffer(). A log that is
 /// destroyed deletes its buffers. The result of GetBuffer() is borrowed: it is valid while the log
 /// exists and the buffer is in it.
-/// Errors: an operation that cannot take its lock does nothing and returns its negative result.
-/// Misuse writes a check line, "file:translog:<number>,<text>", through the debug interface.
-/// std::bad_alloc and exceptions of the debug interface pass to the caller; no lock is then held,
-/// and nothing is half done. But no exception passes out of a handle's destructor or ClearAllLog(),
-/// and a thread cannot be cancelled in these two. A handle whose destructor cannot take its locks
-/// keeps its reference, so that its log exists until ClearAllLog().
+/// Errors: an operation that cannot take its lock does nothing, and returns 0 or null if it returns
+/// a value. Misuse writes a check line, "file:translog:<number>,<text>", through the debug
+/// interface. std::bad_alloc and exceptions of the debug interface pass to the caller, with no lock
+/// held and nothing half done. A handle's destructor and ClearAllLog() are different: no exception
+/// passes out of these two, and a thread cannot be cancelled in them. A handle whose destructor
+/// cannot take its locks keeps its reference, so that its log exists until ClearAllLog().
 ///
 /// The library holds the locks of the log, or the lock of all logs, when it writes most check
 /// lines. The debug interface must therefore not call an operation of a transaction log, and should
@@ -86,7 +86,8 @@ public:
     QNTransactionLog(const QNTransactionLog&) = delete;
     QNTransactionLog& operator=(const QNTransactionLog&) = delete;
 
-    /// Returns the log's handle value. An unattached handle writes a check line and returns 0.
+    /// Returns the log's handle value. If the handle is unattached, writes a check line and returns
+    /// 0.
     unsigned long GetHandle();
 
     /// Returns whether the handle is attached to a log.
@@ -107,7 +108,8 @@ public:
     int Release();
 
     /// Destroys every log of the process, in the order of handle values, even if it has references.
-    /// Each log that has some writes check lines. Later handle values continue the sequence.
+    /// Writes check lines for each log that has references. Later handle values continue the
+    /// sequence.
     ///
     /// REQUIRES: no handle in the process is attached. Such a handle would point to a log that does
     /// not exist any more.
@@ -122,12 +124,12 @@ public:
     /// operations on the buffers of this log.
     void AddBuffer(const std::string& name, unsigned long num, QNTransactionBuffer* pBuffer);
 
-    /// Returns the buffer with this key, or null. It still belongs to the log. Look-ups on one log
-    /// run at the same time, and wait for AddBuffer() and RemoveBuffer().
+    /// Returns the buffer with this key, which still belongs to the log. Returns null if there is
+    /// none. Look-ups on one log run at the same time, and wait for AddBuffer() and RemoveBuffer().
     QNTransactionBuffer* GetBuffer(const std::string& name, unsigned long num);
 
-    /// Removes the buffer with this key and returns it, or returns null. It then belongs to the
-    /// caller. Waits for other operations on the buffers of this log.
+    /// Removes the buffer with this key and returns it. It then belongs to the caller. Returns null
+    /// if there is none. Waits for other operations on the buffers of this log.
     QNTransactionBuffer* RemoveBuffer(const std::string& name, unsigned long num);
 
 private:

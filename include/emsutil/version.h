@@ -1,7 +1,8 @@
 #ifndef EMSUTIL_VERSION_H
 #define EMSUTIL_VERSION_H
 
-/// The version of emsutil: of the headers at compile time, of the library at run time.
+/// The version of emsutil. EMSUTIL_VERSION is that of the headers, and EmsUtilVersion() returns
+/// that of the library.
 ///
 ///     if (std::strcmp(EmsUtilVersion(), EMSUTIL_VERSION) != 0)
 ///         std::puts("compiled with the headers of another version");
@@ -12,7 +13,7 @@
 
 #include "emsutil/export.h"
 
-// These are the numbers of project() in CMakeLists.txt: the library does not compile with others.
+// These must be the numbers of project() in CMakeLists.txt. Otherwise the library does not compile.
 #define EMSUTIL_VERSION "1.0.0" ///< the version of these headers
 #define EMSUTIL_VERSION_MAJOR 1 ///< its first number
 #define EMSUTIL_VERSION_MINOR 0 ///< its second number

@@ -15,7 +15,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-/// string_format without the compiler's view of the format, for formats that it would refuse.
+/// string_format for formats that the compiler would refuse.
 std::string (*const FormatUnchecked)(const char*, ...) = string_format;
 
 std::vector<std::size_t> TakeFormatCounts()
@@ -41,7 +41,7 @@ TEST(StringFormat, ReturnsTextsOfAnyLengthWholeAfterTheFewestDoublings)
     EXPECT_EQ(TakeFormatCounts().size(), 19u); // 512 * 2^18 is the first that holds it
 }
 
-TEST(StringFormat, TakesTheArgumentsAfreshOnEveryAttempt)
+TEST(StringFormat, ReadsTheArgumentsFromTheFirstOnEveryAttempt)
 {
     EXPECT_EQ(string_format("%d %5000s %.2f %s", -7, "x", 1.5, "100%"),
               "-7 " + std::string(4999, ' ') + "x 1.50 100%");
@@ -145,7 +145,7 @@ TEST(Checks, AskThePlatformAtEveryReportAndSkipTheLineWithoutADebugInterface)
         ThePlatform().hasDebugInterface = has;
         EXPECT_EQ(ReturnErrorCodeIfNotTrue(false), -5);
         QN_CHECK_AT("sample", 5)
-        QN_ASSERT(!has); // which does not ask
+        QN_ASSERT(!has); // it does not ask the platform
         EXPECT_EQ(ThePlatform().fetches, 1);
         EXPECT_EQ(TakeLines().size(), has ? 2u : 0u);
     }
@@ -155,7 +155,7 @@ TEST(ReportFile, KeepsMessagesAsTheyAreFormattedUpTo511Characters)
 {
     const ReportDirectory directory;
     const auto trace = EmsUtilTraced;
-    trace(nullptr); // makes no writer: the name counts that the process has at the first entry
+    trace(nullptr); // creates no writer: the first entry decides the name of the file
     NSQN_util::g_ProcName = "other";
     EmsUtilReport(nullptr);
     NSQN_util::g_ProcName = "test";
@@ -179,7 +179,7 @@ TEST(ReportFile, KeepsMessagesAsTheyAreFormattedUpTo511Characters)
 
 TEST(TimeGuard, WritesItsDescriptionAndWholeMilliseconds)
 {
-    // From and to, in microseconds, and what is told.
+    // The begin and the end in microseconds, and the time that is written.
     const std::tuple<long long, long long, const char*> cases[] = {
         {1'999, 2'000, "1"},
         {1'000, 2'999, "1"},
@@ -211,7 +211,7 @@ TEST(TimeGuard, WritesItsDescriptionAndWholeMilliseconds)
     EXPECT_EQ(TakeLines(), (Lines{check, told[0], told[1]}));
 }
 
-TEST(TimeGuard, EndsQuietlyWhateverHappens)
+TEST(TimeGuard, AnExceptionOrACancellationInALineDoesNotLeaveTheDestructor)
 {
     {
         const AgentTimeGuard guard("description");

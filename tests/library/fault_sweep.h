@@ -85,7 +85,7 @@ struct Operation
 
 std::vector<Operation> AllOperations();
 
-/// Gives the operations a clock and a configuration to work on.
+/// Sets the clock and the configuration that the operations use.
 void SetUpServices();
 
 /// Returns the state and then restores the first one.

@@ -109,8 +109,8 @@ int LowestFreeDescriptor()
     std::_Exit(status);
 }
 
-/// Runs the operation with the fault, then on this thread and on another without: both must find
-/// everything as it was. Returns whether the fault happened.
+/// Runs the operation with the fault, and then without it on this thread and on another one. Both
+/// must find everything as it was. Returns whether the fault happened.
 bool Survives(const Operation& operation, const Fault& fault)
 {
     SCOPED_TRACE(testing::Message()
@@ -247,7 +247,8 @@ TEST(FaultSweep, CoversEveryExportedOperation)
 
 TEST(FaultSweep, EveryOperationSurvivesEveryFault)
 {
-    // ACE has a word on memory that fails, and makes an object for it then.
+    // ACE writes a message when memory runs out, and would then create objects for it: create them
+    // now, and switch the message off.
     ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS);
     ACE_Log_Category::ace_lib().per_thr_obj();
     const ReportDirectory directory;

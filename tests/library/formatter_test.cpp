@@ -57,7 +57,7 @@ TEST(Formatter, StaysWithinItsBoundsAndLeavesTheEmptyTextForARejectedFormat)
     }
     char buffer[] = "####";
     EXPECT_LT(Format(buffer, 4, 3, "%c%600d", 0, 1), 0);
-    EXPECT_EQ(std::string(buffer, 4), std::string("\0  \0", 4)); // its NUL is at the very end
+    EXPECT_EQ(std::string(buffer, 4), std::string("\0  \0", 4)); // the closing NUL is the last byte
     std::memset(buffer, '#', 4);
     EXPECT_LT(Format(buffer, 4, 3, "%c%600d%", 0, 1), 0);
     EXPECT_EQ(std::string(buffer, 4), std::string("\0###", 4));
@@ -66,7 +66,7 @@ TEST(Formatter, StaysWithinItsBoundsAndLeavesTheEmptyTextForARejectedFormat)
     EXPECT_LT(Format(nullptr, 8, 7, "%s", "text"), 0);
 }
 
-TEST(Formatter, AConversionMayFormat)
+TEST(Formatter, ARegisteredConversionMayFormat)
 {
     register_printf_specifier(
         'Y',

@@ -43,7 +43,7 @@ void Register(std::string name, EmsGeneralCmdHandler handler)
     RegEmsUtilCmd registration(name, handler);
 }
 
-/// What the handlers saw, in order; they run one at a time.
+/// The commands that the handlers received, in order. Handlers run one at a time.
 Names g_Seen;
 
 int See(EmsGeneralCmd* cmd, EmsGeneralCmd* second)
@@ -65,7 +65,7 @@ Names TakeSeen()
     return std::move(g_Seen);
 }
 
-/// "See0" ... for the commands `first` to `last`.
+/// Returns "See<number>" for each number from `first` to `last`.
 Names Numbered(int first, int last)
 {
     Names names;
@@ -190,7 +190,7 @@ TEST(Commands, AHandlerMayAddRunRegisterAndDrain)
     EXPECT_EQ(TakeSeen(), (Names{"other", "See0", "See1", "See2"}));
 }
 
-TEST(Commands, AThrowingHandlerLeavesTheRestQueuedAndTheThreadNoDrainer)
+TEST(Commands, AThrowingHandlerEndsTheDrainAndLeavesTheRestQueued)
 {
     Register("See", See);
     Register("Throw", [](EmsGeneralCmd*, EmsGeneralCmd*) -> int { throw std::string("thrown"); });
@@ -200,10 +200,10 @@ TEST(Commands, AThrowingHandlerLeavesTheRestQueuedAndTheThreadNoDrainer)
     EXPECT_THROW(runGeneralCmd(), std::string);
     EXPECT_EQ(TakeSeen(), Names{});
 
-    // Had the drain not ended, this thread would now queue past the limit instead of waiting.
+    // If the drain had not ended, this thread would now add beyond the limit instead of waiting.
     static std::latch waiting(1);
     faults::g_pOnConditionWait = [] { waiting.count_down(); };
-    std::thread drainer([] {
+    std::thread draining([] {
         waiting.wait();
         faults::g_pOnConditionWait = nullptr;
         runGeneralCmd();
@@ -211,12 +211,12 @@ TEST(Commands, AThrowingHandlerLeavesTheRestQueuedAndTheThreadNoDrainer)
     for (int i = 2; i <= CAPACITY; ++i) {
         Add("See", std::to_string(i));
     }
-    drainer.join();
+    draining.join();
     runGeneralCmd();
     EXPECT_EQ(TakeSeen(), Numbered(0, CAPACITY));
 }
 
-TEST(Commands, AFullQueueHoldsOthersBackButNotTheHandlerThatDrainsIt)
+TEST(Commands, AnAddToAFullQueueWaitsExceptOnTheDrainingThread)
 {
     static std::thread producer;
     static std::latch waiting(1);
@@ -234,12 +234,12 @@ TEST(Commands, AFullQueueHoldsOthersBackButNotTheHandlerThatDrainsIt)
             Add("See", "Last");
             added.count_down();
         });
-        waiting.wait(); // it is held back, though this thread is not
+        waiting.wait(); // the producer waits, though this thread did not
         faults::g_pOnConditionWait = nullptr;
         EXPECT_FALSE(added.try_wait());
         return 0;
     });
-    // The queue is half full by then, so the producer must have been let in.
+    // The queue is half full then, so the producer must be able to add.
     Register("AwaitAdd", [](EmsGeneralCmd*, EmsGeneralCmd*) {
         added.wait();
         return 0;
@@ -262,7 +262,7 @@ TEST(Commands, AnAddToAFullQueueGivesUpWhenTheLockFails)
     for (int i = 0; i < CAPACITY; ++i) {
         Add("See", std::to_string(i));
     }
-    // The queue is locked anew for each attempt, so the attempts before have left it unlocked.
+    // Each attempt locks the queue again, so the earlier attempts must have unlocked it.
     for (const int n : {1, 2, 3}) {
         const faults::FailNth fail(faults::MUTEX_LOCK, n, EAGAIN);
         Add("See", "Lost");
@@ -278,7 +278,7 @@ TEST(Commands, ADrainThatLosesTheLastCommandToAnotherDoesNotWait)
     Add("See", "1");
     faults::g_pOnMutexLock = [] {
         static int locks = 0;
-        if (++locks == 2) { // the drain has seen the command, and is about to take it
+        if (++locks == 2) { // the drain has seen the command, and is about to remove it
             faults::g_pOnMutexLock = nullptr;
             std::thread([] { runGeneralCmd(); }).join();
         }
@@ -288,7 +288,7 @@ TEST(Commands, ADrainThatLosesTheLastCommandToAnotherDoesNotWait)
     EXPECT_EQ(TakeSeen(), Numbered(1, 1));
 }
 
-TEST(Commands, ARegistryThatGoesFreesWhatIsQueuedUnrun)
+TEST(Commands, DestroyingTheRegistryFreesQueuedCommandsWithoutRunningThem)
 {
     const long before = faults::LiveAllocations();
     {

@@ -25,7 +25,7 @@ std::string TempFile(const std::string& name)
 
 std::string g_Events;
 
-/// Appends its name to g_Events at each event, and a "~" with it when it is destroyed.
+/// Appends its name to g_Events at each event, and "~" with its name when it is destroyed.
 class NamedTask final : public eKorGnlTask
 {
 public:
@@ -93,7 +93,7 @@ TEST(Platform, ReadsIntegersFromTheConfigurationFile)
     std::remove(path.c_str());
 }
 
-TEST(Platform, PathsFollowWhatTheHostSets)
+TEST(Platform, PathsFollowTheSettingsOfTheHost)
 {
     std::string config;
     NSQN_util::GetEmsCfgFile(config);
@@ -110,7 +110,7 @@ TEST(Platform, PathsFollowWhatTheHostSets)
     EXPECT_FALSE(NSQN_util::g_bEnableMitLockErrMgr);
 }
 
-TEST(Platform, ACallbackGetsTheTextAsItIsAndMayPrintItself)
+TEST(Platform, ACallbackReceivesTheTextUnchangedAndMayPrint)
 {
     std::vector<std::string> lines;
     NSQN_util::DebugInterface* debug = NSQN_util::GetDefaultDebugInterface();
@@ -138,7 +138,7 @@ TEST(Platform, ACallbackGetsTheTextAsItIsAndMayPrintItself)
     debug->Flush();
 }
 
-TEST(Platform, AFileGetsWholeLinesFromAllThreads)
+TEST(Platform, AFileReceivesWholeLinesFromAllThreads)
 {
     const std::string path = TempFile("platform_test.log");
     std::remove(path.c_str());
@@ -181,7 +181,7 @@ TEST(Platform, TimersExpireInTheOrderInWhichTheyAreDue)
     const long second = c->SetTaskTimeInterval(10); // at 19
     a->SetTaskTimeInterval(0);                      // as 1: at 10
     EXPECT_NE(first, second);
-    c->DelTaskTimeInterval(first);  // not its own
+    c->DelTaskTimeInterval(first);  // a timer of another task
     EXPECT_EQ(eventsAt(18), "aab"); // the first again at 20, the other at 19
     EXPECT_EQ(eventsAt(19), "ca");
     EXPECT_EQ(eventsAt(20), "aba");

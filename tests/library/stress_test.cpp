@@ -1,5 +1,5 @@
-// The loads on all services with 2, 8 and 32 threads each, with exact totals; and the first use of
-// all.
+// The loads on all services with 2, 8 and 32 threads each, with exact totals, and the first use of
+// every service by many threads.
 
 #include <algorithm>
 #include <array>
@@ -85,7 +85,7 @@ void UseAllFirst()
         all.arrive_and_wait();
         EXPECT_EQ(ReadMsgHandleModeSwitcher(), 0);
     });
-    // Of two that were made, one would have had something that the other lacks.
+    // If two objects had been created, each would have only a part of the entries.
     static int ran = 0;
     std::string name = "count";
     RegEmsUtilCmd(name, [](EmsGeneralCmd*, EmsGeneralCmd*) { return ++ran; });

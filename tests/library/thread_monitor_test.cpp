@@ -67,7 +67,7 @@ protected:
     }
 };
 
-/// An entry or an exit of a thread with an id of the test's own, now.
+/// Enters or leaves now, for a thread with an id that the test chooses.
 void Report(unsigned long threadId, int status, const EmsThreadInfoMap* values = nullptr)
 {
     EmsThreadInfo event;
@@ -111,7 +111,7 @@ TEST_F(ThreadMonitor, ARecordFollowsEntriesAndExits)
         RegEmsThreadInfo inner(nullptr);
         EXPECT_EQ(MyState(), (State{1, 9 * SECOND, 5 * SECOND, 5 * SECOND, 6}));
     }
-    // Outside, though the outer stretch goes on.
+    // Outside, though the outer object still exists.
     EXPECT_EQ(MyState(), (State{0, 14 * SECOND, 5 * SECOND, 5 * SECOND, 7}));
     SetClock(13);
     RegEmsThreadInfo setBack(nullptr);
@@ -147,12 +147,12 @@ TEST_F(ThreadMonitor, NamedValuesAreSetByTheLastCallAndMergedAtEntries)
     EXPECT_EQ(MyRecord().m_InfoMap, expected);
 }
 
-TEST_F(ThreadMonitor, TheFirstEntryDecidesWhoIsAReportThread)
+TEST_F(ThreadMonitor, TheFirstEntryDecidesWhetherAThreadIsAReportThread)
 {
     const EmsThreadInfoMap report = {{"Report", {"", 9}}};
     const EmsThreadInfoMap other = {{"report", {"", 0}}};
     Enter(1);
-    Enter(1, &report); // or a new thread that has got the id of an ended one
+    Enter(1, &report); // also for a new thread with the id of an ended one
     Enter(2, &report);
     Enter(3, &other);
     EXPECT_FALSE(IsEmsThreadReport(1));
@@ -162,7 +162,7 @@ TEST_F(ThreadMonitor, TheFirstEntryDecidesWhoIsAReportThread)
     EXPECT_EQ(Records()[1].m_InfoMap, report);
 }
 
-TEST_F(ThreadMonitor, AnExitIsOfTheThreadThatEnteredAndMakesNoRecord)
+TEST_F(ThreadMonitor, AnExitCountsForTheThreadThatEnteredAndCreatesNoRecord)
 {
     auto* inside = new RegEmsThreadInfo(nullptr);
     std::thread([inside] { delete inside; }).join();
@@ -187,7 +187,7 @@ TEST_F(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
     RegEmsThreadInfo inside(nullptr);
     SetClock(102.999999);
     EXPECT_FALSE(IsEmsThreadTimeout(0));
-    EXPECT_TRUE(IsEmsThreadTimeout(102)); // since this thread left
+    EXPECT_TRUE(IsEmsThreadTimeout(102)); // since the exit of this thread
     EXPECT_FALSE(IsEmsThreadTimeout(103));
     GetEmsThreadInfo(infos, 3);
     EXPECT_EQ(infos.size(), 3u);
@@ -212,7 +212,7 @@ TEST_F(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
     EXPECT_EQ(Microseconds(MyRecord().m_StartTime), 0);
 }
 
-TEST_F(ThreadMonitor, AllRecordsAreHandedOutOrNone)
+TEST_F(ThreadMonitor, AQueryReturnsAllRecordsOrNone)
 {
     Enter(1);
     Enter(2);
@@ -264,7 +264,7 @@ TEST_F(ThreadMonitor, TheStatisticsAreOneText)
                                  " thread recvs        2\n"});
 }
 
-TEST_F(ThreadMonitor, ADebugInterfaceMayEnterAStretchOfItsOwn)
+TEST_F(ThreadMonitor, TheDebugInterfaceMayEnterMonitoredWork)
 {
     ThePlatform().onLine = [](const std::string&) { RegEmsThreadInfo inside(nullptr); };
     StatEmsThreadInfo();
@@ -274,9 +274,9 @@ TEST_F(ThreadMonitor, ADebugInterfaceMayEnterAStretchOfItsOwn)
     StatEmsThreadInfo();
 }
 
-TEST_F(ThreadMonitor, AnExitThatRunsOutOfMemoryEndsQuietly)
+TEST_F(ThreadMonitor, AnExitThatRunsOutOfMemoryDoesNotThrow)
 {
-    // Only one whose entry could not make the records has any to make.
+    // An exit needs memory only if its entry could not create the monitor.
     std::optional<RegEmsThreadInfo> inside;
     {
         const faults::FailNth noLock(faults::MUTEX_LOCK);
@@ -318,7 +318,7 @@ TEST(MsgHandleMode, IsReadOnceAndOnlyZeroAndOneCount)
             value = given;
             return result;
         };
-        // Each in a process of its own, as the first answer holds.
+        // Each in a process of its own, because the first result holds.
         EXPECT_EXIT(
             {
                 ReadMsgHandleModeSwitcher();

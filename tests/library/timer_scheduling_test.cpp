@@ -96,7 +96,7 @@ std::future<void> ExpectToWait(Operation operation)
     });
     started.get_future().wait();
     for (int i = 0; i < 1000; ++i) {
-        std::this_thread::yield(); // the other thread gets ahead if nothing holds it
+        std::this_thread::yield(); // the other thread would return if it did not wait
     }
     EXPECT_EQ(g_Events, "");
     EXPECT_EQ(done.wait_for(0s), std::future_status::timeout);
@@ -202,7 +202,7 @@ TEST(TimerScheduling, ThePlatformMayArmTheTaskItself)
     EXPECT_EQ(TakeEvents(), "timeout destroy free ");
 }
 
-TEST(TimerScheduling, WhatThePlatformThrowsInAnExpiryPasses)
+TEST(TimerScheduling, AnExceptionOfThePlatformInAnExpiryPassesOn)
 {
     g_Steering = {.onArm = KeepAndArm,
                   .onFinished = [](eKorTask&) { throw std::runtime_error("state"); }};

@@ -128,7 +128,7 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
     EXPECT_EQ(emsstandin::AddTaskManager(7, {}), nullptr);
     EXPECT_THROW(TaskManager({0us, nullptr}), std::invalid_argument);
     ScheduleEmsUtilTimer(7, g_Timer, &param);
-    manager.Stop(); // before it was started
+    manager.Stop(); // before Start()
     EXPECT_EQ(TakeEvents(), "copy free ");
     EXPECT_EQ(manager.DeliverExpired(), 0u);
 
@@ -140,7 +140,7 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
                                    },
                                    Same,
                                    [](void*) {
-                                       Manager().Stop(); // from a task's end
+                                       Manager().Stop(); // from a task's destruction
                                        g_Events += "free ";
                                    }};
     ScheduleEmsUtilTimer(7, stops, &param);
@@ -159,7 +159,7 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
     outer.Start();
     manager.Start();
     EmsUtilTimerInterface first = {[](void*) { Manager().DeliverExpired(); }, nullptr, nullptr};
-    // In an event of the outer, though another manager's is nearer.
+    // In an event of the outer manager, inside which an event of another manager runs.
     EmsUtilTimerInterface second = {[](void* given) { static_cast<TaskManager*>(given)->Stop(); },
                                     Same, nullptr};
     ScheduleEmsUtilTimer(8, first, nullptr);

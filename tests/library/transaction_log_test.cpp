@@ -61,7 +61,7 @@ TEST(TransactionLog, HandleValuesCountFromOneAndSkipZeroAndThoseInUse)
     QNTransactionLog first;
     EXPECT_EQ(first.GetHandle(), 1u);
     EXPECT_EQ(QNTransactionLog().GetHandle(), 2u);
-    QNTransactionLog::ClearAllLog(); // `first` is left behind, as documented
+    QNTransactionLog::ClearAllLog(); // `first` now points to a destroyed log
     TakeLines();
     EXPECT_EQ(QNTransactionLog().GetHandle(), 3u);
 
@@ -74,7 +74,7 @@ TEST(TransactionLog, HandleValuesCountFromOneAndSkipZeroAndThoseInUse)
     g_nNextTransLogHandle = 4;
     EXPECT_EQ(QNTransactionLog().GetHandle(), 5u);
     EXPECT_EQ(TakeLines(), Lines{});
-    new (&first) QNTransactionLog(0ul); // its log is gone
+    new (&first) QNTransactionLog(0ul); // its log has been destroyed
 }
 
 TEST(TransactionLog, AnUnattachedHandleDoesNothing)
@@ -122,7 +122,7 @@ TEST(TransactionLog, ExtraReferencesAreCountedAndMisuseOnlyReported)
     EXPECT_EQ(Counts(other.GetHandle()), std::pair(1, 0));
     EXPECT_EQ(TakeLines(), Lines{Line(439)});
 
-    // Counts that no caller can bring about: the checks are there for a log that is damaged.
+    // No caller can cause these counts: the checks are there for a damaged log.
     QNTransactionLogImpl& damaged = *g_TransLogMap.at(other.GetHandle());
     damaged.m_nRefCount = 2;
     damaged.m_nRefCountEx = 2;
@@ -138,7 +138,7 @@ TEST(TransactionLog, ExtraReferencesAreCountedAndMisuseOnlyReported)
     std::destroy_at(&other);
     EXPECT_EQ(TakeLines(), (Lines{Line(402), Line(354)}));
     new (&other) QNTransactionLog(0ul);
-    QNTransactionLog::ClearAllLog(); // of the references too many
+    QNTransactionLog::ClearAllLog(); // one of these has references
     new (&log) QNTransactionLog(0ul);
 }
 
@@ -159,7 +159,7 @@ TEST(TransactionLog, ClearAllLogDeletesLogsAndBuffersInOrder)
     QNTransactionLog::ClearAllLog();
 }
 
-TEST(TransactionLog, BuffersAreFiledUnderNameAndNumber)
+TEST(TransactionLog, BuffersAreKeptByNameAndNumber)
 {
     const std::string nul("a\0", 2);
     auto log = std::make_unique<QNTransactionLog>();
@@ -194,7 +194,7 @@ TEST(TransactionLog, BuffersAreFiledUnderNameAndNumber)
     EXPECT_EQ(TakeLines(), Lines{});
 }
 
-TEST(TransactionLog, ADebugInterfaceEndsNeitherADestructorNorItsThread)
+TEST(TransactionLog, AnExceptionOrACancellationInACheckLineDoesNotStopADestruction)
 {
     QNTransactionLog damaged;
     damaged.AddBuffer("a", 1, new Buffer("a1"));

@@ -22,7 +22,7 @@ struct TestPlatform
     // The argument `count` of each vsnprintf_s on this thread.
     static inline thread_local std::vector<std::size_t> formatCounts;
 
-    std::function<int(int& value)> readMode; // the answer to "MsgHandleMode" in "test.cfg"
+    std::function<int(int& value)> readMode; // reads "MsgHandleMode" in "test.cfg"
     std::atomic<int> modeReads = 0;
 
     std::string parentPath; // of the install path

@@ -6,7 +6,7 @@
 
 #include <memory>
 
-/// How a message was answered.
+/// The result of a message.
 typedef int eKorErrorCode;
 
 // Messages between tasks. Tasks of libemsutil neither send nor read any.
@@ -31,23 +31,23 @@ public:
     virtual void InitTaskCmdReqProcess(CmdMSG* msg);
     /// Called with a message to the task. This platform does not call it.
     virtual void eKorTaskCmdRecv(CmdMSG* msg) = 0;
-    /// Called with the answer to a message of the task. This platform does not call it.
+    /// Called with the response to a message of the task. This platform does not call it.
     virtual void eKorTaskCmdResp(eKorErrorCode code, CmdMSG* msg) = 0;
     /// Called each time that the interval timer with this id expires.
     virtual void eKorTaskTimeInterval(long id);
 
     /// Arms a timer that expires after `interval` of the manager's units of time, at least one, and
     /// again after each further `interval` until it is disarmed. Returns its id, or -1 when memory
-    /// runs out. Every other value is an id; this platform's are above 0 and never used twice. The
-    /// timer may expire on another thread before this function has returned, on this platform never
-    /// on the calling thread.
+    /// runs out. Every other value is an id. The ids of this platform are above 0 and never used
+    /// twice. The timer may expire on another thread before this function has returned. On this
+    /// platform it never expires on the calling thread before that.
     long SetTaskTimeInterval(unsigned int interval);
     /// Disarms the timer with this id. Ignores an id that is not an armed timer of this task.
     void DelTaskTimeInterval(long id);
-    /// At state 3 the task has finished, and its manager destroys it. This platform does so on
-    /// the thread that delivers events, after the event that it delivers. On another thread the
-    /// task may thus be destroyed before this function has returned; on the calling thread it never
-    /// is. The manager ignores other states.
+    /// At state 3 the task has finished, and its manager destroys it. This platform destroys it on
+    /// the thread that delivers events, after the current event. If that is another thread, the
+    /// task may be destroyed before this function has returned. The calling thread never destroys
+    /// it before that. The manager ignores other states.
     void eKorSetTaskState(int state);
 
     /// This platform's record of a task.
@@ -76,7 +76,7 @@ public:
     virtual ~PSyncHelp();
 };
 
-/// Owns tasks and delivers their events. Any thread may call it.
+/// Owns tasks and delivers their events. Any thread may call its operations.
 class eKorTaskMgr
 {
 public:

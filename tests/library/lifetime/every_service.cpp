@@ -33,7 +33,7 @@ namespace {
 
 constinit int g_nHandled = 0; // commands
 constinit int g_nBuffers = 0; // that exist
-constinit int g_nTimer = 0;   // 1 for its copying, 10 for its firing, 100 for its end
+constinit int g_nTimer = 0;   // 1 for its copy, 10 for its expiry, 100 for its destruction
 constinit int g_nLines = 0;   // debug lines
 
 struct Buffer : QNTransactionBuffer
@@ -87,7 +87,7 @@ void UseMonitor()
 
 void UseTimer()
 {
-    static constinit int calls = 0; // of the clock, a millisecond each
+    static constinit int calls = 0; // of the clock, which moves a millisecond per call
     emsstandin::TaskManager* const manager =
         emsstandin::AddTaskManager(7, {1us, [] { return ++calls * 1ms; }});
     REQUIRE(manager != nullptr);

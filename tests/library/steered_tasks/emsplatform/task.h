@@ -1,7 +1,7 @@
 #ifndef TESTS_LIBRARY_STEERED_TASKS_TASK_H
 #define TESTS_LIBRARY_STEERED_TASKS_TASK_H
 
-/// A task framework that does in each call what a test tells it.
+/// A task framework whose calls are functions of a test.
 
 #include <functional>
 #include <vector>
