@@ -155,10 +155,9 @@ TEST_F(ThreadMonitor, TheFirstEntryDecidesWhetherAThreadIsAReportThread)
     Enter(1, &report); // also for a new thread with the id of an ended one
     Enter(2, &report);
     Enter(3, &other);
-    EXPECT_FALSE(IsEmsThreadReport(1));
-    EXPECT_TRUE(IsEmsThreadReport(2));
-    EXPECT_FALSE(IsEmsThreadReport(3));
-    EXPECT_FALSE(IsEmsThreadReport(4));
+    for (unsigned long id = 1; id <= 4; ++id) {
+        EXPECT_EQ(IsEmsThreadReport(id), id == 2) << id;
+    }
     EXPECT_EQ(Records()[1].m_InfoMap, report);
 }
 

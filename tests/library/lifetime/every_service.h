@@ -1,28 +1,12 @@
 #ifndef TESTS_LIBRARY_LIFETIME_EVERY_SERVICE_H
 #define TESTS_LIBRARY_LIFETIME_EVERY_SERVICE_H
 
-/// Shared by the programs in this directory.
+#include "soak/load.h"
 
-#include <string>
+/// Does one burst of the work of each thread of the load, on the calling thread.
+void WorkOnce(const soak::Load& load);
 
-/// Uses every service and checks the results.
+/// Uses every service on the calling thread and checks the results.
 void UseEveryService();
-
-/// An installation in the current directory, with a report file and a configuration.
-struct Installation
-{
-    Installation();
-    ~Installation();
-    /// Returns the text in the report file.
-    std::string Report() const;
-
-    const std::string m_Root;
-};
-
-/// Creates a log with one buffer and one extra reference, which keeps it. Returns its handle value.
-unsigned long LeaveLog();
-
-/// Releases the extra reference of such a log and checks that the log is destroyed.
-void FinishLog(unsigned long handle);
 
 #endif

@@ -2,6 +2,7 @@
 // all except transaction logs. It must not crash, and no text may be wrong.
 
 #include <cstdlib>
+#include <functional>
 #include <latch>
 #include <string>
 #include <string_view>
@@ -11,14 +12,11 @@
 #include <unistd.h>
 
 #include <emsstandin/setup.h>
-#include <emsstandin/task_manager.h>
 
 #include "emsutil/diagnostics.h"
-#include "emsutil/general_command.h"
-#include "emsutil/thread_monitor.h"
-#include "emsutil/timer.h"
 #include "tests/library/lifetime/every_service.h"
 #include "tests/library/lifetime/require.h"
+#include "tests/library/lifetime/support.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 
@@ -34,43 +32,13 @@ void Format()
     EmsUtilTraced("[%s]", "entry");
 }
 
-void Enter()
-{
-    EmsThreadInfoMap values;
-    AddEmsThreadInfo(values, "number", 7);
-    const RegEmsThreadInfo inside(&values);
-    StatEmsThreadInfo();
-}
-
-void AddAndRun()
-{
-    EmsGeneralCmd cmd;
-    cmd.name = "name";
-    RegEmsUtilCmd(cmd.name, [](EmsGeneralCmd* queued, EmsGeneralCmd*) {
-        REQUIRE(queued->ToString() == ":name={objs={},nvtps={}};");
-        return 0;
-    });
-    addGeneralCmd(cmd);
-    runGeneralCmd();
-}
-
-void ScheduleTimer()
-{
-    EmsUtilTimerInterface timer = {
-        [](void* text) { REQUIRE(*static_cast<std::string*>(text) == "text"); },
-        [](void* text) {
-            return static_cast<void*>(new std::string(*static_cast<std::string*>(text)));
-        },
-        [](void* text) { delete static_cast<std::string*>(text); }};
-    std::string text = "text";
-    ScheduleEmsUtilTimer(7, timer, &text);
-}
-
-/// Exits while two threads format and one calls `use`, after each has done so once.
-[[noreturn]] void ExitWithThreads(void (*use)())
+/// Exits while two threads format and one does the work of `load`, after each has done so once.
+[[noreturn]] void ExitWithThreads(const soak::Load& load)
 {
     static std::latch used(3);
-    for (void (*const body)() : {Format, Format, use}) {
+    const auto work = [load] { WorkOnce(load); };
+    for (const std::function<void()>& body :
+         {std::function(Format), std::function(Format), std::function<void()>(work)}) {
         std::thread([body] {
             body();
             used.count_down();
@@ -96,13 +64,15 @@ bool HasOnlyWholeEntries(std::string report)
 
 int main()
 {
+    constexpr soak::Load (*loads[])(int) = {soak::GeneralCommandLoad, soak::ThreadMonitorLoad,
+                                            soak::TimerLoad, soak::TimeGuardLoad,
+                                            soak::LockErrorLoad};
     for (int i = 0; i < EXITS; ++i) {
         const Installation installation;
         const pid_t child = fork();
         if (child == 0) {
             emsstandin::SetDebugStream(nullptr);
-            emsstandin::AddTaskManager(7, {std::chrono::microseconds(50), nullptr})->Start();
-            ExitWithThreads(i % 3 == 0 ? Enter : i % 3 == 1 ? AddAndRun : ScheduleTimer);
+            ExitWithThreads(loads[static_cast<std::size_t>(i) % std::size(loads)](1));
         }
         int status = -1;
         waitpid(child, &status, 0);

@@ -1,6 +1,6 @@
 // A static object keeps a log from its constructor to its destructor.
 
-#include "tests/library/lifetime/every_service.h"
+#include "tests/library/lifetime/support.h"
 
 namespace {
 
