@@ -33,7 +33,7 @@ namespace {
 
 constexpr std::size_t LONGEST_ENTRY = 510; // the library's limit without the line end
 
-/// Of the main thread.
+/// Used by the main thread only.
 struct Report
 {
     std::optional<fs::path> file; // which the library decides on at the first entry

@@ -97,7 +97,7 @@ private:
     bool m_bInteractive = false;
     Counts m_Counts = {};
 
-    // Of the main thread.
+    // Used by the main thread only.
     int m_nQuitStatus = 0;
     std::list<Position> m_Running; // the commands that run, one inside another
     std::vector<std::function<void()>> m_AtEnd;
