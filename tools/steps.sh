@@ -1,13 +1,13 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # used by, and set by, the scripts that source this
 # The steps that ./demo, ./check, .ci/run and the scripts in tools/ and bench/ share. A script must set
 # `script` to its name in messages and `preset` to a preset of CMakePresets.json, and source this file
-# in the repository's root. `folder` is then the build directory of the preset.
+# in the repository's root. `directory` is then the build directory of the preset.
 
 set -u -o pipefail
 
 use_preset() {
     preset=$1
-    folder=${EMSUTIL_BUILD_DIR:-build}/$preset
+    directory=${EMSUTIL_BUILD_DIR:-build}/$preset
 }
 
 use_preset "$preset"
@@ -28,10 +28,10 @@ fail() {
 # step TEXT COMMAND...: prints TEXT and runs the command. Its output goes into a log, named after the
 # first word of TEXT, and is shown only if the command fails.
 step() {
-    local text=$1 log=$folder/${1%% *}.log started=$SECONDS
+    local text=$1 log=$directory/${1%% *}.log started=$SECONDS
     shift
-    mkdir -p "$folder" ||
-        fail "the directory $folder cannot be created; EMSUTIL_BUILD_DIR may name another one for it"
+    mkdir -p "$directory" ||
+        fail "the directory $directory cannot be created; EMSUTIL_BUILD_DIR may name another one for it"
     printf '%s: %s' "$script" "$text"
     # A terminal shows the line at once, and behind it the time that the step took.
     [ -t 1 ] || echo
@@ -91,22 +91,22 @@ need_commands() {
 }
 
 configure() {
-    cmake --preset "$preset" -B "$folder" "$@" && return
-    echo "Remove $folder if another source directory or another generator has used it."
+    cmake --preset "$preset" -B "$directory" "$@" && return
+    echo "Remove $directory if another source directory or another generator has used it."
     return 1
 }
 
 build() {
-    cmake --build "$folder"
+    cmake --build "$directory"
 }
 
 # run_tests TEXT [OPTIONS]: prints TEXT and runs every test, with ctest's OPTIONS. It shows the closing
 # lines of ctest and the output of a failed test; the log has all of it.
 run_tests() {
-    local text=$1 log=$folder/testing.log
+    local text=$1 log=$directory/testing.log
     shift
     echo "$script: $text"
-    ctest --test-dir "$folder" "$@" --output-on-failure --no-tests=error \
+    ctest --test-dir "$directory" "$@" --output-on-failure --no-tests=error \
         --parallel "$(nproc)" 2>&1 | tee "$log" |
         sed -u -E '/^Internal ctest changing|^Test project |^ +Start +[0-9]+: | Passed +[0-9.]+ sec/d; /^$/d' ||
         fail "$text failed; the whole log is $log"

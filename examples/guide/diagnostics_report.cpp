@@ -12,7 +12,7 @@ using namespace NSQN_EMSUTIL_AGENT;
 
 int main()
 {
-    // For the stand-in platform: the report file is var/dump/demo.rpt in this folder.
+    // For the stand-in platform: the report file is var/dump/demo.rpt in this directory.
     std::filesystem::create_directories("ems/bin");
     std::filesystem::create_directories("var/dump");
     emsstandin::SetInstallPath("ems/bin");

@@ -6,9 +6,9 @@
 # printed that many.
 
 guide=$1 example=$2 program=$3 lines=$4
-folder=$(mktemp -d) || exit 1
-trap 'rm -rf "$folder"' EXIT
-cd "$folder" || exit 1
+directory=$(mktemp -d) || exit 1
+trap 'rm -rf "$directory"' EXIT
+cd "$directory" || exit 1
 
 masked() {
     sed -E 's/[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4}/#/

@@ -1,5 +1,5 @@
 #!/bin/sh -e
-# Makes the Debian packages of a build folder ($2) with cpack ($1), installs them into a folder of
+# Makes the Debian packages of a build directory ($2) with cpack ($1), installs them into a directory of
 # their own ($3/root), and looks whether they ask for what they need.
 
 "$1" --config "$2/CPackConfig.cmake" -B "$3"
