@@ -70,13 +70,13 @@ pid=''
 # A library without debug information, then another file in its place.
 libraries=$directory/libraries
 mkdir "$libraries"
-soname=$(basename "$(ldd "$program" | sed -n 's/.*\(libemsutil.so[^ ]*\) => .*/\1/p')")
-strip -g -o "$libraries/$soname" "$(ldd "$program" | sed -n "s/.*$soname => \([^ ]*\).*/\1/p")"
+soname=$(ldd "$program" | sed -n 's/.*\(libemsutil.so[^ ]*\) => .*/\1/p')
+strip -g -o "$libraries/$soname" "$(ldd "$program" | sed -n "s/.*$soname => \(.*\) (0x.*/\1/p")"
 LD_LIBRARY_PATH=$libraries start "$program" still
 expect 3 "$soname: it has no debug information: install the package libemsutil1-dbgsym" "$pid"
 rm "$libraries/$soname"
 expect 3 "$soname: it is no longer there" "$pid"
-cp "$(ldd "$program" | sed -n 's/.*libemsplatform[^ ]* => \([^ ]*\).*/\1/p')" "$libraries/$soname"
+cp "$(ldd "$program" | sed -n 's/.*libemsplatform[^ ]* => \(.*\) (0x.*/\1/p')" "$libraries/$soname"
 expect 3 "$soname: it is not the one that the process has loaded" "$pid"
 
 exit $failed
