@@ -24,7 +24,7 @@
 /// A thread is measured from its latest exit, or from its first entry if it never left. A thread
 /// that was outside for the threshold or longer is therefore overdue as soon as it enters again. A
 /// worker that waits for jobs should wait inside its monitored work, and should leave and enter
-/// again at least as often as the threshold of the watchdog requires.
+/// again before the threshold of the watchdog has passed.
 ///
 /// All times are wall-clock times as gettimeofday() reads them, to the microsecond. A clock that
 /// fails reads 0.
@@ -39,7 +39,8 @@
 /// Errors: a call that cannot take its lock does nothing, returns false if it returns a bool, and
 /// leaves the code of the lock call in errno. If only the lock of the report threads fails, a first
 /// entry is recorded, but its thread is not a report thread. std::bad_alloc passes to the caller,
-/// with no lock held. An entry that throws has not happened, but may have set some of its values.
+/// with no lock held. If an entry throws, it does not count: status and times do not change, but
+/// some of its named values may be in the record.
 
 #include <list>
 #include <map>
@@ -135,9 +136,9 @@ EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 EMSUTIL_API void StatEmsThreadInfo();
 
 /// Appends copies of records to `infos`, in the order of thread ids. If `seconds` is 0, appends all
-/// records. Otherwise appends those for which IsEmsThreadTimeout(seconds) would return true. Then
-/// it also sets m_Duration to the measured time, both in the copy and in the process's record,
-/// where it stays until the thread's next entry.
+/// records. Otherwise appends the record of each thread that is inside and whose measured time is
+/// `seconds` or more. For each of these it sets m_Duration to the measured time, both in the copy
+/// and in the process's record. There the value stays until the thread's next entry.
 ///
 /// If memory runs out, appends nothing and changes no record. With a threshold the call waits for
 /// other queries, and they wait for it, except IsEmsThreadReport().

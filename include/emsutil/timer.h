@@ -1,8 +1,8 @@
 #ifndef EMSUTIL_TIMER_H
 #define EMSUTIL_TIMER_H
 
-/// Timers: a task manager of the platform calls the caller's function once, after one of its units
-/// of time.
+/// Timers: a task manager of the platform calls the caller's function once, after one unit of the
+/// manager's time.
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -43,8 +43,7 @@ struct EmsUtilTimerInterface
     void (*pfnFreeParam)(void*);  ///< destroys the copy
 };
 
-/// Schedules a timer: the task manager with this id (0 to 255) calls `timer.pfnTimeout` once, when
-/// one of the manager's units of time has passed. `timer` and `param` may be destroyed once the
+/// Schedules a timer: the task manager with this id (0 to 255) calls `timer.pfnTimeout` once, when one unit of the manager's time has passed. `timer` and `param` may be destroyed once the
 /// call has returned.
 ///
 /// A timer cannot be cancelled. A manager that is stopped destroys its timers without firing them.

@@ -29,9 +29,9 @@
 /// Thread safety: any thread may call any operation at any time, but only one thread at a time may
 /// use a handle. Each thread that works on a log should therefore create a handle of its own. Every
 /// operation except GetHandle() and IsValid() may wait. Callers must guard the contents of a
-/// buffer themselves. Threads that use logs should end before main() returns: the registry of logs
-/// is torn down after the host's static objects are destroyed, and the operations that need it do
-/// nothing from then on.
+/// buffer themselves. Threads that use logs must end before main() returns. The registry of logs is
+/// torn down after the host's static objects are destroyed. The operations that need it do nothing
+/// from then on.
 /// Ownership: a buffer belongs to the log from AddBuffer() until RemoveBuffer(). A log that is
 /// destroyed deletes its buffers. The result of GetBuffer() is borrowed: it is valid while the log
 /// exists and the buffer is in it.
