@@ -43,8 +43,9 @@ struct EmsUtilTimerInterface
     void (*pfnFreeParam)(void*);  ///< destroys the copy
 };
 
-/// Schedules a timer: the task manager with this id (0 to 255) calls `timer.pfnTimeout` once, when one unit of the manager's time has passed. `timer` and `param` may be destroyed once the
-/// call has returned.
+/// Schedules a timer: the task manager with this id (0 to 255) calls `timer.pfnTimeout` once, when
+/// one unit of the manager's time has passed. `timer` and `param` may be destroyed once the call
+/// has returned.
 ///
 /// A timer cannot be cancelled. A manager that is stopped destroys its timers without firing them.
 /// The call may wait as long as the task manager takes to arm a timer. The platform may fire the
