@@ -185,7 +185,7 @@ EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 /// Waits only for the queue's own lock, and for registrations and other look-ups. While the queue's
 /// lock fails the call tries again.
 ///
-/// REQUIRES: no other thread is draining. Two drains lose no command and run none twice, but they
+/// Only one thread at a time should drain. Two drains lose no command and run none twice, but they
 /// run commands at the same time and therefore out of order.
 EMSUTIL_API void runGeneralCmd();
 

@@ -1,8 +1,9 @@
 #ifndef EMSUTIL_LOCK_ERROR_MANAGER_H
 #define EMSUTIL_LOCK_ERROR_MANAGER_H
 
-/// Lock errors: one text per thread id, recorded while a thread has something to report about its
-/// locks.
+/// Lock errors: one text per thread id. The host records the text when a thread has something to
+/// report about its locks, for example before it waits for one, and must erase it afterwards. The
+/// library records nothing by itself.
 ///
 ///     #include <emsplatform/platform.h>
 ///     #include <emsutil/lock_error_manager.h>

@@ -69,8 +69,8 @@ struct EmsThreadInfo
     unsigned long m_ulThreadId = 0; ///< as pthread_self() returned it
     int m_nStatus = 0;              ///< 1 inside the monitored work, 0 outside
     ACE_Time_Value m_StartTime;     ///< the first entry, or the latest exit if there is one
-    ACE_Time_Value m_Duration;      ///< the time since m_StartTime when the thread last entered. 0
-                                    ///< before its second entry. GetEmsThreadInfo() may change it.
+    ACE_Time_Value m_Duration;      ///< from m_StartTime, as it was then, to the latest entry. 0
+                                    ///< before the second entry. GetEmsThreadInfo() may change it.
     ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had at an entry
     long long m_llRecvs = 0;        ///< the number of entries and exits
     EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged
@@ -91,8 +91,8 @@ public:
         std::map<std::string, std::pair<std::string, int>>* pInfo);
 
     /// Leaves the monitored work. The exit counts for the thread that entered, even if another
-    /// thread destroys the object. Does not throw. A thread cannot be cancelled in it. May wait for
-    /// queries.
+    /// thread destroys the object. Does not throw. A thread cannot be cancelled while this
+    /// runs. May wait for queries.
     ~RegEmsThreadInfo();
 
     RegEmsThreadInfo(const RegEmsThreadInfo&) = delete;

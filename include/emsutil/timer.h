@@ -21,8 +21,8 @@
 /// Errors: no function reports an error; some failures write a line at level 1 of the debug
 /// interface. An exception of pfnCopyParam, or of the task manager during ScheduleEmsUtilTimer(),
 /// passes to the caller, and the timer does not fire. An exception of pfnTimeout passes to the task
-/// manager, and the timer is finished. pfnFreeParam must not throw, and a thread cannot be
-/// cancelled in it.
+/// manager, and the timer is finished. pfnFreeParam must not throw. A thread cannot be
+/// cancelled while pfnFreeParam runs.
 
 #include "emsutil/export.h"
 
@@ -51,7 +51,8 @@ struct EmsUtilTimerInterface
 /// The call may wait as long as the task manager takes to arm a timer. The platform may fire the
 /// timer on the calling thread, before the call has returned.
 ///
-/// Writes "Find TaskMgrID %d failed\n" when there is no such manager, or no application manager.
+/// Writes "Find TaskMgrID %d failed\n" when there is no task manager with this id, or when
+/// the platform returns no application manager.
 /// Writes "new EmsUtilAgentTimerTask task failed bytes %u\n" when there is no memory for the timer.
 /// Writes nothing when the timer's lock fails, or when the task manager has no memory to arm the
 /// timer. After each of these failures the timer does not fire. If its data has been copied, the
