@@ -59,6 +59,16 @@ data = json.load(open('$directory/json'))
 assert data['commands']['full'] and len(data['commands']['adding']) == 2, data
 assert data['problems'] == [], data" || failed=1
 
+# A signal, at any moment, leaves the process neither stopped nor traced.
+for delay in 0.05 0.1 0.2 0.3 0.5 0.8; do
+    "$inspect" "$pid" >/dev/null 2>&1 &
+    sleep "$delay"
+    kill -TERM $! 2>/dev/null
+    wait $! # gdb has finished then
+    state=$(sed -n 's/^State:[[:space:]]*\(.\).*/\1/p; s/^TracerPid:[[:space:]]*//p' "/proc/$pid/status" | tr '\n' ' ')
+    [ "$state" = 'S 0 ' ] || { echo "SIGTERM after $delay s: state and tracer are $state" && failed=1; }
+done
+
 # A process that somebody else traces, and one that has ended.
 gdb -nx -q -batch -iex 'set auto-load no' -ex "attach $pid" -ex "shell '$inspect' $pid" >"$directory/traced" 2>&1
 grep -q "process $pid: process [0-9]* traces it already" "$directory/traced" || failed=1
