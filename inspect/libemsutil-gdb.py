@@ -1147,7 +1147,9 @@ def inspect():
         status = PARTLY_READ if problems else READ
     except Failure as failure:
         complain(failure)
-    except (RuntimeError, OSError) as error:
+    except OSError as error:
+        complain(f'{target}: {error.strerror}')
+    except RuntimeError as error:
         complain(f'{target}: {error}')
     except KeyboardInterrupt:
         complain(f'{target}: interrupted')

@@ -81,6 +81,8 @@ need_commands() {
             lib* | dpkg-dev) continue ;;
             ninja-build) command=ninja ;;
             clang) command=clang++ ;;
+            clang-1[0-9]) command=clang++-${package#clang-} ;;
+            gnuplot-nox) command=gnuplot ;;
             graphviz) command=dot ;;
             *) command=$package ;;
         esac
