@@ -166,7 +166,7 @@ public:
 ///
 /// The queue is full when it has 16384 bytes or more, counted as sizeof(EmsGeneralCmd) per command:
 /// on x86-64 it is full with 205 commands. While it is full the call waits, without a time limit,
-/// until a drain removes a command. On the draining thread, which is then in a handler, the call
+/// until a drain removes a command. If the calling thread is inside a drain, in a handler, the call
 /// never waits for room: it adds the command beyond the limit. A timer callback or a buffer's
 /// destructor should not add, because everything else that runs on that thread would wait too.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
@@ -182,8 +182,8 @@ EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 /// A command is dropped when its name has no handler at that moment, or when a lock fails in the
 /// look-up. A handler may drain too: the queued commands then run inside its call.
 ///
-/// Waits only for the queue's own lock, and for registrations and other look-ups. While the queue's
-/// lock fails the call tries again.
+/// Waits only for the queue's own lock, and for registrations and other look-ups. The call tries
+/// again as long as the queue's lock fails.
 ///
 /// Only one thread at a time should drain. Two drains lose no command and run none twice, but they
 /// run commands at the same time and therefore out of order.

@@ -32,8 +32,8 @@
 /// Thread safety: any thread may call any function at any time. A map of named values has no lock:
 /// only one thread at a time may use it. Entries and exits wait for queries other than
 /// IsEmsThreadReport(), and these queries wait for them. glibc prefers readers: queries that
-/// overlap without a gap can delay entries and exits without limit. One thread should therefore
-/// query, with pauses.
+/// overlap without a gap can delay entries and exits without limit. Therefore only one thread
+/// should query, and it should pause between its queries.
 /// Ownership: the caller's map belongs to the caller and is not kept. Records are returned as
 /// copies.
 /// Errors: a call that cannot take its lock does nothing, returns false if it returns a bool, and
@@ -69,8 +69,9 @@ struct EmsThreadInfo
     unsigned long m_ulThreadId = 0; ///< as pthread_self() returned it
     int m_nStatus = 0;              ///< 1 inside the monitored work, 0 outside
     ACE_Time_Value m_StartTime;     ///< the first entry, or the latest exit if there is one
-    ACE_Time_Value m_Duration;      ///< from m_StartTime, as it was then, to the latest entry. 0
-                                    ///< before the second entry. GetEmsThreadInfo() may change it.
+    ACE_Time_Value m_Duration;      ///< set at an entry: the time from m_StartTime, as it
+                                    ///< was at that entry, to the entry. 0 before the second
+                                    ///< entry. GetEmsThreadInfo() may change it.
     ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had at an entry
     long long m_llRecvs = 0;        ///< the number of entries and exits
     EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged
@@ -140,8 +141,8 @@ EMSUTIL_API void StatEmsThreadInfo();
 /// `seconds` or more. For each of these it sets m_Duration to the measured time, both in the copy
 /// and in the process's record. There the value stays until the thread's next entry.
 ///
-/// If memory runs out, appends nothing and changes no record. With a threshold the call waits for
-/// other queries, and they wait for it, except IsEmsThreadReport().
+/// If memory runs out, appends nothing and changes no record. If `seconds` is not 0, this
+/// call and all other queries except IsEmsThreadReport() wait for each other.
 EMSUTIL_API void GetEmsThreadInfo(std::list<EmsThreadInfo>& infos, long seconds);
 
 /// Returns the process's message-handling mode: the integer "MsgHandleMode" of the platform's
