@@ -62,6 +62,7 @@ int ReadCharacter(EditLine* editor, wchar_t* character)
         if (count <= 0) {
             return static_cast<int>(count);
         }
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the state is the caller's
         const std::size_t length = std::mbrtowc(character, &byte, 1, &partial);
         if (length <= 1) {
             return 1;
@@ -83,7 +84,10 @@ unsigned char Complete(EditLine* editor, int)
     std::string common;
     for (const std::string& word : StateOf(editor).words) {
         if (word.starts_with(typed)) {
-            common = list.empty() ? word + ' ' : common;
+            if (list.empty()) {
+                common = word;
+                common += ' ';
+            }
             const auto end = std::mismatch(common.begin(), common.end(), word.begin(), word.end());
             common.erase(list.empty() ? common.end() : end.first, common.end());
             list += word + "  ";

@@ -84,7 +84,7 @@ int main()
             Add(g_CheckName);
     });
 
-    const timespec halfASecond = {0, 500 * 1000 * 1000};
+    const timespec halfASecond = {0, 500000000}; // nanoseconds
     while (sigtimedwait(&signals, nullptr, &halfASecond) < 0)
         if (IsEmsThreadTimeout(3)) // the watchdog
             StatEmsThreadInfo();
