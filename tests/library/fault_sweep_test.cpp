@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <fstream>
 #include <future>
-#include <regex>
 #include <set>
+#include <string>
 
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -217,11 +217,17 @@ int Sweep(const Operation& operation, const std::function<bool(const Fault&)>& s
 /// "AddEmsThreadInfo(map&, char const*, int)".
 std::string ShortName(std::string symbol)
 {
-    static const std::regex dropped(
-        R"(<[^<>]*>|(NSQN_\w+|std|__cxx11)::|basic_|\[abi:cxx11\]|@.*)");
-    for (std::string longer; longer != symbol;) {
-        longer = symbol;
-        symbol = std::regex_replace(longer, dropped, "");
+    symbol.resize(std::min(symbol.find('@'), symbol.size()));
+    while (symbol.find('>') != std::string::npos) { // the innermost arguments first
+        const std::size_t end = symbol.find('>');
+        const std::size_t begin = symbol.rfind('<', end);
+        symbol.erase(begin, end - begin + 1);
+    }
+    for (const std::string dropped :
+         {"NSQN_EMSUTIL_AGENT::", "NSQN_util::", "std::", "__cxx11::", "basic_", "[abi:cxx11]"}) {
+        while (symbol.find(dropped) != std::string::npos) {
+            symbol.erase(symbol.find(dropped), dropped.size());
+        }
     }
     return symbol;
 }
