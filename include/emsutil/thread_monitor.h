@@ -109,7 +109,8 @@ private:
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, const char* value);
 
-/// Sets a named value of the type int, which is stored as decimal text.
+/// Sets a named value of the type int, which is stored as decimal text. Changes nothing when the
+/// name is null. Does not wait.
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, int value);
 
