@@ -81,8 +81,8 @@ EMSUTIL_API void EmsUtilTraced(const char* format, ...) __attribute__((format(pr
 EMSUTIL_API void EmsUtilReport(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Measures how long a block takes. Where the block ends, writes the description and the time as
-/// two lines at level 1 of the debug interface: "%s\n" and "used time(ms): %d\n". If the description
-/// is empty, writes only the second line.
+/// two lines at level 1 of the debug interface: "%s\n" and "used time(ms): %d\n". If the
+/// description is empty, writes only the second line.
 ///
 /// The time is in whole milliseconds of the wall clock, truncated. It is 0 when the clock was set
 /// back meanwhile, and at most 2147483647. A clock that fails reads 0.
