@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,8 +42,14 @@ void PrintFailure(const Rule& rule, const std::string& found)
                 rule.m_pMust, found.c_str(), name.substr(0, name.find('.')).c_str());
 }
 
-[[noreturn]] void End(int status)
+/// Prints and ends the process. A rule may fail on several threads: the first reports, and the
+/// others wait for the lock until the process has ended.
+template <class Print>
+[[noreturn]] void End(int status, Print print)
 {
+    static std::mutex mutex;
+    const std::lock_guard guard(mutex);
+    print();
     std::fflush(stdout);
     std::_Exit(status);
 }
@@ -101,14 +108,13 @@ bool CheckInProcess(const Rule& rule)
 
 void Fail(const std::string& found)
 {
-    PrintFailure(*g_pRule, found);
-    End(STATUS_REPORTED);
+    End(STATUS_REPORTED, [&found] { PrintFailure(*g_pRule, found); });
 }
 
 void Skip(const std::string& reason)
 {
-    std::printf("skips  %s: %s\n", g_pRule->m_pName, reason.c_str());
-    End(STATUS_SKIPPED);
+    End(STATUS_SKIPPED,
+        [&reason] { std::printf("skips  %s: %s\n", g_pRule->m_pName, reason.c_str()); });
 }
 
 int main(int argc, char** argv)
