@@ -65,7 +65,7 @@ void Drain() // the draining thread
 
 int main()
 {
-    sigset_t signals; // blocked before threads start, which inherit this
+    sigset_t signals; // blocked before threads start: they inherit this
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);

@@ -119,8 +119,8 @@ void eKorTaskMgr::Deliver(std::unique_lock<std::mutex>& lock)
     }
     eKorTask* const task = armed->second.m_pTask;
     m_Expiries.push({expiry.m_Due + armed->second.m_Length, expiry.m_lId});
-    // Without the lock: the expiry arms and disarms, and waits for threads that do. What it throws
-    // ends the process; a manager that is to go on catches it here.
+    // Without the lock: the expiry arms and disarms, and waits for threads that do. An exception
+    // that it throws ends the process. A manager that must continue must catch it here.
     lock.unlock();
     task->eKorTaskTimeInterval(expiry.m_lId);
     lock.lock();
