@@ -1,7 +1,8 @@
 #ifndef BASE_QN_CHECK_H
 #define BASE_QN_CHECK_H
 
-/// Internal checks: a check that fails writes one line, and then continues or returns.
+/// Internal checks: a check that fails writes one line. Then the function continues or returns, as
+/// the macro says.
 ///
 ///     QN_CHECK_AT("translog", 467)
 ///     QN_RETURN_IF_NOT_TRUE(NULL != pBuffer);
