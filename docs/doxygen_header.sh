@@ -4,5 +4,5 @@
 
 header=${1##*/}
 exec sed -E -f docs/doxygen.sed \
-    -e 's|^/// Thread safety, ownership and errors: as at the top.*|///|' \
+    -e 's|^/// Thread safety, ownership and errors are described at the top.*|///|' \
     -e "s:^(class EMSUTIL_API|struct Ems)[A-Za-z ]*\$:/** \\\\copydetails $header */ &:" "$1"

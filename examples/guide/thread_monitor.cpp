@@ -32,7 +32,7 @@ void Work()
     EmsThreadInfoMap values; // the worker's own
     for (int jobs = 1; jobs <= JOBS;) {
         AddEmsThreadInfo(values, "jobs", jobs);
-        RegEmsThreadInfo inside(&values); // also for the wait, so that idle time does not count
+        RegEmsThreadInfo inside(&values); // covers the wait too: each pass restarts the time
         if (AwaitJob(std::chrono::milliseconds(200)))
             DoJob(jobs++);
     }

@@ -15,7 +15,7 @@ unsigned long Begin(Text* request) // one thread
 {
     QNTransactionLog log;
     log.AddBuffer("request", 1, request); // from here on the log owns it
-    log.AddRef(1);                        // keeps the log when this handle is gone
+    log.AddRef(1);                        // keeps the log after this handle is destroyed
     return log.GetHandle();
 }
 

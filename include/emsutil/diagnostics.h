@@ -29,63 +29,71 @@
 #include "emsutil/export.h"
 
 namespace NSQN_util {
-/// The platform's debug interface. The platform provides its header.
+/// The platform's debug interface, which writes the diagnostic lines of the process. The platform's
+/// header emsplatform/debug_interface.h declares its operations.
 class DebugInterface;
 } // namespace NSQN_util
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// Returns the process's debug interface. The first call gets it from the platform's
-/// GetDefaultDebugInterface(). Returns null if the platform has none; the next call then asks the
-/// platform again. The caller must not delete it.
+/// Returns the process's debug interface. Returns null if the platform has none. The caller must
+/// not delete the debug interface.
 ///
-/// Once the library has the debug interface, a call is one read, without a lock. Until then a call
-/// may wait for the platform to return. May be called from a handler, a timer callback or a
-/// buffer's destructor.
+/// Until the platform has returned a debug interface, each call asks the platform's
+/// GetDefaultDebugInterface(), and may wait until that has returned. From then on a call only reads
+/// a pointer, without a lock. May be called from a command handler, a timer callback or a buffer's
+/// destructor.
 EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 
 /// Returns the whole printf-formatted text, up to 2^30 - 1 characters.
 ///
-/// Returns the empty string for a longer text and for a format that the platform's formatter
-/// rejects (a null format, a lone "%" at the end, a width beyond int, a wide character that the
-/// locale cannot show). The compiler checks the format against the arguments.
+/// Returns the empty string if the text is longer. Also returns the empty string if the platform's
+/// formatter rejects the format. The formatter rejects a null format, a lone "%" at the end, a
+/// width beyond int, and a wide character that the locale cannot show. The compiler checks the
+/// format against the arguments.
 ///
-/// A text of up to 511 characters is formatted once. A longer text is formatted again each time
-/// that its buffer of 512 bytes has been doubled, until it fits. A format with a width near 2^31
-/// therefore takes minutes, and then returns the empty string. Does not wait. May be called from
-/// anywhere.
+/// The text is formatted into a buffer of 512 bytes. If it does not fit, it is formatted again into
+/// a buffer of twice the size, and so on. A text of up to 511 characters is therefore formatted
+/// once. With a width near 2^31 in the format, the call takes minutes and then returns the empty
+/// string. The call does not wait for another thread. May be called from a command handler, a timer
+/// callback or a buffer's destructor.
 EMSUTIL_API std::string string_format(const char* format, ...)
     __attribute__((format(printf, 1, 2)));
 
-/// Appends a message of 1 to 511 characters to the process's report file. The message is written as
-/// it is: callers must end lines with "\n" themselves.
+/// Appends a message of 1 to 511 characters to the process's report file. The message is the
+/// formatted text, and nothing is added to it: the caller must end each line with "\n".
 ///
 /// The path of the file is the parent of the platform's install path, followed by "../var/dump/",
-/// the process's name and ".rpt". The first call whose format is not null fixes the path, even if
-/// it writes nothing. The file is opened and closed for each entry, and created if it does not
-/// exist (mode 0644). Its directory is not created.
+/// the process's name and ".rpt". The first call of EmsUtilTraced() or EmsUtilReport() whose format
+/// is not null fixes the path, even if that call writes nothing.
 ///
-/// Writes nothing when the format is null or malformed, when the message is empty or longer than
-/// 511 characters, or when the file cannot be opened or locked against other entries. A full disk
-/// may cut an entry short.
+/// Each call that writes appends one entry. The file is opened and closed for each entry. If the
+/// file does not exist, it is created with the mode 0644. The directory of the file is not created.
+///
+/// Writes nothing if the format is null or malformed, or if the message is empty or longer than 511
+/// characters. Writes nothing either if the file cannot be opened, or if a lock of the library
+/// cannot be taken. The file itself is not locked. A full disk may cut an entry short.
 ///
 /// The entries of one process never mix. Two processes with the same name share a file, and an
 /// entry of one may stand between the time stamp and the message of the other.
 ///
-/// Waits for the file system and for entries of other threads, and returns when the entry is
-/// written. A thread cannot be cancelled while it writes. May be called from anywhere.
+/// Waits for the file system and for entries of other threads. Returns when the entry has been
+/// written. A thread cannot be cancelled while it writes. May be called from a command handler, a
+/// timer callback or a buffer's destructor.
 EMSUTIL_API void EmsUtilTraced(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Appends a message as EmsUtilTraced() does, directly after the local time in 24 characters:
-/// "Sun Nov 22 20:38:00 2026". The stamp is left out when the time cannot be converted.
+/// Appends an entry as EmsUtilTraced() does, with a time stamp directly before the message. The
+/// time stamp is the local time in 24 characters: "Sun Nov 22 20:38:00 2026". It is left out if the
+/// time cannot be converted.
 EMSUTIL_API void EmsUtilReport(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Measures how long a block takes. Where the block ends, writes the description and the time as
-/// two lines at level 1 of the debug interface: "%s\n" and "used time(ms): %d\n". If the
-/// description is empty, writes only the second line.
+/// Measures how long a block takes. Where the block ends, the guard writes two lines at level 1 of
+/// the debug interface: the description with the format "%s\n", and the time with the format
+/// "used time(ms): %d\n". If the description is empty, the guard writes only the second line.
 ///
-/// The time is in whole milliseconds of the wall clock, truncated. It is 0 when the clock was set
-/// back meanwhile, and at most 2147483647. A clock that fails reads 0.
+/// The guard reads the wall clock twice and truncates each reading to whole milliseconds. The time
+/// is the difference of the two, and at most 2147483647. It is 0 if the clock was set back so that
+/// the second reading is the earlier one. If the clock cannot be read, the reading is taken as 0.
 ///
 /// Thread safety: the thread that creates a guard must destroy it.
 /// Ownership: the description is copied.
@@ -93,14 +101,17 @@ EMSUTIL_API void EmsUtilReport(const char* format, ...) __attribute__((format(pr
 class EMSUTIL_API AgentTimeGuard
 {
 public:
-    /// Reads the clock and then formats the description: up to 511 characters, or none if `format`
-    /// is null. A longer description is cut, and a malformed one is empty. Both write a check line,
-    /// "file:emsutil_util:103,QN_LOG_IF_TRUE: irlen < 0".
+    /// Reads the clock and then formats the description, which has up to 511 characters. If
+    /// `format` is null, the description is empty.
+    ///
+    /// A longer description is cut. If the format is malformed, the description is empty. In both
+    /// cases the constructor writes the check line
+    /// "file:emsutil_util:103,QN_LOG_IF_TRUE: irlen < 0" at level 1 of the debug interface.
     EMSUTIL_SCOPE_OBJECT explicit AgentTimeGuard(const char* format, ...)
         __attribute__((format(printf, 2, 3)));
 
-    /// Reads the clock and then writes the lines. Does not throw. A thread cannot be cancelled in
-    /// it.
+    /// Reads the clock and then writes the lines. Does not throw. The thread cannot be cancelled
+    /// while the destructor runs.
     ~AgentTimeGuard();
 
     AgentTimeGuard(const AgentTimeGuard&) = delete;

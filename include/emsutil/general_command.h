@@ -4,7 +4,8 @@
 /// General commands: named requests from one module of a process to another.
 ///
 /// A module registers a handler under a name. Any thread fills a command, and then runs it at once
-/// or queues a copy. The host's draining thread runs the queued commands.
+/// or queues a copy. The host is the program that uses emsutil. The host's draining thread drains
+/// the queue: it runs the queued commands.
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -21,16 +22,17 @@
 ///     addGeneralCmd(cmd); // any thread: queue a copy
 ///     runGeneralCmd();    // the draining thread: run what is queued
 ///
-/// The queue is bounded: addGeneralCmd() waits while it is full. A program with one thread must
-/// therefore drain before the queue is full, or it waits for ever.
+/// The queue is bounded: addGeneralCmd() waits while the queue is full. A program with only one
+/// thread must therefore drain before the queue is full. Otherwise it waits for ever.
 ///
 /// Thread safety: any thread may register, add and run at any time. Only one thread at a time
-/// should drain. A record has no lock: threads may read it together, but no thread may change it
-/// meanwhile.
+/// should drain. A record (an object of one of the five classes below) has no lock. Several threads
+/// may read a record at the same time. A thread must not change a record while another thread uses
+/// it.
 /// Ownership: a record owns all that it holds, and every copy is deep. The queue owns its copies.
 /// Errors: no function reports an error. A call that fails does nothing, except that a drain drops
-/// a command that it cannot look up. std::bad_alloc passes to the caller. The call has then done
-/// nothing, except that an assignment may be half done.
+/// a command whose handler it does not find. std::bad_alloc passes to the caller. The call has then
+/// done nothing, except that the target of an assignment may have been changed in part.
 
 #include <cstdint>
 #include <list>
@@ -46,29 +48,30 @@ enum : std::int32_t {
     NVTP_TYPE_LONG = 1    ///< a signed decimal integer as text
 };
 
-// The five records below have the same operations. None of these reports an error or waits, and
-// each may be called from anywhere:
+// The five records below have the same operations. None of these operations reports an error, and
+// none waits. Each may be called from a command handler, a timer callback or a buffer's destructor:
 //
-//   X()                       creates an empty record: no text, no elements, `rtype`
+//   X()                       creates an empty record: every text and list is empty, and `rtype` is
 //                             NVTP_TYPE_STRING
 //   X(const X&), operator=    copy deeply. Assigning a record to itself changes nothing.
 //   std::string ToString()    returns the text form, for logs. Nothing is escaped, and a text is
 //                             shown up to its first NUL. Does not change the record.
-//   static X FromString(t)    returns a new empty record. Does not read `t`: a text form is never
-//                             parsed back.
+//   static X FromString(t)    returns a new empty record. Does not read `t`: a text form cannot be
+//                             converted back.
 
 /// One name, one value as text, and the type code of the value.
 ///
 /// Text form: "nvtp={name=N,value=V,rtype=String}" or "nvtp={name=N,value=V,rtype=Long}". In the
-/// second form V is the value as strtoll() reads it in base 10, reduced to 32 bits: leading blanks
-/// and a sign are accepted, reading stops at the first character that is not a digit, and a value
-/// without digits is 0. A record with any other type code is stored and copied like these, but its
-/// text form is empty.
+/// second form strtoll() reads a number from the value in base 10, and V is the low 32 bits of that
+/// number, as a signed number. Leading blanks and a sign are accepted. Reading stops at the first
+/// character that is not a digit, and a value without digits is 0.
+///
+/// A record with any other type code is stored and copied like these, but its text form is empty.
 class EMSUTIL_API EmsNameAndValueStringTypePair
 {
 public:
-    std::string name;   ///< any text, also the empty one
-    std::string value;  ///< any text, also the empty one
+    std::string name;   ///< any text, which may be empty
+    std::string value;  ///< any text, which may be empty
     std::int32_t rtype; ///< NVTP_TYPE_STRING, NVTP_TYPE_LONG, or a code of the host
 
     EmsNameAndValueStringTypePair();
@@ -81,7 +84,7 @@ public:
 
 /// Pairs in the order in which they were appended. Names may repeat.
 ///
-/// Text form: "nvtps={", the pairs separated by ",", "}".
+/// Text form: "nvtps={", then the pairs with "," between them, then "}".
 class EMSUTIL_API EmsNVTPList
 {
 public:
@@ -95,7 +98,7 @@ public:
     static EmsNVTPList FromString(std::string& text);
 };
 
-/// One object, which consists of its attributes. Text form: "obj={", the attributes, "}".
+/// One object, which consists of its attributes. Text form: "obj={", then the attributes, then "}".
 class EMSUTIL_API EmsGeneralObj
 {
 public:
@@ -109,8 +112,9 @@ public:
     static EmsGeneralObj FromString(std::string& text);
 };
 
-/// Objects in the order in which they were appended. Text form: "objs={", the objects separated by
-/// ",", "}".
+/// Objects in the order in which they were appended.
+///
+/// Text form: "objs={", then the objects with "," between them, then "}".
 class EMSUTIL_API EmsGeneralObjList
 {
 public:
@@ -126,7 +130,7 @@ public:
 
 /// One command: the name that selects its handler, its objects and its parameters.
 ///
-/// Text form: ":NAME={", the objects, ",", the parameters, "};".
+/// Text form: ":NAME={", then the objects, then ",", then the parameters, then "};".
 class EMSUTIL_API EmsGeneralCmd
 {
 public:
@@ -142,51 +146,59 @@ public:
     static EmsGeneralCmd FromString(std::string& text);
 };
 
-/// A handler receives the command, which is valid until the handler returns, and a null second
-/// argument. Its result is ignored.
+/// A handler receives the command and, as its second argument, null. The command is valid until the
+/// handler returns. The value that the handler returns is ignored.
 ///
-/// It runs on the thread that runs the command, and the library holds no lock meanwhile: a handler
-/// may register, add and run commands. An exception that it throws passes out of runGeneralCmd();
-/// commands that are still queued stay queued, in order. In a drain a handler must not wait for a
-/// thread that adds, because that thread may be waiting for this drain to make room.
+/// A handler runs on the thread that runs the command. The library holds no lock meanwhile, so a
+/// handler may register handlers, and may add and run commands. An exception of a handler passes to
+/// the caller of runGeneralCmd(). Commands that are still queued stay queued, in order.
+///
+/// In a drain a handler must not wait for a thread that adds a command, because that thread may be
+/// waiting for this drain to make room.
 typedef int (*EmsGeneralCmdHandler)(EmsGeneralCmd*, EmsGeneralCmd*);
 
-/// Registers a handler until the process ends. An object at namespace scope registers while its
-/// module is initialised. Destroying the object undoes nothing.
+/// Registers a handler until the process ends. An object at namespace scope registers its handler
+/// while its module is initialised. The handler stays registered when the object is destroyed.
 class EMSUTIL_API RegEmsUtilCmd
 {
 public:
-    /// Registers `handler` under a copy of `name`, which may be any bytes and may be empty. Ignores
-    /// a null handler. The first handler of a name stays in force, and later ones are ignored.
-    /// Waits only for another registration or look-up. May be called from anywhere.
+    /// Registers `handler` under a copy of `name`. The name may have any bytes, and may be empty.
+    /// Ignores a null handler. The first handler of a name stays in force, and later ones are
+    /// ignored. Waits only for another registration or look-up. May be called from a command
+    /// handler, a timer callback or a buffer's destructor.
     RegEmsUtilCmd(std::string& name, EmsGeneralCmdHandler handler);
 };
 
 /// Queues a copy of `cmd`. Once the call has returned, the caller may change or destroy `cmd`.
 ///
-/// The queue is full when it has 16384 bytes or more, counted as sizeof(EmsGeneralCmd) per command:
-/// on x86-64 it is full with 205 commands. While it is full the call waits, without a time limit,
-/// until a drain removes a command. If the calling thread is inside a drain, in a handler, the call
-/// never waits for room: it adds the command beyond the limit. A timer callback or a buffer's
-/// destructor should not add, because everything else that runs on that thread would wait too.
+/// The queue is full when it has 16384 bytes or more, counted as sizeof(EmsGeneralCmd) per command.
+/// On x86-64 it is full with 205 commands. While the queue is full the call waits, without a time
+/// limit, until a drain removes a command. In a handler that a drain runs, the call never waits for
+/// room: it adds the command beyond the limit.
+///
+/// A timer callback or a buffer's destructor should not add a command, because all other work of
+/// that thread would wait too.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the handler of `cmd.name` at once on the calling thread. The handler receives `cmd` itself,
-/// so the caller sees what it changes. Returns when the handler has returned, or at once when the
-/// name has no handler. Does not use the queue. May be called from anywhere where the handler may
-/// run.
+/// so the caller sees the handler's changes. Returns when the handler has returned, or at once if
+/// the name has no handler. Does not use the queue. May be called wherever the handler itself may
+/// be called.
 EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Drains the queue: runs the queued commands on the calling thread, in the order in which they
 /// were added, and returns when the queue is empty. Commands that are added meanwhile are run too.
-/// A command is dropped when its name has no handler at that moment, or when a lock fails in the
-/// look-up. A handler may drain too: the queued commands then run inside its call.
+/// A command is dropped if its name has no handler when its turn comes, or if a lock fails in the
+/// look-up of the handler.
 ///
-/// Waits only for the queue's own lock, and for registrations and other look-ups. The call tries
-/// again as long as the queue's lock fails.
+/// A handler may call runGeneralCmd() too. The queued commands then run before that inner call
+/// returns.
 ///
-/// Only one thread at a time should drain. Two drains lose no command and run none twice, but they
-/// run commands at the same time and therefore out of order.
+/// Waits only for the queue's own lock, and for registrations and other look-ups. As long as the
+/// queue's lock fails, the call tries again.
+///
+/// Only one thread at a time should drain. Two drains at the same time lose no command and run no
+/// command twice. But they run commands at the same time, and therefore out of order.
 EMSUTIL_API void runGeneralCmd();
 
 } // namespace NSQN_EMSUTIL_AGENT

@@ -1,9 +1,10 @@
 #ifndef EMSUTIL_LOCK_ERROR_MANAGER_H
 #define EMSUTIL_LOCK_ERROR_MANAGER_H
 
-/// Lock errors: one text per thread id. The host records the text when a thread has something to
-/// report about its locks, for example before it waits for one, and must erase it afterwards. The
-/// library records nothing by itself.
+/// Lock errors: one text per thread id. The host is the program that uses emsutil. The host may
+/// record a text for a thread that has something to report about its locks, for example before the
+/// thread waits for a lock. The host must erase the text when it does not apply any more, for
+/// example when the wait is over. The library records nothing by itself.
 ///
 ///     #include <emsplatform/platform.h>
 ///     #include <emsutil/lock_error_manager.h>
@@ -19,14 +20,14 @@
 ///     }
 ///
 /// Every call that records or erases reads the platform's switch NSQN_util::g_bEnableMitLockErrMgr.
-/// While it is false, nothing is recorded and nothing is erased. The records are meant for a
-/// debugger, for emsutil-inspect and for core files: no function returns them.
+/// While the switch is false, nothing is recorded and nothing is erased. No function returns the
+/// records. They are meant for a debugger, for emsutil-inspect and for core files.
 ///
-/// Thread safety: any thread may call any function at any time, except Destroy().
+/// Thread safety: any thread may call any function at any time, except Destroy(): see there.
 /// Ownership: texts are copied. The library owns the manager until Destroy().
-/// Errors: a null text throws std::logic_error while the switch is on. No other error is reported:
-/// a call does nothing when its lock cannot be taken. std::bad_alloc passes to the caller, with no
-/// lock held.
+/// Errors: InsertThrIDandInfo() throws std::logic_error for a null text while the switch is on.
+/// std::bad_alloc passes to the caller, with no lock held. No other error is reported: a call does
+/// nothing if its lock cannot be taken.
 
 #include <map>
 #include <string>
@@ -39,18 +40,19 @@ namespace NSQN_util {
 
 /// The recorded texts of a process, by thread id.
 ///
-/// Thread safety, ownership and errors: as at the top of this header.
+/// Thread safety, ownership and errors are described at the top of this header.
 class EMSUTIL_API QNMitLockErrMgr
 {
 public:
-    /// Returns the process's manager, and creates it on first use. Returns null when ACE's lock for
-    /// static objects cannot be taken. Once the manager exists a call is one read. The caller must
-    /// not delete it.
+    /// Returns the process's manager, and creates it on first use. Returns null if ACE's lock for
+    /// static objects cannot be taken. Once the manager exists, a call only reads a pointer,
+    /// without a lock. The caller must not delete the manager.
     static QNMitLockErrMgr* Instance();
 
-    /// Destroys the manager with its records. The next Instance() creates a new one.
+    /// Destroys the manager with its records. The next Instance() creates a new manager.
     ///
-    /// REQUIRES: no thread uses the manager any more. Destroy() does not wait for such a thread.
+    /// REQUIRES: no thread uses the manager any more. Destroy() does not wait for threads that
+    /// still use it.
     static void Destroy();
 
     QNMitLockErrMgr();
@@ -59,17 +61,17 @@ public:
     QNMitLockErrMgr& operator=(const QNMitLockErrMgr&) = delete;
 
     /// Records a copy of `info` for a thread id, unless the id has a text already: the first text
-    /// stays until it is erased. Any int is a valid id. Throws std::logic_error when `info` is null
-    /// and the switch is on. May wait for another call that records or erases. May be called from
-    /// anywhere.
+    /// stays until it is erased. Any int is a valid id. Throws std::logic_error if `info` is null
+    /// while the switch is on. May wait for another call that records or erases. May be called from
+    /// a command handler, a timer callback or a buffer's destructor.
     void InsertThrIDandInfo(int threadId, const char* info);
 
     /// Erases the text of a thread id, if there is one. May wait for another call that records or
-    /// erases. May be called from anywhere.
+    /// erases. May be called from a command handler, a timer callback or a buffer's destructor.
     void EraseThrIDandInfo(int threadId);
 
-    /// The manager, or null. It is published with release: a reader must read it with acquire, or
-    /// call Instance().
+    /// The manager, or null if there is none. The library writes the pointer with release order. A
+    /// reader must read it with acquire order, or must call Instance().
     static QNMitLockErrMgr* m_pInstance;
 
 private:

@@ -9,7 +9,7 @@
 ///     EmsThreadInfoMap values; // the worker's own
 ///     for (int jobs = 1; jobs <= JOBS;) {
 ///         AddEmsThreadInfo(values, "jobs", jobs);
-///         RegEmsThreadInfo inside(&values); // also for the wait, so that idle time does not count
+///         RegEmsThreadInfo inside(&values); // covers the wait too: each pass restarts the time
 ///         if (AwaitJob(std::chrono::milliseconds(200)))
 ///             DoJob(jobs++);
 ///     }
@@ -18,29 +18,34 @@
 ///         std::this_thread::sleep_for(std::chrono::milliseconds(100));
 ///     StatEmsThreadInfo();
 ///
-/// The process keeps one record per thread id until it ends. A new thread that gets the id of an
-/// ended one continues its record.
+/// The process keeps one record per thread id until the process ends. A new thread that gets the id
+/// of a finished thread continues the record of that thread.
 ///
-/// A thread is measured from its latest exit, or from its first entry if it never left. A thread
-/// that was outside for the threshold or longer is therefore overdue as soon as it enters again. A
-/// worker that waits for jobs should wait inside its monitored work, and should leave and enter
-/// again before the threshold of the watchdog has passed.
+/// A thread is inside after an entry and outside after an exit. The measured time of a thread is
+/// the time since its latest exit, or since its first entry if it has not left yet. A thread is
+/// overdue when it is inside and its measured time has reached the threshold, which is the
+/// `seconds` of the query. A thread that was outside for the threshold or longer is therefore
+/// overdue as soon as it enters again. A worker that waits for jobs should wait inside its
+/// monitored work, and should leave and enter again before the threshold has passed.
 ///
-/// All times are wall-clock times as gettimeofday() reads them, to the microsecond. A clock that
-/// fails reads 0.
+/// All times are wall-clock times as gettimeofday() reads them, to the microsecond. If the clock
+/// cannot be read, its time is taken as 0.
 ///
 /// Thread safety: any thread may call any function at any time. A map of named values has no lock:
-/// only one thread at a time may use it. Entries and exits wait for queries other than
-/// IsEmsThreadReport(), and these queries wait for them. glibc prefers readers: queries that
-/// overlap without a gap can delay entries and exits without limit. Therefore only one thread
-/// should query, and it should pause between its queries.
-/// Ownership: the caller's map belongs to the caller and is not kept. Records are returned as
-/// copies.
-/// Errors: a call that cannot take its lock does nothing, returns false if it returns a bool, and
-/// leaves the code of the lock call in errno. If only the lock of the report threads fails, a first
-/// entry is recorded, but its thread is not a report thread. std::bad_alloc passes to the caller,
-/// with no lock held. If an entry throws, it does not count: status and times do not change, but
-/// some of its named values may be in the record.
+/// two threads must not use the same map at the same time. The queries that read the records are
+/// IsEmsThreadTimeout(), StatEmsThreadInfo() and GetEmsThreadInfo(). Entries and exits wait for
+/// these queries, and these queries wait for entries and exits. The fourth query,
+/// IsEmsThreadReport(), has a lock of its own: see there. The reader-writer locks of glibc prefer
+/// readers: queries that overlap without a gap can delay entries and exits without limit. Therefore
+/// only one thread should query, and it should pause between its queries.
+/// Ownership: a map of named values belongs to the caller, and the library does not keep it.
+/// Records are returned as copies.
+/// Errors: a call that cannot take its lock does nothing, and leaves the code of the lock call in
+/// errno. If the call returns a bool, it then returns false. If only the lock of the set of report
+/// threads (see EmsThreadInfoMap) cannot be taken, a first entry is recorded, but the thread is not
+/// a report thread. std::bad_alloc passes to the caller, with no lock held. An entry that throws
+/// does not count: status and times do not change, but some of the entry's named values may be in
+/// the record.
 
 #include <list>
 #include <map>
@@ -59,8 +64,9 @@ enum {
     THREADINFO_TYPE_INT = 1     ///< an int as decimal text
 };
 
-/// A thread's named values: name to text and type. A value named "Report" at the thread's first
-/// entry makes the thread a report thread. The text and type of that value do not matter.
+/// The named values of a thread: a map from each name to a text and its type. If the map has the
+/// name "Report" at the thread's first entry, the thread is a report thread. The text and type of
+/// that value do not matter.
 typedef std::map<std::string, std::pair<std::string, int>> EmsThreadInfoMap;
 
 /// The record of one thread.
@@ -68,32 +74,36 @@ struct EmsThreadInfo
 {
     unsigned long m_ulThreadId = 0; ///< as pthread_self() returned it
     int m_nStatus = 0;              ///< 1 inside the monitored work, 0 outside
-    ACE_Time_Value m_StartTime;     ///< the first entry, or the latest exit if there is one
-    ACE_Time_Value m_Duration;      ///< set at an entry: the time from m_StartTime, as it
-                                    ///< was at that entry, to the entry. 0 before the second
-                                    ///< entry. GetEmsThreadInfo() may change it.
+    ACE_Time_Value m_StartTime;     ///< the time of the first entry, or of the latest exit if there
+                                    ///< is one
+    ACE_Time_Value m_Duration;      ///< the time from m_StartTime to the latest entry, computed at
+                                    ///< that entry. It is 0 before the second entry. It does not
+                                    ///< change at an entry that is not later than m_StartTime.
+                                    ///< GetEmsThreadInfo() may change it.
     ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had at an entry
     long long m_llRecvs = 0;        ///< the number of entries and exits
-    EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged
+    EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged: the latest
+                                    ///< value of each name
 };
 
 /// Monitored work: the thread enters it where the object is created, and leaves it where the object
-/// is destroyed. Each of the two counts as one event. Objects may be nested or overlap in any
-/// order, but the thread is outside after every exit, even if an outer object still exists.
+/// is destroyed. EmsThreadInfo::m_llRecvs counts each entry and each exit. Objects may be nested or
+/// overlap in any order, but the thread is outside after every exit, even if an outer object still
+/// exists.
 ///
-/// Thread safety, ownership and errors: as at the top of this header.
+/// Thread safety, ownership and errors are described at the top of this header.
 class EMSUTIL_API RegEmsThreadInfo
 {
 public:
     /// Enters on the calling thread. Copies the named values of `pInfo`, which may be null, into
-    /// the thread's record. Values of other names stay in the record. The map must not be changed
-    /// until the constructor has returned. May wait for queries.
+    /// the thread's record. Values that the record has under other names stay there. The map must
+    /// not be changed until the constructor has returned. May wait for queries.
     EMSUTIL_SCOPE_OBJECT explicit RegEmsThreadInfo(
         std::map<std::string, std::pair<std::string, int>>* pInfo);
 
     /// Leaves the monitored work. The exit counts for the thread that entered, even if another
-    /// thread destroys the object. Does not throw. A thread cannot be cancelled while this
-    /// runs. May wait for queries.
+    /// thread destroys the object. Does not throw. A thread cannot be cancelled while the
+    /// destructor runs. May wait for queries.
     ~RegEmsThreadInfo();
 
     RegEmsThreadInfo(const RegEmsThreadInfo&) = delete;
@@ -103,27 +113,28 @@ private:
     unsigned long m_ulThreadId;
 };
 
-/// Sets a named value in the caller's map. The thread's next entry copies it into the record. The
-/// last call for a name also decides its type. Changes nothing when the name or the text is null.
-/// The text may point into the map. Does not wait.
+/// Sets a named value in the caller's map. The thread's next entry with this map copies the value
+/// into the record. The last call for a name also decides the type of the value. Changes nothing if
+/// the name or the text is null. The text may point into the map. Does not wait.
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, const char* value);
 
-/// Sets a named value of the type int, which is stored as decimal text. Changes nothing when the
-/// name is null. Does not wait.
+/// Sets a named value of the type THREADINFO_TYPE_INT, which is stored as decimal text. Changes
+/// nothing if the name is null. Does not wait.
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, int value);
 
-/// Returns true if a thread is inside and its measured time is `seconds` or more. Returns false for
-/// 0. May run at the same time as other queries.
+/// Returns true if a thread is overdue: it is inside, and its measured time is `seconds` or more.
+/// Returns false if `seconds` is 0. Other queries may run at the same time, except
+/// GetEmsThreadInfo() with `seconds` other than 0: that call and this one wait for each other.
 EMSUTIL_API bool IsEmsThreadTimeout(long seconds);
 
-/// Returns whether the thread with this id is a report thread. Waits only for the first entry of a
-/// report thread, and only such an entry waits for this call.
+/// Returns whether the thread with this id is a report thread (see EmsThreadInfoMap). Waits only
+/// for the first entry of a report thread, and only such an entry waits for this call.
 EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 
-/// Writes all records, in the order of thread ids, as one text to the debug interface, at level 1:
-/// "Ems Thread Information\n", and then for each thread
+/// Writes all records, in the order of thread ids, as one text at level 1 of the debug interface.
+/// The text is "Ems Thread Information\n", and then for each thread
 ///
 ///      thread id           7f3c16c0       the low 32 bits
 ///      thread status       1
@@ -133,27 +144,30 @@ EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 ///      thread recvs        3
 ///      jobs 12                            one line per named value
 ///
-/// May run at the same time as other queries. Writes after the lock has been released, and returns
-/// when the debug interface has returned.
+/// Other queries may run at the same time, except GetEmsThreadInfo() with `seconds` other than 0:
+/// that call and this one wait for each other. The call writes after its lock has been released,
+/// and returns when the debug interface has returned.
 EMSUTIL_API void StatEmsThreadInfo();
 
 /// Appends copies of records to `infos`, in the order of thread ids. If `seconds` is 0, appends all
-/// records. Otherwise appends the record of each thread that is inside and whose measured time is
-/// `seconds` or more. For each of these it sets m_Duration to the measured time, both in the copy
-/// and in the process's record. There the value stays until the thread's next entry.
+/// records. Otherwise appends the record of each thread that is overdue: it is inside, and its
+/// measured time is `seconds` or more. For each of these threads the call sets m_Duration to the
+/// measured time, in the copy and in the process's record. The record keeps that value until
+/// another such call or the thread's next entry changes it.
 ///
-/// If memory runs out, appends nothing and changes no record. If `seconds` is not 0, this
-/// call and all other queries except IsEmsThreadReport() wait for each other.
+/// If memory runs out, appends nothing and changes no record. If `seconds` is not 0, this call and
+/// all other queries except IsEmsThreadReport() wait for each other.
 EMSUTIL_API void GetEmsThreadInfo(std::list<EmsThreadInfo>& infos, long seconds);
 
 /// Returns the process's message-handling mode: the integer "MsgHandleMode" of the platform's
-/// configuration file if that is 0 or 1, and otherwise 1.
+/// configuration file if that is 0 or 1. Returns 1 in all other cases.
 ///
 /// The first call reads the file, and its result holds until the process ends. Threads that call
-/// meanwhile wait for the first call, so the platform must not wait for such a thread while it
-/// reads. Exceptions of the platform pass to the caller, and the next call reads again. Returns 1,
-/// without reading, in two cases: the lock fails, or the platform calls this function while it
-/// reads.
+/// meanwhile wait for the first call. The platform must therefore not wait for such a thread while
+/// it reads. An exception of the platform passes to the caller, and the next call reads again.
+///
+/// Returns 1 without reading in two cases: the lock cannot be taken, or the platform calls this
+/// function while it reads.
 EMSUTIL_API int ReadMsgHandleModeSwitcher();
 
 } // namespace NSQN_EMSUTIL_AGENT

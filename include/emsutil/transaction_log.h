@@ -1,7 +1,8 @@
 #ifndef EMSUTIL_TRANSACTION_LOG_H
 #define EMSUTIL_TRANSACTION_LOG_H
 
-/// Transaction logs: containers of buffers that any thread reaches by a handle value.
+/// Transaction logs: containers of buffers. A log has a number, its handle value, by which any
+/// thread can attach a handle (a QNTransactionLog object) to the log.
 ///
 ///     using namespace NSQN_util;
 ///
@@ -11,7 +12,7 @@
 ///     {
 ///         QNTransactionLog log;
 ///         log.AddBuffer("request", 1, request); // from here on the log owns it
-///         log.AddRef(1);                        // keeps the log when this handle is gone
+///         log.AddRef(1);                        // keeps the log after this handle is destroyed
 ///         return log.GetHandle();
 ///     }
 ///
@@ -23,27 +24,29 @@
 ///         log.Release();
 ///     } // the last reference: the log and its buffers are destroyed
 ///
-/// A log exists while a handle is attached to it or extra references remain. It is destroyed when a
-/// handle is destroyed and no reference remains, or by ClearAllLog().
+/// A log exists while a handle is attached to it or extra references remain. AddRef() adds extra
+/// references, and Release() drops them. A log is destroyed when a handle is destroyed and no
+/// reference remains, or by ClearAllLog().
 ///
-/// Thread safety: any thread may call any operation at any time, but only one thread at a time may
-/// use a handle. Each thread that works on a log should therefore create a handle of its own. Every
-/// operation except GetHandle() and IsValid() may wait. Callers must guard the contents of a
-/// buffer themselves. Threads that use logs must end before main() returns. The registry of logs is
-/// torn down after the host's static objects are destroyed. The operations that need it do nothing
-/// from then on.
+/// Thread safety: any thread may call any operation at any time, but two threads must not use the
+/// same handle at the same time. Each thread that works on a log should therefore create a handle
+/// of its own. Every operation except GetHandle() and IsValid() may wait. Callers must guard the
+/// contents of a buffer themselves. Threads that use logs must end before main() returns. After the
+/// host's static objects have been destroyed, a new handle stays unattached, Release() returns 0,
+/// and the destructor of a handle and ClearAllLog() do nothing.
 /// Ownership: a buffer belongs to the log from AddBuffer() until RemoveBuffer(). A log that is
-/// destroyed deletes its buffers. The result of GetBuffer() is borrowed: it is valid while the log
-/// exists and the buffer is in it.
-/// Errors: an operation that cannot take its lock does nothing, and returns 0 or null if it returns
-/// a value. Misuse writes a check line, "file:translog:<number>,<text>", through the debug
-/// interface. std::bad_alloc and exceptions of the debug interface pass to the caller, with no lock
-/// held and nothing half done. A handle's destructor and ClearAllLog() are different: no exception
-/// passes out of these two, and a thread cannot be cancelled in them. A handle whose destructor
-/// cannot take its locks keeps its reference, so that its log exists until ClearAllLog().
+/// destroyed deletes its buffers. GetBuffer() returns a pointer to a buffer that still belongs to
+/// the log. The pointer is valid while the log exists and the buffer is in it.
+/// Errors: an operation that cannot take its lock does nothing. If the operation returns a value,
+/// it then returns 0 or null. Misuse writes a check line, "file:translog:<number>,<text>", through
+/// the debug interface. std::bad_alloc and exceptions of the debug interface pass to the caller,
+/// with no lock held and nothing half done. The destructor of a handle and ClearAllLog() are
+/// different: no exception passes out of these two, and a thread cannot be cancelled in them. If
+/// the destructor of a handle cannot take its locks, the handle's reference stays counted, and the
+/// log exists until ClearAllLog().
 ///
-/// The library holds the locks of the log, or the lock of all logs, when it writes most check
-/// lines. The debug interface must therefore not call an operation of a transaction log, and should
+/// When the library writes a check line, it usually holds the locks of the log, or the lock of all
+/// logs. The debug interface must therefore not call an operation of a transaction log, and should
 /// return soon.
 
 #include <string>
@@ -54,32 +57,32 @@ namespace NSQN_util {
 
 class QNTransactionLogImpl;
 
-/// The base of the buffers.
+/// The base class of the buffers.
 ///
-/// When a log deletes a buffer it holds locks of the library. The destructor of a buffer must
-/// therefore not call an operation of a transaction log.
+/// When a log deletes a buffer, the library holds locks. The destructor of a buffer must therefore
+/// not call an operation of a transaction log.
 class EMSUTIL_API QNTransactionBuffer
 {
 public:
     virtual ~QNTransactionBuffer();
 };
 
-/// A handle on a log. It holds one reference while it is attached.
+/// A handle on a log. The handle holds one reference while it is attached.
 ///
-/// Thread safety, ownership and errors: as at the top of this header.
+/// Thread safety, ownership and errors are described at the top of this header.
 class EMSUTIL_API QNTransactionLog
 {
 public:
-    /// Creates a log with a handle value of its own, and attaches to it. The first log of a process
-    /// has the value 1, the next one 2, and so on. No log has the value 0. The handle stays
-    /// unattached when a lock fails.
+    /// Creates a log with a handle value of its own, and attaches the handle to it. The first log
+    /// of a process has the value 1, the next one 2, and so on. No log has the value 0. The handle
+    /// stays unattached if a lock cannot be taken.
     QNTransactionLog();
 
-    /// Attaches to the log with this handle value. The handle stays unattached when there is no
-    /// such log, when a lock fails, and when the log has INT_MAX references.
+    /// Attaches the handle to the log with this handle value. The handle stays unattached if there
+    /// is no such log, if a lock cannot be taken, or if the log has INT_MAX references.
     explicit QNTransactionLog(unsigned long handle);
 
-    /// Drops the handle's reference. If it was the last one, destroys the log and deletes its
+    /// Drops the handle's reference. If no reference remains, destroys the log and deletes its
     /// buffers in the order of their keys.
     ~QNTransactionLog();
 
@@ -93,43 +96,45 @@ public:
     /// Returns whether the handle is attached to a log.
     bool IsValid() const;
 
-    /// Adds `n` extra references, which keep the log when it has no handle. Returns the number of
-    /// extra references after that, or 0 when unattached.
+    /// Adds `n` extra references, which keep the log while no handle is attached to it. Returns the
+    /// number of extra references after that. Returns 0 if the handle is unattached.
     ///
-    /// REQUIRES: n > 0. If n is less than 1, writes a check line and changes nothing. If a count
-    /// would exceed INT_MAX, changes nothing.
+    /// REQUIRES: n > 0. If n is less than 1, writes a check line and changes nothing. If a count of
+    /// references would exceed INT_MAX, changes nothing.
     int AddRef(int n);
 
-    /// Drops one extra reference. Returns the number of those that remain, or 0 when unattached.
-    /// Never destroys the log: only the destruction of a handle, or ClearAllLog(), does.
+    /// Drops one extra reference. Returns the number of extra references that remain. Returns 0 if
+    /// the handle is unattached. Never destroys the log: only the destructor of a handle and
+    /// ClearAllLog() do.
     ///
     /// REQUIRES: the log has an extra reference. If it has none, writes a check line and changes
     /// nothing.
     int Release();
 
-    /// Destroys every log of the process, in the order of handle values, even if it has references.
-    /// Writes check lines for each log that has references. Later handle values continue the
-    /// sequence.
+    /// Destroys every log of the process, in the order of handle values, even a log that has
+    /// references. Writes check lines for each log that has references. Later handle values
+    /// continue the sequence.
     ///
-    /// REQUIRES: no handle in the process is attached. Such a handle would point to a log that does
-    /// not exist any more.
+    /// REQUIRES: no handle in the process is attached. A handle that is attached would then point
+    /// to a log that does not exist any more.
     static void ClearAllLog();
 
-    // The key of a buffer is a name and a number. A name may be any bytes, and may be empty. Keys
+    // The key of a buffer is a name and a number. A name may have any bytes, and may be empty. Keys
     // are ordered by name, byte by byte, and then by number. On an unattached handle AddBuffer()
-    // does nothing, and the others return null.
+    // does nothing, and the other two operations return null.
 
-    /// Adds a buffer, which then belongs to the log. If it is null, or if the key is in use, writes
-    /// a check line and changes nothing: the buffer still belongs to the caller. Waits for other
-    /// operations on the buffers of this log.
+    /// Adds a buffer, which then belongs to the log. If `pBuffer` is null, or if the key is in use,
+    /// writes a check line and changes nothing: the buffer still belongs to the caller. Waits for
+    /// other operations on the buffers of this log.
     void AddBuffer(const std::string& name, unsigned long num, QNTransactionBuffer* pBuffer);
 
-    /// Returns the buffer with this key, which still belongs to the log. Returns null if there is
-    /// none. Look-ups on one log run at the same time, and wait for AddBuffer() and RemoveBuffer().
+    /// Returns the buffer with this key. Returns null if there is none. The buffer still belongs to
+    /// the log. Look-ups on one log run at the same time. They wait for AddBuffer() and
+    /// RemoveBuffer().
     QNTransactionBuffer* GetBuffer(const std::string& name, unsigned long num);
 
-    /// Removes the buffer with this key and returns it. It then belongs to the caller. Returns null
-    /// if there is none. Waits for other operations on the buffers of this log.
+    /// Removes the buffer with this key and returns it. The buffer then belongs to the caller.
+    /// Returns null if there is none. Waits for other operations on the buffers of this log.
     QNTransactionBuffer* RemoveBuffer(const std::string& name, unsigned long num);
 
 private:

@@ -7,7 +7,7 @@
 ///     if (std::strcmp(EmsUtilVersion(), EMSUTIL_VERSION) != 0)
 ///         std::puts("compiled with the headers of another version");
 ///
-/// Thread safety: any thread may call EmsUtilVersion() at any time, from anywhere; it never waits.
+/// Thread safety: any thread may call EmsUtilVersion() at any time; it never waits.
 /// Ownership: the text belongs to the library and is valid until the process ends.
 /// Errors: EmsUtilVersion() cannot fail.
 
