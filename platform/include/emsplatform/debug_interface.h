@@ -6,7 +6,8 @@ namespace NSQN_util {
 /// The object through which a process writes its diagnostic lines. The platform owns it and must
 /// not destroy it before the process ends.
 ///
-/// libemsutil is compiled against the order of these operations and calls only the last two.
+/// libemsutil is compiled against the order of these operations, so the order must not change. The
+/// library calls only the last two.
 class DebugInterface
 {
 public:
@@ -24,12 +25,13 @@ public:
     virtual void AssertPrint(const char* format, ...) __attribute__((format(printf, 2, 3))) = 0;
 
 protected:
-    // Not virtual: a virtual destructor would take a place in the table, and no code deletes
-    // through this class.
+    // Not virtual: a virtual destructor would take places in the table of virtual functions, and no
+    // code deletes an object through this class.
     ~DebugInterface() = default;
 };
 
-/// Returns the process's debug interface, or null when it has none. Any thread may call it.
+/// Returns the process's debug interface, or null if the process has none. Any thread may call this
+/// function.
 DebugInterface* GetDefaultDebugInterface();
 
 } // namespace NSQN_util

@@ -1,8 +1,8 @@
 #ifndef EMSPLATFORM_PLATFORM_H
 #define EMSPLATFORM_PLATFORM_H
 
-/// The functions and variables that libemsutil uses of its platform, besides the debug interface
-/// and the tasks. Any thread may call the functions.
+/// The functions and variables of the platform that libemsutil uses, except the debug interface and
+/// the tasks. Any thread may call the functions.
 
 #include <cstdarg>
 #include <cstddef>
@@ -13,7 +13,7 @@ namespace NSQN_util {
 /// Returns the directory in which the platform is installed.
 std::string GetEKORPath();
 
-/// Returns the directory above `path`, with a closing "/". Reads the text only, not the file
+/// Returns the directory above `path`, with a closing "/". Reads only the text, not the file
 /// system.
 std::string GetParentPath(const std::string& path);
 
@@ -23,9 +23,9 @@ void GetEmsCfgFile(std::string& path);
 /// The process's name. It must not change after threads have started.
 extern std::string g_ProcName;
 
-/// Whether the lock error manager is on. False unless the host sets it. The library reads it
-/// through std::atomic_ref, and a host that sets it while threads run must write it in the same
-/// way.
+/// Whether the lock error manager is on. It is off unless the host sets this variable to true. The
+/// library reads the variable with std::atomic_ref. A host that sets it while threads run must
+/// write it with std::atomic_ref too.
 extern bool g_bEnableMitLockErrMgr;
 
 } // namespace NSQN_util
@@ -37,19 +37,21 @@ int eKorGetRegInt(const char* key, int& value, const char* file);
 
 /// Formats as std::vsnprintf does. Writes at most `count` characters and a NUL into `dest`, which
 /// has room for `destMax` bytes, and never more than `destMax` bytes. Returns the number of
-/// characters.
+/// characters, without the NUL.
 ///
 /// Returns a negative number in two cases:
-/// - The text is longer than `count` or `destMax` - 1 characters. `dest` then holds as many of its
-///   first characters as fit, and a NUL.
+/// - The text is longer than `count` or `destMax` - 1 characters. `dest` then holds as many of the
+///   text's first characters as fit, and a NUL.
 /// - The format cannot be carried out: it is null or incomplete, a wide character has no multibyte
-///   form, or a width or the whole text exceeds INT_MAX. `dest` then holds the empty text, and with
-///   a `count` below 3,072 no other byte of `dest` has been written.
+///   form, or a width or the whole text exceeds INT_MAX. `dest` then holds the empty text. If
+///   `count` is below 3,072, only the first byte of `dest` has been written.
 ///
-/// The cost is that of std::vsnprintf, which also counts the characters that do not fit: about 2 ns
-/// each, 10 s for the longest text. The memory does not depend on the length, except for a
-/// floating-point number of great precision. The function uses 3 KiB of stack besides, has no lock
-/// and no state, and may be called from a conversion that the program has registered.
+/// The cost is that of std::vsnprintf, which also counts the characters that do not fit: 2 to 3 ns
+/// for each, and about 5 s for the longest text. The memory does not depend on the length, except
+/// for a floating-point number of great precision. The function also uses 3 KiB of stack.
+///
+/// The function has no lock and no state. A handler that the program has registered with
+/// register_printf_specifier() may call it.
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args) __attribute__((format(printf, 4, 0)));
 

@@ -5,9 +5,9 @@
 ///
 /// Thread safety: any thread may call these functions at any time, except SetProcessName(), which
 /// must be called before threads start.
-/// Ownership: texts and callbacks are copied. A stream remains the caller's and must stay open
-/// until another destination is set.
-/// Errors: only SetDebugFile() can fail; it returns false then.
+/// Ownership: texts and callbacks are copied. A stream still belongs to the caller, and must stay
+/// open until another destination is set.
+/// Errors: only SetDebugFile() can fail. It then returns false.
 
 #include <cstdio>
 #include <functional>
@@ -15,37 +15,45 @@
 
 namespace emsstandin {
 
-/// The operation of the debug interface that printed a text.
+/// The operation of the debug interface that received a debug line.
 enum class DebugOperation {
-    DebugPrint, ///< a line of a level
-    AssertPrint ///< a line that is shown at every level
+    DebugPrint, ///< the line has a level
+    AssertPrint ///< the line is shown at every level
 };
 
-/// Called with each formatted text, to which no newline is added. `level` is 0 for AssertPrint. The
-/// callback runs on the printing thread, on several threads at once, and may print itself, as no
-/// lock of the platform is held. libemsutil holds its own locks when it prints check lines of
-/// transaction logs. An exception of the callback passes through the print.
+/// A callback receives each formatted text, to which no newline has been added. `level` is 0 for
+/// AssertPrint.
+///
+/// The callback runs on each thread that writes a debug line, and therefore on several threads at
+/// the same time. The callback may write debug lines itself, because the platform holds no lock
+/// then. The callback must not call an operation of a transaction log, because libemsutil writes
+/// check lines of transaction logs under its own locks. An exception of the callback passes to the
+/// caller of DebugPrint() or AssertPrint().
 using DebugCallback =
     std::function<void(DebugOperation operation, int level, const std::string& text)>;
 
-/// Writes debug lines to a stream, which is standard error at first. Each text becomes one whole
-/// line: if it has no newline at its end, one is added. A null stream drops the lines.
+/// Writes debug lines to a stream. Until a destination is set, debug lines are written to standard
+/// error. A newline is added to a text that does not end with one, so that each text is one whole
+/// line. If the stream is null, the lines are dropped.
 void SetDebugStream(std::FILE* stream);
-/// Passes debug lines to a callback. A null callback drops them.
+/// Passes debug lines to a callback. If the callback is null, the lines are dropped.
 void SetDebugCallback(DebugCallback callback);
 
 /// Appends debug lines to a file. If the file cannot be opened, returns false with the reason in
 /// errno and changes nothing.
 bool SetDebugFile(const std::string& path);
 
-/// Sets the lowest level that DebugPrint shows, 0 at first. libemsutil prints at level 1.
+/// Sets the lowest level that DebugPrint() shows. Until the level is set, it is 0. libemsutil
+/// writes its lines at level 1.
 void SetLowestDebugLevel(int level);
 
-/// Sets the install path. Until then it is the current directory of its first use.
+/// Sets the install path. Until the path is set, it is the directory that was current when the path
+/// was first used.
 void SetInstallPath(const std::string& path);
-/// Sets the process's name, at first that of the program.
+/// Sets the process's name. Until the name is set, it is the name of the program.
 void SetProcessName(const std::string& name);
-/// Sets the path of the configuration file, at first "ems.cfg" in the install path.
+/// Sets the path of the configuration file. Until the path is set, it is "ems.cfg" in the install
+/// path.
 void SetConfigFile(const std::string& path);
 
 } // namespace emsstandin

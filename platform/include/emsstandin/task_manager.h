@@ -10,10 +10,11 @@
 ///
 ///     manager->Stop(); // destroys what is still pending
 ///
-/// Thread safety: any thread may call any operation, also inside a task's event.
+/// Thread safety: any thread may call any operation except the destructor at any time, also inside
+/// an event. A thread is inside an event while the manager calls one of its tasks on that thread.
 /// Ownership: a task manager owns the tasks that are inserted into it.
-/// Errors: when an event throws, the manager writes a debug line and goes on. An event that
-/// ends its thread, by cancellation or pthread_exit(), stops the manager.
+/// Errors: if an event throws, the manager writes a debug line and continues. An event that ends
+/// the manager's thread, by cancellation or pthread_exit(), stops the manager.
 
 #include <chrono>
 #include <cstddef>
@@ -31,13 +32,16 @@ class TaskStore;
 /// How a task manager keeps time.
 struct TaskManagerOptions
 {
-    /// The duration of an interval of 1, between a microsecond and a minute.
+    /// The manager's unit of time: the duration of an interval of 1. It must be between a
+    /// microsecond and a minute.
     std::chrono::microseconds m_Unit = std::chrono::milliseconds(100);
 
-    /// Without a clock the manager delivers events on a thread of its own, by the monotonic clock,
-    /// which setting the wall clock does not change. With a clock, which must return the time since
-    /// a fixed moment, the host must deliver events by DeliverExpired(). The manager's lock is held
-    /// when the clock is called.
+    /// If m_Clock is empty, the manager delivers events on a thread of its own. The manager then
+    /// uses the monotonic clock, so a change of the wall clock has no effect.
+    ///
+    /// If m_Clock is set, the host must call DeliverExpired() to deliver events. m_Clock must
+    /// return the time since a fixed moment. It must not call the manager, because the manager's
+    /// lock is held while m_Clock runs.
     std::function<std::chrono::nanoseconds()> m_Clock;
 };
 
@@ -45,28 +49,28 @@ struct TaskManagerOptions
 class TaskManager : public eKorTaskMgr
 {
 public:
-    /// Throws std::system_error when the system has no kernel timer left, and std::invalid_argument
-    /// when the unit is out of range.
+    /// Throws std::system_error if the system has no kernel timer left, and std::invalid_argument
+    /// if the unit is out of range.
     explicit TaskManager(TaskManagerOptions options);
-    /// Stops the manager. It must not be called inside an event.
+    /// Stops the manager. The destructor must not be called inside an event.
     ~TaskManager();
     TaskManager(const TaskManager&) = delete;
     TaskManager& operator=(const TaskManager&) = delete;
 
     /// Starts the delivery of events. Timers that are already armed keep their times. Does nothing
-    /// if the manager is started, or inside an event. Throws std::system_error when no thread can
-    /// be created.
+    /// if the manager is already started, or if Start() is called inside an event. Throws
+    /// std::system_error if no thread can be created.
     void Start();
 
-    /// Stops the delivery of events and destroys all tasks with their timers. Inside an event the
-    /// tasks are destroyed after that event has returned, otherwise before this function returns,
-    /// which may wait for the event that is running. May be called more than once. Tasks that are
-    /// inserted later remain until a later Stop().
+    /// Stops the delivery of events and destroys all tasks with their timers. If Stop() is called
+    /// inside an event, the tasks are destroyed after that event has returned. Otherwise they are
+    /// destroyed before Stop() returns, and Stop() may wait for a running event. May be called more
+    /// than once. Tasks that are inserted later remain until a later Stop().
     void Stop();
 
     /// Delivers on the calling thread the timers that have expired, each once, and destroys
-    /// finished tasks. Returns the number of timers delivered, which is 0 inside an event, before
-    /// Start() and while another thread delivers.
+    /// finished tasks. Returns the number of timers delivered. Returns 0 inside an event, while the
+    /// manager is not started, and while another thread delivers.
     std::size_t DeliverExpired();
 
 private:
@@ -79,8 +83,8 @@ private:
     std::thread m_Thread;     // guarded by m_ControlLock
 };
 
-/// Creates the process's task manager with this id, which is never destroyed. Returns null if there
-/// is one already. Throws as the constructor does.
+/// Creates the process's task manager with this id. The manager is never destroyed. Returns null if
+/// there is already a task manager with this id. Throws as the constructor does.
 TaskManager* AddTaskManager(unsigned char id, TaskManagerOptions options);
 
 } // namespace emsstandin
