@@ -16,8 +16,8 @@ constexpr std::size_t WATER_MARK_BYTES = 16384;
 /// producer keeps it from running.
 constexpr int ATTEMPTS = 8;
 
-/// The errno of an attempt that finds no room. No lock fails with it, but a lock may fail with
-/// EWOULDBLOCK, which ACE sets when a queue is full.
+/// The errno of an attempt that finds no room. ACE sets EWOULDBLOCK when a queue is full, but a
+/// lock may fail with EWOULDBLOCK too. No lock fails with ENOSPC.
 constexpr int QUEUE_IS_FULL = ENOSPC;
 
 constinit EmsGeneralCmdMgr* g_pGeneralCmdMgr = nullptr;
@@ -142,7 +142,7 @@ EmsGeneralCmdMgr::~EmsGeneralCmdMgr()
         }
         m_pCmdQueue.reset();
     } catch (...) { // not covered: nothing above throws as long as ACE's queue does not
-        // The remaining commands are lost. The handlers and their lock are destroyed all the same.
+        // The remaining commands are lost. The handlers and their lock are nevertheless destroyed.
     }
 }
 

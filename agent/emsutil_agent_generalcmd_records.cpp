@@ -82,7 +82,8 @@ std::string TextForm(const Record& record)
 
 } // namespace
 
-// Every copy constructor creates an empty record and assigns to it, so a copy has one meaning.
+// Every copy constructor creates an empty record and assigns to it, so only operator= defines what
+// a copy contains.
 
 EmsNameAndValueStringTypePair::EmsNameAndValueStringTypePair() : rtype(NVTP_TYPE_STRING) {}
 

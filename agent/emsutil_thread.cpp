@@ -43,8 +43,9 @@ ACE_Time_Value Now()
     return gettimeofday(&now, nullptr) == 0 ? ACE_Time_Value(now) : ACE_Time_Value::zero;
 }
 
-/// Applies an event to the record of a thread. The values come first: no exit follows an entry that
-/// runs out of memory, so it must not change the status. Values that it has set stay set.
+/// Applies an event to the record of a thread. The values are merged first, because merging may run
+/// out of memory. No exit follows such an entry, so the entry must not change the status. Values
+/// that were already merged stay.
 void UpdateRecord(EmsThreadInfo& record, const EmsThreadInfo& event, const EmsThreadInfoMap* pInfo)
 {
     const bool isEntry = event.m_nStatus == STATUS_INSIDE;

@@ -29,7 +29,8 @@ public:
 
     bool IsTimeout(long seconds);
     bool IsReport(unsigned long threadId);
-    /// Appends the lines of every record. Returns false, and appends nothing, without the lock.
+    /// Appends the lines of every record. Returns false, and appends nothing, if the lock cannot be
+    /// taken.
     bool AppendStatistics(std::string& text);
     void GetAll(std::list<EmsThreadInfo>& infos);
     void GetOverdue(std::list<EmsThreadInfo>& infos, long seconds);

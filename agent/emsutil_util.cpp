@@ -12,7 +12,8 @@ namespace {
 constexpr std::size_t FIRST_TEXT_SIZE = 512;
 constexpr std::size_t LAST_TEXT_SIZE = std::size_t{1} << 30; // bytes; longer is a mistake
 
-// Stands where a text that does not fit has its closing NUL.
+// The last byte of the buffer before the call. A text that does not fit replaces it with its
+// closing NUL.
 constexpr char UNTOUCHED = '?';
 
 } // namespace

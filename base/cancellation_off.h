@@ -5,8 +5,9 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// Prevents the cancellation of the calling thread while it exists. A cancelled thread unwinds by
-/// an exception. If that ends in a catch (...) or leaves a destructor, the process is aborted.
+/// While the object exists, the thread that created it cannot be cancelled. A cancelled thread
+/// unwinds by an exception. The process is aborted if a catch (...) does not rethrow this
+/// exception, or if this exception leaves a destructor.
 class CancellationOff
 {
 public:

@@ -3,8 +3,9 @@
 
 /// Process-wide objects that are created on first use.
 ///
-/// `instance` is a plain pointer, which must be constant-initialised. It is published with release
-/// and read with acquire. ACE's lock for static objects guards creation and destruction.
+/// The parameter `instance` of the functions below is a plain pointer, which must be
+/// constant-initialised. It is published with release and read with acquire. ACE's lock for static
+/// objects guards creation and destruction.
 
 #include <atomic>
 #include <memory>
@@ -37,7 +38,8 @@ template <class T, class Check>
     WithStaticObjectLock([&] {
         if (instance == nullptr) {
             auto object = std::make_unique<T>();
-            // Again: T's constructor may call the platform, which may call the library.
+            // Checked again, because T's constructor may call the platform, which may call the
+            // library.
             if (instance == nullptr) {
                 std::atomic_ref<T*>(instance).store(object.release(), std::memory_order_release);
                 check();
@@ -48,9 +50,9 @@ template <class T, class Check>
     return created;
 }
 
-/// Returns the process-wide T that `instance` points to, and creates it on the first call. Once it
-/// exists a call is one read. Returns null when the lock cannot be taken. An exception of T's
-/// constructor passes to the caller, and the next call tries again.
+/// Returns the process-wide T that `instance` points to, and creates it on the first call. Once the
+/// object exists, a call only reads a pointer, without a lock. Returns null if the lock cannot be
+/// taken. An exception of T's constructor passes to the caller, and the next call tries again.
 ///
 /// Calls `check` under the lock after the object has been created.
 template <class T, class Check>

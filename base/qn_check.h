@@ -1,16 +1,16 @@
 #ifndef BASE_QN_CHECK_H
 #define BASE_QN_CHECK_H
 
-/// Internal checks: a check that fails writes one line. Then the function continues or returns, as
+/// Internal checks. A check that fails writes one line. Then the function continues or returns, as
 /// the macro says.
 ///
 ///     QN_CHECK_AT("translog", 467)
 ///     QN_RETURN_IF_NOT_TRUE(NULL != pBuffer);
 ///
 /// writes "file:translog:467,QN_RETURN_IF_NOT_TRUE: NULL != pBuffer" at level 1. People look for
-/// file, line and text in logs, so these must not change when code moves. The text is the condition
-/// as written, so conditions must not be rewritten: they keep their NULL. A check without a
-/// QN_CHECK_AT does not compile.
+/// the file, line and text in logs, so none of these must change when code moves. The text is the
+/// condition as written, so conditions must not be rewritten: they keep their NULL. A check without
+/// a QN_CHECK_AT does not compile.
 ///
 /// Each condition is evaluated once. The macros may be used without braces in an if with an else.
 

@@ -25,7 +25,8 @@ class QNTransactionLogImpl
 public:
     using TransBufKey = std::pair<std::string, unsigned long>;
 
-    /// Orders by name, byte by byte, then by number. A look-up needs no key that owns its name.
+    /// Orders by name, byte by byte, then by number. A look-up may use a key that only refers to
+    /// its name, so that the name is not copied.
     struct TransBufKeyLess
     {
         using is_transparent = void;
@@ -65,9 +66,10 @@ public:
     // Guarded by m_TransBufLock.
     std::map<TransBufKey, QNTransactionBuffer*, TransBufKeyLess> m_TransBufMap;
     ACE_RW_Thread_Mutex m_TransBufLock;
-    // Changed under m_RefCountLock; the checks read them without it. The extra references are
-    // written last and read first, so that a reader never finds more of them than of all
-    // references.
+    // Changed under m_RefCountLock. AddRef() writes the extra references last, and Release() writes
+    // them first, so at no time are there more of them than of all references. The check that
+    // compares the two reads them without m_RefCountLock, the extra references first. Only AddRef()
+    // may write meanwhile, because the check runs with g_TransLogMapLock held for writing.
     std::atomic<int> m_nRefCount = 1;   // all references: attached handles and extra ones
     std::atomic<int> m_nRefCountEx = 0; // the extra ones
     ACE_Thread_Mutex m_RefCountLock;
