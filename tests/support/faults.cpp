@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <new>
 
@@ -13,47 +14,19 @@
 
 namespace {
 
-struct Plan
-{
-    int m_nFirst = 0; // the call that fails, or 0 for none
-    bool m_bPersistent = false;
-    int m_nCalls = 0;
-};
-
-constinit thread_local Plan g_Plans[faults::CALLS] = {};
-constinit thread_local int g_nError = 0;
+constinit thread_local faults::FailNth* g_pFault = nullptr;
 constinit thread_local int g_nPauses = 0;
 constinit std::atomic<long> g_lLiveAllocations = 0; // relaxed: it orders no threads
 
 bool Fails(faults::Call call)
 {
-    Plan& plan = g_Plans[call];
-    if (plan.m_nFirst == 0 || g_nPauses > 0) {
-        return false;
-    }
-    ++plan.m_nCalls;
-    return plan.m_bPersistent ? plan.m_nCalls >= plan.m_nFirst : plan.m_nCalls == plan.m_nFirst;
-}
-
-bool FailsWithErrno(faults::Call call)
-{
-    const bool fails = Fails(call);
-    if (fails) {
-        errno = g_nError;
-    }
-    return fails;
+    return g_pFault != nullptr && g_nPauses == 0 && g_pFault->Fails(call);
 }
 
 template <class Function>
 Function* Next(const char* name)
 {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-template <class Lock>
-int LockOrFail(faults::Call call, int (*next)(Lock*), Lock* lock)
-{
-    return Fails(call) ? g_nError : next(lock);
 }
 
 void* Allocate(std::size_t size)
@@ -74,25 +47,31 @@ void Free(void* memory)
 namespace faults {
 
 std::atomic<long long> g_llClock = REAL_CLOCK;
-char* (*g_pCtime)(char* buffer) = nullptr;
 void (*g_pOnConditionWait)() = nullptr;
 void (*g_pOnMutexLock)() = nullptr;
 
-FailNth::FailNth(Call call, int n, int error, bool persistently) : m_Call(call)
+FailNth::FailNth(Call call, int n, int error, bool persistently)
+    : m_Call(call), m_nNth(n), m_nError(error), m_bPersistently(persistently)
 {
-    g_nError = error;
-    g_Plans[call] = {n, persistently};
+    g_pFault = this;
 }
 
 FailNth::~FailNth()
 {
-    g_Plans[m_Call] = {};
+    g_pFault = nullptr;
 }
 
-bool FailNth::Happened() const
+bool FailNth::Fails(Call call)
 {
-    const Plan& plan = g_Plans[m_Call];
-    return plan.m_nFirst > 0 && plan.m_nCalls >= plan.m_nFirst;
+    if (call != m_Call) {
+        return false;
+    }
+    ++m_nCalls;
+    const bool fails = m_bPersistently ? m_nCalls >= m_nNth : m_nCalls == m_nNth;
+    if (fails) {
+        errno = m_nError;
+    }
+    return fails;
 }
 
 Pause::Pause()
@@ -127,19 +106,19 @@ int pthread_mutex_lock(pthread_mutex_t* lock) noexcept
     if (faults::g_pOnMutexLock != nullptr) {
         faults::g_pOnMutexLock();
     }
-    return LockOrFail(faults::MUTEX_LOCK, next, lock);
+    return Fails(faults::MUTEX_LOCK) ? errno : next(lock);
 }
 
 int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept
 {
     static auto* const next = Next<int(pthread_rwlock_t*)>("pthread_rwlock_rdlock");
-    return LockOrFail(faults::READ_LOCK, next, lock);
+    return Fails(faults::READ_LOCK) ? errno : next(lock);
 }
 
 int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept
 {
     static auto* const next = Next<int(pthread_rwlock_t*)>("pthread_rwlock_wrlock");
-    return LockOrFail(faults::WRITE_LOCK, next, lock);
+    return Fails(faults::WRITE_LOCK) ? errno : next(lock);
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* lock)
@@ -151,13 +130,9 @@ int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* lock)
     return next(condition, lock);
 }
 
-char* ctime_r(const time_t* time, char* buffer) noexcept
+char* ctime_r(const time_t*, char* buffer) noexcept
 {
-    static auto* const next = Next<char*(const time_t*, char*)>("ctime_r");
-    if (FailsWithErrno(faults::TIME_TEXT)) {
-        return nullptr;
-    }
-    return faults::g_pCtime != nullptr ? faults::g_pCtime(buffer) : next(time, buffer);
+    return Fails(faults::TIME_TEXT) ? nullptr : std::strcpy(buffer, faults::TIME_LINE);
 }
 
 int open(const char* path, int flags, ...)
@@ -167,16 +142,16 @@ int open(const char* path, int flags, ...)
     va_start(args, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
     va_end(args);
-    return FailsWithErrno(faults::OPEN) ? -1 : next(path, flags, mode);
+    return Fails(faults::OPEN) ? -1 : next(path, flags, mode);
 }
 
 ssize_t write(int file, const void* bytes, std::size_t size)
 {
     static auto* const next = Next<ssize_t(int, const void*, std::size_t)>("write");
-    if (!FailsWithErrno(faults::WRITE)) {
+    if (!Fails(faults::WRITE)) {
         return next(file, bytes, size);
     }
-    return g_nError == faults::SHORT_WRITE ? next(file, bytes, size / 2) : -1;
+    return errno == faults::SHORT_WRITE ? next(file, bytes, size / 2) : -1;
 }
 
 int gettimeofday(timeval* now, void* zone) noexcept

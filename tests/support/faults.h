@@ -24,9 +24,12 @@ enum Call {
 /// The `error` of a WRITE that writes half of the bytes.
 constexpr int SHORT_WRITE = 0;
 
+/// What ctime_r() returns.
+constexpr char TIME_LINE[] = "Thu Jan  1 00:16:40 1970\n";
+
 /// While it exists, the n-th call of a kind on this thread fails, and every later one too if
 /// `persistently`. The next call is number 1. A call fails with `error`, except an allocation,
-/// which fails as its operator new does.
+/// which fails as its operator new does. A thread has one of them at a time.
 class FailNth
 {
 public:
@@ -36,10 +39,17 @@ public:
     FailNth& operator=(const FailNth&) = delete;
 
     /// Returns whether the n-th call has been made and has failed.
-    bool Happened() const;
+    bool Happened() const { return m_nNth > 0 && m_nCalls >= m_nNth; }
+
+    /// Counts a call. Returns whether it fails, and then sets errno.
+    bool Fails(Call call);
 
 private:
-    Call m_Call;
+    const Call m_Call;
+    const int m_nNth;
+    const int m_nError;
+    const bool m_bPersistently;
+    int m_nCalls = 0;
 };
 
 /// While it exists, no call on this thread fails or is counted. The calls of a test are its own.
@@ -66,9 +76,6 @@ long LiveAllocations();
 constexpr long long REAL_CLOCK = -1;
 constexpr long long FAILING_CLOCK = -2;
 extern std::atomic<long long> g_llClock;
-
-/// Called by ctime_r() in place of the C library's function, unless null.
-extern char* (*g_pCtime)(char* buffer);
 
 /// Called, unless null, by each thread that is about to wait for a condition.
 extern void (*g_pOnConditionWait)();

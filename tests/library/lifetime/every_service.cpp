@@ -1,6 +1,4 @@
-#include "tests/library/lifetime/every_service.h"
-
-#include <cstdio>
+#include "tests/library/lifetime/support.h"
 
 #include <emsstandin/setup.h>
 
@@ -8,8 +6,6 @@
 #include "emsutil/lock_error_manager.h"
 #include "emsutil/thread_monitor.h"
 #include "emsutil/transaction_log.h"
-#include "tests/library/lifetime/require.h"
-#include "tests/library/lifetime/support.h"
 
 void WorkOnce(const soak::Load& load)
 {

@@ -1,11 +1,8 @@
 // A process exits while its threads use the services that threads may use until the end, which are
 // all except transaction logs. It must not crash, and no text may be wrong.
 
-#include <cstdlib>
 #include <functional>
 #include <latch>
-#include <string>
-#include <string_view>
 #include <thread>
 
 #include <sys/wait.h>
@@ -14,8 +11,6 @@
 #include <emsstandin/setup.h>
 
 #include "emsutil/diagnostics.h"
-#include "tests/library/lifetime/every_service.h"
-#include "tests/library/lifetime/require.h"
 #include "tests/library/lifetime/support.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
@@ -36,9 +31,8 @@ void Format()
 [[noreturn]] void ExitWithThreads(const soak::Load& load)
 {
     static std::latch used(3);
-    const auto work = [load] { WorkOnce(load); };
-    for (const std::function<void()>& body :
-         {std::function(Format), std::function(Format), std::function<void()>(work)}) {
+    const std::function<void()> work = [load] { WorkOnce(load); };
+    for (const auto& body : {std::function(Format), std::function(Format), work}) {
         std::thread([body] {
             body();
             used.count_down();
@@ -51,15 +45,6 @@ void Format()
     std::exit(0); // NOLINT(concurrency-mt-unsafe): that is the case
 }
 
-bool HasOnlyWholeEntries(std::string report)
-{
-    const std::string_view entry = "[entry]";
-    while (report.ends_with(entry)) {
-        report.resize(report.size() - entry.size());
-    }
-    return report.empty();
-}
-
 } // namespace
 
 int main()
@@ -67,16 +52,20 @@ int main()
     constexpr soak::Load (*loads[])(int) = {soak::GeneralCommandLoad, soak::ThreadMonitorLoad,
                                             soak::TimerLoad, soak::TimeGuardLoad,
                                             soak::LockErrorLoad};
-    for (int i = 0; i < EXITS; ++i) {
+    for (std::size_t i = 0; i < EXITS; ++i) {
         const Installation installation;
         const pid_t child = fork();
         if (child == 0) {
             emsstandin::SetDebugStream(nullptr);
-            ExitWithThreads(loads[static_cast<std::size_t>(i) % std::size(loads)](1));
+            ExitWithThreads(loads[i % std::size(loads)](1));
         }
         int status = -1;
         waitpid(child, &status, 0);
         REQUIRE(status == 0);
-        REQUIRE(HasOnlyWholeEntries(installation.Report()));
+        std::string report = installation.Report();
+        while (report.ends_with("[entry]")) {
+            report.resize(report.size() - std::size("[entry]") + 1);
+        }
+        REQUIRE(report.empty());
     }
 }

@@ -13,7 +13,6 @@
 #include "emsutil/general_command.h"
 #include "emsutil/lock_error_manager.h"
 #include "emsutil/thread_monitor.h"
-#include "tests/library/lifetime/require.h"
 #include "tests/library/lifetime/support.h"
 
 using namespace NSQN_EMSUTIL_AGENT;

@@ -1,14 +1,13 @@
 // A plugin that brings the shared library into a process.
 
-#include "tests/library/lifetime/plugin.h"
-
-#include <cstdlib>
 #include <list>
 
 #include <emsstandin/task_manager.h>
 
 #include "emsutil/thread_monitor.h"
+#include "emsutil/timer.h"
 #include "emsutil/transaction_log.h"
+#include "tests/library/lifetime/support.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
 using namespace NSQN_util;
@@ -22,45 +21,40 @@ struct Buffer : QNTransactionBuffer
 
 QNTransactionLog* g_pLog = nullptr;
 
-void ScheduleTimer(EmsUtilTimerInterface& timer, void* param)
+} // namespace
+
+extern "C" {
+
+EMSUTIL_API void ScheduleTimer(EmsUtilTimerInterface& timer)
 {
     emsstandin::AddTaskManager(7, {std::chrono::milliseconds(1), nullptr})->Start();
-    ScheduleEmsUtilTimer(7, timer, param);
+    ScheduleEmsUtilTimer(7, timer, &timer);
 }
 
-unsigned long TakeHandleValue()
+/// This log and this entry must be the n-th ones of the process.
+EMSUTIL_API void LogAndEnter(const int& n)
 {
-    return QNTransactionLog().GetHandle();
-}
-
-long long CountEvents()
-{
-    {
-        const RegEmsThreadInfo inside(nullptr);
-    }
+    REQUIRE(QNTransactionLog().GetHandle() == static_cast<unsigned long>(n));
+    const RegEmsThreadInfo inside(nullptr);
     std::list<EmsThreadInfo> records;
     GetEmsThreadInfo(records, 0);
-    return records.front().m_llRecvs;
+    REQUIRE(records.front().m_llRecvs == 2 * n - 1); // with the exits
 }
 
-void CreateLog()
+EMSUTIL_API void CreateLog()
 {
     g_pLog = new QNTransactionLog;
     g_pLog->AddBuffer("name", 1, new Buffer);
     g_pLog->AddRef(1);
 }
 
-bool FindsNoLogs()
+EMSUTIL_API void FindNoLogs()
 {
-    const bool created = QNTransactionLog().IsValid();
-    const bool attached = QNTransactionLog(3).IsValid();
-    const int references = g_pLog->Release();
+    REQUIRE(!QNTransactionLog().IsValid());
+    REQUIRE(!QNTransactionLog(3).IsValid());
+    REQUIRE(g_pLog->Release() == 0);
     QNTransactionLog::ClearAllLog();
     g_pLog->~QNTransactionLog();
-    return !created && !attached && references == 0;
 }
 
-} // namespace
-
-extern "C" EMSUTIL_API const Plugin g_Plugin = {ScheduleTimer, TakeHandleValue, CountEvents,
-                                                CreateLog, FindsNoLogs};
+} // extern "C"

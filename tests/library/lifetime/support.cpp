@@ -10,7 +10,6 @@
 #include <emsstandin/setup.h>
 
 #include "emsutil/transaction_log.h"
-#include "tests/library/lifetime/require.h"
 
 using namespace NSQN_util;
 

@@ -1,7 +1,18 @@
 #ifndef TESTS_LIBRARY_LIFETIME_SUPPORT_H
 #define TESTS_LIBRARY_LIFETIME_SUPPORT_H
 
+#include <cstdio>
+#include <cstdlib>
 #include <string>
+
+#include "soak/load.h"
+
+/// Ends the process with a message if the condition does not hold. It works before main() and after
+/// its end, where no test framework does.
+#define REQUIRE(cond)                                                                              \
+    ((cond) ? void()                                                                               \
+            : (std::fprintf(stderr, "%s:%d: %s does not hold\n", __FILE__, __LINE__, #cond),       \
+               std::_Exit(1)))
 
 /// An installation in the current directory, with a report file and a configuration.
 struct Installation
@@ -19,5 +30,11 @@ unsigned long LeaveLog();
 
 /// Releases the extra reference of such a log and checks that the log is destroyed.
 void FinishLog(unsigned long handle);
+
+/// Does one burst of the work of each thread of the load, on the calling thread.
+void WorkOnce(const soak::Load& load);
+
+/// Uses every service on the calling thread and checks the results.
+void UseEveryService();
 
 #endif
