@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <latch>
 #include <map>
@@ -92,16 +91,6 @@ class Answer : public QNTransactionBuffer
     WaitForever();
 }
 
-void* CopyText(void* text)
-{
-    return strdup(static_cast<const char*>(text));
-}
-
-void FreeText(void* text)
-{
-    std::free(text);
-}
-
 void Retry(void*) {}
 
 int SetLevel(EmsGeneralCmd*, EmsGeneralCmd*)
@@ -146,30 +135,17 @@ void StandStill()
     orphan.AddBuffer("request", 7, new Request);
     orphan.AddBuffer("answer", 7, new Answer);
     orphan.AddBuffer("answer", 12, new Answer);
-}
 
-void ScheduleTimers()
-{
     emsstandin::TaskManagerOptions options;
     options.m_Clock = [] { return std::chrono::seconds(100); };
     emsstandin::AddTaskManager(7, options)->Start();
-    char text[] = "NE-17";
     EmsUtilTimerInterface timer = {};
-    timer.pfnCopyParam = CopyText;
-    timer.pfnFreeParam = FreeText;
     timer.pfnTimeout = Retry;
-    ScheduleEmsUtilTimer(7, timer, text);
+    ScheduleEmsUtilTimer(7, timer, nullptr);
     ScheduleEmsUtilTimer(7, timer, nullptr);
 }
 
 // Commands ----------------------------------------------------------------------------------------
-
-EmsGeneralCmd MakeCommand(const char* name)
-{
-    EmsGeneralCmd command;
-    command.name = name;
-    return command;
-}
 
 EmsNameAndValueStringTypePair MakePair(const char* name, const std::string& value, int type)
 {
@@ -182,7 +158,8 @@ EmsNameAndValueStringTypePair MakePair(const char* name, const std::string& valu
 
 [[gnu::noinline]] void FillTheQueue()
 {
-    EmsGeneralCmd fill = MakeCommand("fill");
+    EmsGeneralCmd fill;
+    fill.name = "fill";
     for (;;) {
         addGeneralCmd(fill);
     }
@@ -193,12 +170,14 @@ void HangInAHandler()
     Register("SetLevel", SetLevel);
     Register("hang", Hang);
 
-    EmsGeneralCmd hang = MakeCommand("hang");
+    EmsGeneralCmd hang;
+    hang.name = "hang";
     hang.nvtps.nvtps.push_back(MakePair("element", "NE-17", NVTP_TYPE_STRING));
     addGeneralCmd(hang);
     new WaitingThread([] { runGeneralCmd(); });
 
-    EmsGeneralCmd command = MakeCommand("SetLevel");
+    EmsGeneralCmd command;
+    command.name = "SetLevel";
     command.objs.objs.emplace_back().nvtps.nvtps = {MakePair("level", " +17 of 20", NVTP_TYPE_LONG),
                                                     MakePair("big", "4294967295", NVTP_TYPE_LONG)};
     command.objs.objs.emplace_back();
@@ -258,10 +237,8 @@ void WaitForEachOther()
 
 int main(int argc, char** argv)
 {
-    const std::map<std::string, void (*)()> states = {{"still", StandStill},
-                                                      {"timers", ScheduleTimers},
-                                                      {"hanging", HangInAHandler},
-                                                      {"deadlock", WaitForEachOther}};
+    const std::map<std::string, void (*)()> states = {
+        {"still", StandStill}, {"hanging", HangInAHandler}, {"deadlock", WaitForEachOther}};
     const auto state = argc == 2 ? states.find(argv[1]) : states.end();
     if (state == states.end()) {
         return 2;

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <vector>
 
 #include <pthread.h>
@@ -32,24 +33,42 @@ std::string g_Events;
 class NamedTask final : public eKorGnlTask
 {
 public:
-    NamedTask(eKorTaskMgr& manager, const char* name) : eKorGnlTask(&manager, name), m_pName(name)
+    NamedTask(eKorTaskMgr& manager, char name) : eKorGnlTask(&manager, "NamedTask"), m_cName(name)
     {
         manager.TMInitInsertTask(this);
     }
-    ~NamedTask() override { g_Events += std::string("~") + m_pName; }
+    ~NamedTask() override { g_Events.append("~").append(1, m_cName); }
 
     void eKorTaskTimeInterval(long id) override
     {
-        g_Events += m_pName;
-        if (m_OnEvent) {
-            m_OnEvent(id);
-        }
+        g_Events += m_cName;
+        m_OnEvent(id);
     }
 
-    std::function<void(long id)> m_OnEvent;
+    std::function<void(long id)> m_OnEvent = [](long) {};
 
 private:
-    const char* const m_pName;
+    const char m_cName;
+};
+
+/// A started manager with three tasks, whose clock the test moves.
+struct Tasks
+{
+    Tasks() { m_Manager.Start(); }
+
+    /// Returns the events until then.
+    std::string EventsAt(int second)
+    {
+        m_Now = std::chrono::seconds(second);
+        m_Manager.DeliverExpired();
+        return std::exchange(g_Events, {});
+    }
+
+    std::chrono::seconds m_Now{0};
+    emsstandin::TaskManager m_Manager{{std::chrono::seconds(1), [this] { return m_Now; }}};
+    NamedTask* const m_pA = new NamedTask(m_Manager, 'a');
+    NamedTask* const m_pB = new NamedTask(m_Manager, 'b');
+    NamedTask* const m_pC = new NamedTask(m_Manager, 'c');
 };
 
 /// vsnprintf_s for formats that the compiler would refuse.
@@ -68,14 +87,8 @@ int Format(char* dest, std::size_t destMax, std::size_t count, const char* forma
 
 TEST(Platform, ParentPathsHaveAClosingSeparator)
 {
-    const std::pair<const char*, const char*> cases[] = {
-        {"/opt/ems/bin//", "/opt/ems/"},
-        {"/opt", "/"},
-        {"/", "/"},
-        {"a//b", "a/"},
-        {"a", "./"},
-        {"", "./"},
-    };
+    const std::map<std::string, std::string> cases = {
+        {"/opt/ems/bin//", "/opt/ems/"}, {"/opt", "/"}, {"/", "/"}, {"a//b", "a/"}, {"", "./"}};
     for (const auto& [path, parent] : cases) {
         EXPECT_EQ(NSQN_util::GetParentPath(path), parent) << path;
     }
@@ -88,21 +101,23 @@ TEST(Platform, ReadsIntegersFromTheConfigurationFile)
                            "plus = +7\nlarge = 2147483648\nword = 5x\nempty =\nplusminus = +-5\n"
                            "twice = 1\ntwice = 2\nspoiled = 1\nspoiled = x\n= 4\nno equals\n"
                            "#hidden = 6\nlast = 9";
-    const std::tuple<const char*, int, int> cases[] = {
-        {"plain", 1, 5},   {"minus", 1, INT_MIN}, {"plus", 1, 7},     {"large", 0, 42},
-        {"word", 0, 42},   {"empty", 0, 42},      {"twice", 1, 2},    {"spoiled", 0, 42},
-        {"hidden", 0, 42}, {"Plain", 0, 42},      {"missing", 0, 42}, {"last", 1, 9},
-        {nullptr, 0, 42},  {"plusminus", 0, 42},
+    constexpr int none = 42;
+    const std::pair<const char*, int> cases[] = {
+        {"plain", 5},     {"minus", INT_MIN},  {"plus", 7},       {"large", none},
+        {"word", none},   {"empty", none},     {"twice", 2},      {"spoiled", none},
+        {"hidden", none}, {"Plain", none},     {"missing", none}, {"last", 9},
+        {nullptr, none},  {"plusminus", none},
     };
-    for (const auto& [key, result, read] : cases) {
-        int value = 42;
-        EXPECT_EQ(eKorGetRegInt(key, value, path.c_str()), result);
+    int value = none;
+    for (const auto& [key, read] : cases) {
+        value = none;
+        EXPECT_EQ(eKorGetRegInt(key, value, path.c_str()), read == none ? 0 : 1);
         EXPECT_EQ(value, read);
     }
-    int value = 42;
+    value = none;
     EXPECT_EQ(eKorGetRegInt("plain", value, "/nowhere/ems.cfg"), 0);
     EXPECT_EQ(eKorGetRegInt("plain", value, nullptr), 0);
-    EXPECT_EQ(value, 42);
+    EXPECT_EQ(value, none);
     std::remove(path.c_str());
 }
 
@@ -155,63 +170,47 @@ TEST(Platform, AFileReceivesWholeLinesFromAllThreads)
 
 TEST(Platform, TimersExpireInTheOrderInWhichTheyAreDue)
 {
-    std::chrono::seconds now(0);
-    emsstandin::TaskManager manager({std::chrono::seconds(1), [&now] { return now; }});
-    manager.Start();
-    const auto eventsAt = [&](int second) {
-        now = std::chrono::seconds(second);
-        manager.DeliverExpired();
-        return std::exchange(g_Events, {});
-    };
-    auto* const a = new NamedTask(manager, "a");
-    auto* const b = new NamedTask(manager, "b");
-    auto* const c = new NamedTask(manager, "c");
+    Tasks tasks;
+    const auto& [now, manager, a, b, c] = tasks;
     const long first = a->SetTaskTimeInterval(10);
     b->SetTaskTimeInterval(4);
-    EXPECT_EQ(eventsAt(9), "b");                    // once for 4 and 8, again at 12
+    EXPECT_EQ(tasks.EventsAt(9), "b");              // once for 4 and 8, again at 12
     const long second = c->SetTaskTimeInterval(10); // at 19
     a->SetTaskTimeInterval(0);                      // as 1: at 10
     EXPECT_NE(first, second);
-    c->DelTaskTimeInterval(first);  // a timer of another task
-    EXPECT_EQ(eventsAt(18), "aab"); // the first again at 20, the other at 19
-    EXPECT_EQ(eventsAt(19), "ca");
-    EXPECT_EQ(eventsAt(20), "aba");
+    c->DelTaskTimeInterval(first);        // a timer of another task
+    EXPECT_EQ(tasks.EventsAt(18), "aab"); // the first again at 20, the other at 19
+    EXPECT_EQ(tasks.EventsAt(19), "ca");
+    EXPECT_EQ(tasks.EventsAt(20), "aba");
     a->DelTaskTimeInterval(first);
-    c->m_OnEvent = [c](long id) {
-        c->DelTaskTimeInterval(id);
-        c->SetTaskTimeInterval(3); // not in the same delivery
-        c->m_OnEvent = nullptr;
+    c->m_OnEvent = [task = c](long id) {
+        task->DelTaskTimeInterval(id);
+        task->SetTaskTimeInterval(3); // not in the same delivery
+        task->m_OnEvent = [](long) {};
     };
-    EXPECT_EQ(eventsAt(30), "abc");
-    EXPECT_EQ(eventsAt(33), "abc");
-    manager.Stop();
+    EXPECT_EQ(tasks.EventsAt(30), "abc");
+    EXPECT_EQ(tasks.EventsAt(33), "abc");
+    tasks.m_Manager.Stop();
     EXPECT_EQ(g_Events, "~a~b~c");
 }
 
 TEST(Platform, ATaskMayDestroyItselfAndOthersInItsEvent)
 {
-    std::chrono::seconds now(0);
-    g_Events.clear();
-    emsstandin::TaskManager manager({std::chrono::seconds(1), [&now] { return now; }});
-    manager.Start();
-    auto* const a = new NamedTask(manager, "a");
-    auto* const b = new NamedTask(manager, "b");
-    auto* const c = new NamedTask(manager, "c");
+    Tasks tasks;
+    const auto& [now, manager, a, b, c] = tasks;
     for (NamedTask* task : {a, b, c}) {
         task->SetTaskTimeInterval(1);
         task->SetTaskTimeInterval(1);
     }
-    a->m_OnEvent = [=](long) {
-        a->eKorSetTaskState(3);
-        b->eKorSetTaskState(3);
-        a->eKorSetTaskState(3); // once more
+    a->m_OnEvent = [self = a, other = b](long) {
+        self->eKorSetTaskState(3);
+        other->eKorSetTaskState(3);
+        self->eKorSetTaskState(3); // once more
         g_Events += "finished ";
     };
-    c->m_OnEvent = [c](long) { delete c; };
-    now = std::chrono::seconds(2);
-    EXPECT_EQ(manager.DeliverExpired(), 2u);
-    EXPECT_EQ(std::exchange(g_Events, {}), "afinished ~b~ac~c");
-    manager.Stop();
+    c->m_OnEvent = [task = c](long) { delete task; };
+    EXPECT_EQ(tasks.EventsAt(2), "afinished ~b~ac~c");
+    tasks.m_Manager.Stop();
     EXPECT_EQ(g_Events, "");
 }
 

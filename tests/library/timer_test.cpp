@@ -48,24 +48,19 @@ std::string TakeEvents()
     return std::exchange(g_Events, {});
 }
 
-/// Manager 7, whose clock is g_Now: a unit is 100 ms.
+/// Manager 7, started, whose clock is g_Now: a unit is 100 ms.
 TaskManager& Manager()
 {
     static TaskManager& manager = *emsstandin::AddTaskManager(7, {100ms, [] { return g_Now; }});
+    manager.Start();
     return manager;
-}
-
-TaskManager& StartedManager()
-{
-    Manager().Start();
-    return Manager();
 }
 
 } // namespace
 
 TEST(Timer, FiresOnceAfterOneUnitAndIsThenDestroyed)
 {
-    TaskManager& manager = StartedManager();
+    TaskManager& manager = Manager();
     int param = 5;
     EmsUtilTimerInterface timer = g_Timer;
     ScheduleEmsUtilTimer(7, timer, &param);
@@ -89,14 +84,12 @@ TEST(Timer, FiresOnceAfterOneUnitAndIsThenDestroyed)
 
 TEST(Timer, NullFunctionsAreNotCalled)
 {
-    TaskManager& manager = StartedManager();
+    TaskManager& manager = Manager();
     int param = 5;
-    EmsUtilTimerInterface timers[] = {
-        {nullptr, nullptr, nullptr},
-        {Timeout, [](void*) -> void* { return nullptr; }, Free},
-        {Timeout, nullptr, Free},
-        {nullptr, Same, nullptr},
-    };
+    EmsUtilTimerInterface timers[] = {{nullptr, nullptr, nullptr},
+                                      {Timeout, [](void*) -> void* { return nullptr; }, Free},
+                                      {Timeout, nullptr, Free},
+                                      {nullptr, Same, nullptr}};
     for (EmsUtilTimerInterface& timer : timers) {
         ScheduleEmsUtilTimer(7, timer, &param);
     }
@@ -109,7 +102,7 @@ TEST(Timer, FailuresWriteOneLine)
 {
     int param = 5;
     ScheduleEmsUtilTimer(7, g_Timer, &param); // no application manager
-    StartedManager();
+    Manager();
     ScheduleEmsUtilTimer(255, g_Timer, &param);
     EXPECT_EQ(TakeLines(), (Lines{"1|Find TaskMgrID 7 failed\n", "1|Find TaskMgrID 255 failed\n"}));
     EXPECT_EQ(TakeEvents(), "");
@@ -124,15 +117,14 @@ TEST(Timer, FailuresWriteOneLine)
 TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
 {
     int param = 5;
-    TaskManager& manager = Manager();
-    EXPECT_EQ(emsstandin::AddTaskManager(7, {}), nullptr);
+    TaskManager& outer = *emsstandin::AddTaskManager(8, {1us, [] { return g_Now; }});
+    EXPECT_EQ(emsstandin::AddTaskManager(8, {}), nullptr);
     EXPECT_THROW(TaskManager({0us, nullptr}), std::invalid_argument);
-    ScheduleEmsUtilTimer(7, g_Timer, &param);
-    manager.Stop(); // before Start()
+    ScheduleEmsUtilTimer(8, g_Timer, &param);
+    outer.Stop(); // before Start()
     EXPECT_EQ(TakeEvents(), "copy free ");
-    EXPECT_EQ(manager.DeliverExpired(), 0u);
 
-    manager.Start();
+    TaskManager& manager = Manager();
     EmsUtilTimerInterface stops = {[](void*) {
                                        EXPECT_EQ(Manager().DeliverExpired(), 0u);
                                        Manager().Stop();
@@ -150,12 +142,6 @@ TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
     EXPECT_EQ(manager.DeliverExpired(), 1u);
     EXPECT_EQ(TakeEvents(), "copy stopped free free "); // after the event
     EXPECT_EQ(manager.DeliverExpired(), 0u);
-    ScheduleEmsUtilTimer(7, stops, &param);
-    manager.Stop();
-    manager.Stop();
-    EXPECT_EQ(TakeEvents(), "free ");
-
-    TaskManager& outer = *emsstandin::AddTaskManager(8, {1us, [] { return g_Now; }});
     outer.Start();
     manager.Start();
     EmsUtilTimerInterface first = {[](void*) { Manager().DeliverExpired(); }, nullptr, nullptr};
