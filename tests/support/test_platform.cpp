@@ -147,15 +147,3 @@ int eKorGetRegInt(const char* key, int& value, const char* file)
                ? ThePlatform().readMode(value)
                : 0;
 }
-
-// The stand-in's formatter, under another name (see CMakeLists.txt).
-int StandInVsnprintf(char* dest, std::size_t destMax, std::size_t count, const char* format,
-                     va_list args) __attribute__((format(printf, 4, 0)));
-
-int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
-                va_list args)
-{
-    const faults::Pause unswept;
-    ThePlatform().formatCounts.push_back(count);
-    return StandInVsnprintf(dest, destMax, count, format, args);
-}

@@ -19,9 +19,6 @@ struct TestPlatform
     std::function<void()> onFetch;                       // called in each fetch
     std::function<void(const std::string& line)> onLine; // called before a line is recorded
 
-    // The argument `count` of each vsnprintf_s on this thread.
-    static inline thread_local std::vector<std::size_t> formatCounts;
-
     std::function<int(int& value)> readMode; // reads "MsgHandleMode" in "test.cfg"
     std::atomic<int> modeReads = 0;
 
