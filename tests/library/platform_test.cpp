@@ -6,7 +6,6 @@
 #include <map>
 #include <vector>
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -244,26 +243,4 @@ TEST(Formatter, StaysWithinItsBoundsAndLeavesTheEmptyTextForARejectedFormat)
     EXPECT_LT(Format(buffer + 1, 0, 0, "%s", "text"), 0);
     EXPECT_EQ(buffer[1], '#');
     EXPECT_LT(Format(nullptr, 8, 7, "%s", "text"), 0);
-}
-
-TEST(Formatter, AThreadWithTheSmallestStackMayFormat)
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizers need a larger stack";
-#endif
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(PTHREAD_STACK_MIN));
-    char text[16] = "";
-    pthread_t thread{};
-    const auto format = [](void* dest) -> void* {
-        volatile char local[4096];
-        local[0] = 'x';
-        Format(static_cast<char*>(dest), 16, 15, "%c %d", local[0], 4711);
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, format, text), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-    EXPECT_STREQ(text, "x 4711");
 }
