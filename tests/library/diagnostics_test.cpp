@@ -136,8 +136,8 @@ TEST(ReportFile, KeepsMessagesAsTheyAreFormattedUpTo511Characters)
 {
     const ReportDirectory directory;
     const auto trace = EmsUtilTraced;
-    trace(nullptr); // creates no writer: the first entry decides the name of the file
     NSQN_util::g_ProcName = "other";
+    trace(nullptr); // creates no writer: the first entry decides the name of the file
     EmsUtilReport(nullptr);
     NSQN_util::g_ProcName = "test";
     EmsUtilTraced("%s", "");

@@ -86,11 +86,10 @@ TEST(Timer, NullFunctionsAreNotCalled)
 {
     TaskManager& manager = Manager();
     int param = 5;
-    EmsUtilTimerInterface timers[] = {{nullptr, nullptr, nullptr},
-                                      {Timeout, [](void*) -> void* { return nullptr; }, Free},
-                                      {Timeout, nullptr, Free},
-                                      {nullptr, Same, nullptr}};
-    for (EmsUtilTimerInterface& timer : timers) {
+    for (EmsUtilTimerInterface timer : {EmsUtilTimerInterface{nullptr, nullptr, nullptr},
+                                        {Timeout, [](void*) -> void* { return nullptr; }, Free},
+                                        {Timeout, nullptr, Free},
+                                        {nullptr, Same, nullptr}}) {
         ScheduleEmsUtilTimer(7, timer, &param);
     }
     g_Now += 101ms;
