@@ -1,3 +1,4 @@
+#include <climits>
 #include <filesystem>
 #include <thread>
 
@@ -19,6 +20,28 @@ namespace {
 std::string (*const FormatUnchecked)(const char*, ...) = string_format;
 
 } // namespace
+
+TEST(StringFormat, AThreadWithTheSmallestStackMayFormat)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers need a larger stack";
+#endif
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(PTHREAD_STACK_MIN));
+    std::string text;
+    pthread_t thread{};
+    const auto format = [](void* result) -> void* {
+        volatile char local[4096];
+        local[0] = 'x';
+        *static_cast<std::string*>(result) = string_format("%c %d", local[0], 4711);
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, format, &text), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    EXPECT_EQ(text, "x 4711");
+}
 
 TEST(StringFormat, ReturnsTextsOfAnyLengthWholeAfterTheFewestDoublings)
 {
