@@ -35,8 +35,8 @@ struct Argument
 {
     const char* name;
     bool isNumber;
-    std::int64_t lowest;   // of a number
-    std::uint64_t highest; // of a number, or of the bytes of a text
+    std::int64_t lowest;  // of a number
+    std::int64_t highest; // of a number, or of the bytes of a text
     const char* help;
     const char* fallback; // the value of an argument that is not given; null: it is required
     std::vector<std::string> choices = {}; // of a text; empty: any
@@ -45,11 +45,9 @@ struct Argument
     std::string Form() const;
 };
 
-constexpr std::uint64_t ANY_LENGTH = UINT64_MAX;
-
-Argument Number(const char* name, std::int64_t lowest, std::uint64_t highest, const char* help,
+Argument Number(const char* name, std::int64_t lowest, std::int64_t highest, const char* help,
                 const char* fallback = nullptr);
-Argument Text(const char* name, const char* help, std::uint64_t longest = ANY_LENGTH,
+Argument Text(const char* name, const char* help, std::int64_t longest = INT64_MAX,
               const char* fallback = nullptr);
 Argument Choice(const char* name, std::vector<std::string> choices, const char* help);
 
@@ -65,7 +63,7 @@ struct Command
     std::string Usage() const;
     /// What each argument means, in a line per argument.
     std::vector<std::string> Explanations() const;
-    /// Says what is wrong with a command of this name that was read; empty when nothing is.
+    /// Returns what is wrong with a command of this name that was read; empty when nothing is.
     std::string Check(const EmsGeneralCmd& cmd) const;
 };
 
@@ -76,14 +74,14 @@ public:
     Service(const char* title, std::initializer_list<Command> commands);
 };
 
-/// By service and by name.
-using Commands = std::map<std::string, std::map<std::string, const Command*>>;
+/// By the title of the service and by name.
+using Commands = std::map<std::string, std::map<std::string, Command>>;
 const Commands& AllCommands();
 /// Null when there is no such command.
 const Command* FindCommand(std::string_view name);
+std::vector<std::string> CommandNames();
 /// "unknown", with the name that is nearest to it when one is near.
 std::string Unknown(std::string_view name, const std::vector<std::string>& known);
-std::vector<std::string> CommandNames();
 
 /// A command that runs, after its arguments have been checked.
 class Call
@@ -106,15 +104,13 @@ public:
     template <class Integer>
     Integer Number(std::string_view name) const
     {
-        return static_cast<Integer>(Bits(Text(name)));
+        return static_cast<Integer>(std::stoll(Text(name)));
     }
 
     Host& m_Host;
     EmsGeneralCmd& m_Cmd;
 
 private:
-    static std::uint64_t Bits(const std::string& number);
-
     const Position& m_Position;
     const Command& m_Command;
 };

@@ -37,8 +37,16 @@ public:
         if (AtEnd()) {
             return ParseResult::Blank;
         }
-        const bool isRead = TakeWord(cmd.name, NAME_ENDS, "a command name") && TakeTopic(cmd) &&
-                            TakePairs(cmd.nvtps) && TakeObjects(cmd.objs);
+        const std::size_t begin = m_nAt;
+        if (!TakeText(cmd.name, NAME_ENDS)) {
+            return ParseResult::Error;
+        }
+        if (!AtOneOf(WORD_ENDS) || m_nAt == begin) {
+            FailExpected("a command name", begin);
+            return ParseResult::Error;
+        }
+        TakeTopic(cmd);
+        const bool isRead = TakePairs(cmd.nvtps) && TakeObjects(cmd.objs);
         return isRead ? ParseResult::Command : ParseResult::Error;
     }
 
@@ -74,14 +82,6 @@ private:
         const std::size_t begin = m_nAt;
         m_nAt = std::min(m_Line.find_first_of(ends, begin), m_Line.size());
         return m_Line.substr(begin, m_nAt - begin);
-    }
-
-    /// A word that is `expected` to stand alone.
-    bool TakeWord(std::string& word, std::string_view ends, const char* expected)
-    {
-        const std::size_t begin = m_nAt;
-        return TakeText(word, ends) &&
-               ((AtOneOf(WORD_ENDS) && m_nAt > begin) || FailExpected(expected, begin));
     }
 
     /// A bare text, which may be empty, or a quoted one.
@@ -130,21 +130,21 @@ private:
         return true;
     }
 
-    /// The bare word after "help", if there is one.
-    bool TakeTopic(EmsGeneralCmd& cmd)
+    /// "help WORD" is short for "help command=WORD".
+    void TakeTopic(EmsGeneralCmd& cmd)
     {
-        if (cmd.name == "help" && !AtEnd()) {
-            const std::size_t begin = m_nAt;
-            const std::string_view word = TakeBare(NAME_ENDS);
-            if (!word.empty() && AtOneOf(WORD_ENDS)) {
-                Pair& pair = cmd.nvtps.nvtps.emplace_back();
-                pair.name = "command";
-                pair.value = word;
-            } else {
-                m_nAt = begin;
-            }
+        if (AtEnd() || cmd.name != "help") {
+            return;
         }
-        return true;
+        const std::size_t begin = m_nAt;
+        const std::string_view word = TakeBare(NAME_ENDS);
+        if (word.empty() || !AtOneOf(WORD_ENDS)) {
+            m_nAt = begin;
+            return;
+        }
+        Pair& pair = cmd.nvtps.nvtps.emplace_back();
+        pair.name = "command";
+        pair.value = word;
     }
 
     bool TakePairs(EmsNVTPList& list)

@@ -1,112 +1,129 @@
 #include "host/console.h"
 
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
 #include <system_error>
 #include <utility>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace emshost {
 
 namespace {
 
-constexpr std::size_t MOST_PENDING = 65536; // bytes
+struct Stream
+{
+    std::FILE* file;
+    const char* name;
+    bool isLost = false;
+};
+
+std::mutex g_Mutex; // guards the following
+Stream g_Output = {stdout, "standard output"};
+Stream g_Error = {stderr, "standard error"};
+Stream g_Debug = g_Error;
+bool g_bPrompt = false;
+bool g_bOverPrompt = false;
+
+// The following are called with the lock held.
+
+void Write(Stream& stream, std::string_view line);
+
+void Check(Stream& stream)
+{
+    if (std::ferror(stream.file) != 0 && !std::exchange(stream.isLost, true)) {
+        const std::string reason = std::generic_category().message(errno);
+        Write(g_Error, std::string("emshost: ") + stream.name + ": " + reason);
+    }
+}
+
+void FlushOutput()
+{
+    std::fflush(stdout);
+    Check(g_Output);
+}
+
+void Write(Stream& stream, std::string_view line)
+{
+    if (stream.isLost) {
+        return;
+    }
+    std::string whole = g_bPrompt ? "\r\033[K" : "";
+    g_bOverPrompt |= g_bPrompt;
+    whole += line;
+    if (!line.ends_with('\n')) {
+        whole += '\n';
+    }
+    std::fwrite(whole.data(), 1, whole.size(), stream.file);
+    Check(stream);
+}
 
 } // namespace
 
-Console& Console::Instance()
+void Print(std::string_view line)
 {
-    static Console* const console = new Console;
-    return *console;
+    const std::lock_guard guard(g_Mutex);
+    Write(g_Output, line);
 }
 
-void Console::Print(std::string_view line)
+void Flush()
 {
-    static const bool terminal = ::isatty(STDOUT_FILENO) == 1;
-    const std::lock_guard guard(m_Mutex);
-    Add(m_Output, line);
-    if (terminal || m_Output.pending.size() >= MOST_PENDING) {
-        Write(m_Output);
+    const std::lock_guard guard(g_Mutex);
+    FlushOutput();
+}
+
+bool IsOutputLost()
+{
+    const std::lock_guard guard(g_Mutex);
+    return g_Output.isLost;
+}
+
+void Message(std::string_view line)
+{
+    const std::lock_guard guard(g_Mutex);
+    FlushOutput();
+    Write(g_Error, line);
+}
+
+bool OpenDebugFile(const std::string& path)
+{
+    const std::lock_guard guard(g_Mutex);
+    std::FILE* const file = std::fopen(path.c_str(), "ae");
+    if (file == nullptr) {
+        Write(g_Error, "emshost: " + path + ": " + std::generic_category().message(errno));
+        return false;
     }
+    std::setvbuf(file, nullptr, _IONBF, 0);
+    g_Debug = {file, ::strdup(path.c_str())}; // both until the process has ended
+    return true;
 }
 
-void Console::Message(std::string_view line)
+void DebugLine(std::string_view line)
 {
-    const std::lock_guard guard(m_Mutex);
-    Write(m_Output);
-    Add(m_Error, line);
-    Write(m_Error);
-}
-
-void Console::DebugLine(std::string_view line)
-{
-    const std::lock_guard guard(m_Mutex);
-    if (m_Debug.descriptor == STDERR_FILENO) {
-        Write(m_Output);
+    const std::lock_guard guard(g_Mutex);
+    if (g_Debug.file == stderr) {
+        FlushOutput();
     }
-    Add(m_Debug, line);
-    Write(m_Debug);
+    Write(g_Debug, line);
 }
 
-void Console::Flush()
+bool IsDebugLost()
 {
-    const std::lock_guard guard(m_Mutex);
-    Write(m_Output);
+    const std::lock_guard guard(g_Mutex);
+    return g_Debug.isLost;
 }
 
-void Console::SetPrompt(bool isShown)
+void SetPrompt(bool isShown)
 {
-    const std::lock_guard guard(m_Mutex);
-    m_bPrompt = isShown;
-    m_bWritten = false;
+    const std::lock_guard guard(g_Mutex);
+    g_bPrompt = isShown;
+    g_bOverPrompt = false;
 }
 
-bool Console::HasWritten()
+bool HasWrittenOverPrompt()
 {
-    const std::lock_guard guard(m_Mutex);
-    return std::exchange(m_bWritten, false);
-}
-
-void Console::OpenDebugFile(const std::string& path)
-{
-    const int descriptor =
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666); // NOLINT
-    if (descriptor < 0) {
-        throw std::system_error(errno, std::generic_category(), path);
-    }
-    m_Debug.descriptor = descriptor;
-    m_Debug.name = path;
-}
-
-void Console::Add(Stream& stream, std::string_view line)
-{
-    if (m_bPrompt) {
-        stream.pending += "\r\033[K";
-        m_bWritten = true;
-    }
-    stream.pending += line;
-    if (!line.ends_with('\n')) {
-        stream.pending += '\n';
-    }
-}
-
-void Console::Write(Stream& stream)
-{
-    std::string_view rest = stream.pending;
-    while (!rest.empty() && !stream.lost) {
-        const ssize_t count = ::write(stream.descriptor, rest.data(), rest.size());
-        if (count >= 0) {
-            rest.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            stream.lost = true;
-            Add(m_Error, "emshost: " + stream.name + ": " + std::generic_category().message(errno));
-        }
-    }
-    stream.pending.clear();
-    if (&stream != &m_Error) {
-        Write(m_Error);
-    }
+    const std::lock_guard guard(g_Mutex);
+    return std::exchange(g_bOverPrompt, false);
 }
 
 } // namespace emshost

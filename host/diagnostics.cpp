@@ -1,9 +1,7 @@
 #include "emsutil/diagnostics.h"
 
 #include <cerrno>
-#include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -18,8 +16,6 @@
 #include <emsplatform/platform.h>
 #include <emsstandin/setup.h>
 
-#include "host/command.h"
-#include "host/console.h"
 #include "host/host.h"
 #include "host/temporary_install.h"
 
@@ -31,36 +27,27 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t LONGEST_ENTRY = 510; // the library's limit without the line end
+constexpr std::int64_t LONGEST_ENTRY = 510; // the library's limit without the line end
 
-/// Used by the main thread only.
-struct Report
-{
-    std::optional<fs::path> file; // which the library decides on at the first entry
-    bool isTemporary = false;
-};
-
-Report& TheReport()
-{
-    static auto* const report = new Report;
-    return *report;
-}
+// For the main thread.
+std::optional<fs::path> g_ReportFile; // which the library decides on at the first entry
+bool g_bTemporary = false;
 
 fs::path ReportFile()
 {
-    return TheReport().file.value_or(NSQN_util::GetParentPath(NSQN_util::GetEKORPath()) +
-                                     "../var/dump/" + NSQN_util::g_ProcName + ".rpt");
+    return g_ReportFile.value_or(NSQN_util::GetParentPath(NSQN_util::GetEKORPath()) +
+                                 "../var/dump/" + NSQN_util::g_ProcName + ".rpt");
 }
 
 void Install(const Call& call)
 {
-    if (const auto& file = TheReport().file) {
-        throw std::runtime_error("the report file is " + file->string() + " already");
+    if (g_ReportFile) {
+        throw std::runtime_error("the report file is " + g_ReportFile->string() + " already");
     }
     const auto install = std::make_shared<TemporaryInstall>();
     call.m_Host.AtEnd([install] {}); // keeps it until then
-    TheReport().isTemporary = true;
-    Console::Instance().Print("install path " + NSQN_util::GetEKORPath());
+    g_bTemporary = true;
+    Print("install path " + NSQN_util::GetEKORPath());
 }
 
 /// The library does not report whether it has written.
@@ -71,16 +58,15 @@ void WriteEntry(const Call& call)
     std::error_code missing;
     const std::uintmax_t before = fs::file_size(file, missing);
     Write("%s\n", call.Text("text").c_str());
-    const bool isFirst = !TheReport().file;
-    TheReport().file = file;
+    const bool isFirst = !std::exchange(g_ReportFile, file);
     if (fs::file_size(file, missing) == before || missing) {
         const int descriptor = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
         const int reason = descriptor < 0 ? errno : ENOSPC;
         ::close(descriptor);
         throw std::system_error(reason, std::generic_category(), "not written: " + file.string());
     }
-    if (isFirst && !TheReport().isTemporary) {
-        Console::Instance().Message(call.Where() + ": the report file is " + file.string());
+    if (isFirst && !g_bTemporary) {
+        Message(call.Where() + ": the report file is " + file.string());
     }
 }
 
@@ -99,15 +85,13 @@ void Tail(const Call& call)
             lines.pop_front();
         }
     }
-    for (const std::string& line : lines) {
-        Console::Instance().Print(line);
-    }
+    std::ranges::for_each(lines, Print);
 }
 
 void Guard(const Call& call)
 {
     const AgentTimeGuard guard("%s", call.Text("text").c_str());
-    call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
+    call.m_Host.Pause(call.Number<int>("ms"));
 }
 
 void Debug(const Call& call)
@@ -128,8 +112,8 @@ const Service g_Service(
       Guard,
       {Text("text", "what the guard is for"), Number("ms", 0, 60000, "how long, in milliseconds")}},
      {"install",
-      "Set the install path to a temporary directory, with one for the report file; both are "
-      "removed at the end.",
+      "Create a temporary install path, and a directory for the report file; both are removed when "
+      "the process ends.",
       Install},
      {"level",
       "Set the lowest level of the debug lines that are shown, 0 at first.",

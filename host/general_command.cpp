@@ -1,16 +1,11 @@
 #include "emsutil/general_command.h"
 
-#include <chrono>
+#include <algorithm>
 #include <climits>
 #include <filesystem>
-
-#include <emsplatform/debug_interface.h>
-#include <emsstandin/setup.h>
+#include <stdexcept>
 
 #include "emsutil/diagnostics.h"
-#include "host/command.h"
-#include "host/command_parser.h"
-#include "host/console.h"
 #include "host/host.h"
 
 namespace emshost {
@@ -20,35 +15,33 @@ using namespace NSQN_EMSUTIL_AGENT;
 namespace {
 
 /// The text form shows a number reduced to 32 bits, and a text up to its first NUL.
-void NoteWhatIsCut(const Call& call, const EmsNVTPList& list)
+void ReportWhatIsCut(const Call& call, const EmsNVTPList& list)
 {
     for (const auto& pair : list.nvtps) {
-        const long value =
-            pair.rtype == NVTP_TYPE_LONG ? std::strtol(pair.value.c_str(), nullptr, 10) : 0;
-        if (value < INT_MIN || value > INT_MAX) {
-            Console::Instance().Message(call.Where() + ": " + Printable(pair.name) +
-                                        ": the text form reduces " + pair.value + " to 32 bits");
+        const std::string who = call.Where() + ": " + Printable(pair.name) + ": the text form ";
+        const long value = std::strtol(pair.value.c_str(), nullptr, 10);
+        if (pair.rtype == NVTP_TYPE_LONG && (value < INT_MIN || value > INT_MAX)) {
+            Message(who + "reduces " + pair.value + " to 32 bits");
         }
         if ((pair.name + pair.value).find('\0') != std::string::npos) {
-            Console::Instance().Message(call.Where() + ": " + Printable(pair.name) +
-                                        ": the text form ends at the NUL of " + Quoted(pair.value));
+            Message(who + "ends at the NUL of " + Quoted(pair.value));
         }
     }
 }
 
 void Show(const Call& call)
 {
-    NoteWhatIsCut(call, call.m_Cmd.nvtps);
+    ReportWhatIsCut(call, call.m_Cmd.nvtps);
     for (const EmsGeneralObj& object : call.m_Cmd.objs.objs) {
-        NoteWhatIsCut(call, object.nvtps);
+        ReportWhatIsCut(call, object.nvtps);
     }
-    Console::Instance().Print(call.m_Cmd.ToString());
+    Print(call.m_Cmd.ToString());
 }
 
 void Run(const Call& call)
 {
     const std::filesystem::path asking = call.Path();
-    call.m_Host.RunScript(call, (asking.parent_path() / call.Text("file")).lexically_normal());
+    call.m_Host.RunScript((asking.parent_path() / call.Text("file")).lexically_normal());
 }
 
 /// The added command is this one without the first "times" and "command": more pairs of these names
@@ -59,32 +52,30 @@ void Repeat(const Call& call)
     added.name = call.Text("command");
     auto& pairs = added.nvtps.nvtps;
     for (const char* own : {"times", "command"}) {
-        pairs.erase(std::find_if(pairs.begin(), pairs.end(),
-                                 [own](const auto& pair) { return pair.name == own; }));
+        pairs.erase(std::ranges::find(pairs, own, &EmsNameAndValueStringTypePair::name));
     }
     const Command* const command = FindCommand(added.name);
-    const bool isNumbered = command == nullptr || command->takesMore;
+    const bool isNumbered = command == nullptr || (command->takesMore && added.name != "repeat");
     for (int count = 1; count <= call.Number<int>("times"); ++count) {
+        EmsGeneralCmd copy = added; // one that runs at once may change itself
         if (isNumbered) {
-            auto& number = count == 1 ? pairs.emplace_back() : pairs.back();
+            auto& number = copy.nvtps.nvtps.emplace_back();
             number.name = 'n';
             number.rtype = NVTP_TYPE_LONG;
             number.value = std::to_string(count);
         }
-        EmsGeneralCmd copy = added; // one that runs at once may change itself
         call.m_Host.Add(copy);
     }
 }
 
 void Help(const Call& call)
 {
-    Console& console = Console::Instance();
     const std::string name = call.Text("command");
     if (const Command* const command = FindCommand(name)) {
-        console.Print(command->Usage());
-        console.Print("    " + std::string(command->help));
+        Print(command->Usage());
+        Print(std::string("    ") + command->help);
         for (const std::string& line : command->Explanations()) {
-            console.Print("    " + line);
+            Print("    " + line);
         }
         return;
     }
@@ -92,12 +83,12 @@ void Help(const Call& call)
         throw std::runtime_error(Unknown(name, CommandNames()));
     }
     for (const auto& [title, commands] : AllCommands()) {
-        console.Print(title + ':');
+        Print(title + ':');
         for (const auto& [command, declared] : commands) {
-            console.Print(string_format("  %-13s %s", command.c_str(), declared->help));
+            Print(string_format("  %-13s %s", command.c_str(), declared.help));
         }
     }
-    console.Print("help COMMAND explains the arguments of a command.");
+    Print("help COMMAND explains the arguments of a command.");
 }
 
 const Service g_Service(
@@ -105,20 +96,18 @@ const Service g_Service(
     {{"help",
       "List the commands, or explain one.",
       Help,
-      {Text("command", "which to explain", ANY_LENGTH, "")}},
+      {Text("command", "which to explain", INT64_MAX, "")}},
      {"pause",
       "Wait.",
-      [](const Call& call) {
-          call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
-      },
+      [](const Call& call) { call.m_Host.Pause(call.Number<int>("ms")); },
       {Number("ms", 0, 60000, "how long, in milliseconds")}},
      {"quit",
       "End the process; the commands that follow are skipped.",
       [](const Call& call) { call.m_Host.Quit(call.Number<int>("status")); },
       {Number("status", 0, 255, "the exit status", "0")}},
      {"repeat",
-      "Add a command several times, with the other arguments; one that takes any has the count as "
-      "n.",
+      "Add a command several times, with the other arguments; one that takes any arguments also "
+      "gets the running count, as n.",
       Repeat,
       {Number("times", 0, 1000000, "how many times; all are in memory at once"),
        Text("command", "the name of the command")},
@@ -126,11 +115,10 @@ const Service g_Service(
      {"run",
       "Run the commands of another script at once, before the next line of this one.",
       Run,
-      {Text("file",
-            "the path of the script; a relative one is looked up beside the script that asks")}},
+      {Text("file", "the path of the script, relative to the directory of this script")}},
      {"show", "Print the text form of this command.", Show, {}, true},
      {"summary", "Print how many commands there have been so far.",
-      [](const Call& call) { Console::Instance().Print(call.m_Host.Summary()); }}});
+      [](const Call& call) { Print(call.m_Host.Summary()); }}});
 
 } // namespace
 

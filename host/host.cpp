@@ -4,16 +4,12 @@
 #include <cmath>
 #include <exception>
 #include <iterator>
-#include <memory>
 #include <thread>
 #include <utility>
 
 #include <unistd.h>
 
 #include "emsutil/diagnostics.h"
-#include "host/command_parser.h"
-#include "host/console.h"
-#include "host/json.h"
 #include "host/line_editor.h"
 
 namespace emshost {
@@ -25,31 +21,27 @@ namespace {
 constexpr std::size_t DEEPEST_NESTING = 16;
 constexpr auto IDLE_BEFORE_FLUSH = std::chrono::milliseconds(50);
 
+/// In the order of Host::Count.
+constexpr const char* COUNT_NAMES[] = {"read",
+                                       "added_by_handlers",
+                                       "run",
+                                       "without_a_handler",
+                                       "bad_lines",
+                                       "failed_commands",
+                                       "scripts_that_could_not_be_read",
+                                       "skipped_at_the_end"};
+
 constinit Host* g_pHost = nullptr;
 
 /// What cannot be run as a command goes through the queue too, so that its message comes in its
-/// turn: as a command of this name with one pair, the kind of fault and the message.
+/// turn: as a command of this name with the message, and the kind of fault in its position.
 std::string g_strFault = "(fault)";
 const RegEmsUtilCmd g_FaultRegistration(g_strFault, Host::Dispatch);
-
-constexpr const char* BAD_LINE = "bad line";
-constexpr const char* UNREAD_SCRIPT = "unread script";
-constexpr const char* UNKNOWN_COMMAND = "unknown command";
-
-void MakeFault(EmsGeneralCmd& cmd, const char* kind, const std::string& message)
-{
-    cmd = EmsGeneralCmd();
-    cmd.name = g_strFault;
-    auto& pair = cmd.nvtps.nvtps.emplace_back();
-    pair.name = kind;
-    pair.value = message;
-}
 
 } // namespace
 
 Host::Host(const HostOptions& options, std::stop_source stop)
-    : m_Workers(options.workers, stop.get_token()), m_Options(options), m_Stop(std::move(stop)),
-      m_Interrupt(m_Stop.get_token())
+    : m_Workers(options.workers, stop.get_token()), m_Options(options), m_Stop(std::move(stop))
 {
     g_pHost = this;
 }
@@ -75,36 +67,32 @@ int Host::Run(const std::vector<std::string>& scripts)
     for (; !m_AtEnd.empty(); m_AtEnd.pop_back()) {
         m_AtEnd.back()();
     }
-    Console& console = Console::Instance();
-    console.Flush();
+    Flush();
     if (!m_bInteractive) {
-        console.Message(Summary());
+        Message(Summary());
     }
-    const bool allWell = m_Counts.badLines + m_Counts.failed + m_Counts.unread == 0;
-    return allWell && !console.IsOutputLost() && !console.IsDebugLost() ? m_nQuitStatus : 1;
+    const bool isWell = m_Counts[BAD_LINES] + m_Counts[FAILED] + m_Counts[UNREAD] == 0;
+    return isWell && !IsOutputLost() && !IsDebugLost() ? m_nQuitStatus : 1;
 }
 
 void Host::ReadAll(const std::vector<std::string>& scripts)
 {
-    try {
+    LineReader::Source typed;
 #if EMSHOST_HAS_LINE_EDITOR
-        if (m_bInteractive) {
-            LineEditor editor(m_Interrupt, CommandNames());
-            LineReader reader("-", m_Interrupt,
-                              [&editor]() -> std::string_view { return editor.Read(); });
-            ReadScript(reader, false);
-            return;
-        }
+    std::string line;
+    if (m_bInteractive) {
+        typed = [&] { return std::string_view(line = EditLine(StopToken())); };
+    }
 #endif
-        for (const std::string& script :
-             scripts.empty() ? std::vector<std::string>{"-"} : scripts) {
-            LineReader reader(script, m_Interrupt);
+    try {
+        for (const auto& script : scripts.empty() ? std::vector<std::string>{"-"} : scripts) {
+            LineReader reader(script, StopToken(), typed);
             if (!ReadScript(reader, false)) {
                 return;
             }
         }
     } catch (const std::exception& failure) {
-        Fail("emshost", failure.what());
+        Report(FAILED, std::string("emshost: ") + failure.what());
     }
 }
 
@@ -114,36 +102,25 @@ bool Host::ReadScript(LineReader& reader, bool nested)
     EmsGeneralCmd cmd;
     Position position;
     position.name = reader.Path();
-    std::string error;
     while (!m_Stop.stop_requested()) {
         const LineReader::Result result = reader.Next();
+        std::string error = reader.Error();
+        const ParseResult parsed = result == LineReader::Result::Line
+                                       ? ParseCommand(reader.Line(), cmd, error)
+                                       : ParseResult::Error;
+        position.value = reader.Where();
         if (result == LineReader::Result::End) {
             return true;
         }
-        position.value = reader.Where();
-        bool isFault = true;
-        if (result != LineReader::Result::Line) {
-            const bool failed = result == LineReader::Result::Failed;
-            MakeFault(cmd, failed ? UNREAD_SCRIPT : BAD_LINE, reader.Error());
-        } else {
-            switch (ParseCommand(reader.Line(), cmd, error)) {
-            case ParseResult::Blank:
-                continue;
-            case ParseResult::Error:
-                MakeFault(cmd, BAD_LINE, error);
-                break;
-            case ParseResult::Command:
-                ++m_Counts.read;
-                isFault = false;
-                break;
+        if (parsed == ParseResult::Command) {
+            ++m_Counts[READ];
+            Deliver(cmd, position, nested);
+        } else if (parsed == ParseResult::Error) {
+            const bool isOver = result == LineReader::Result::Failed;
+            DeliverFault(isOver ? UNREAD : BAD_LINES, error, position, nested);
+            if (isOver || m_Options.strict) {
+                return !m_Options.strict;
             }
-        }
-        Deliver(cmd, position, nested);
-        if (isFault && m_Options.strict) {
-            return false;
-        }
-        if (result == LineReader::Result::Failed) {
-            return true;
         }
     }
     return false;
@@ -151,10 +128,11 @@ bool Host::ReadScript(LineReader& reader, bool nested)
 
 void Host::Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested)
 {
-    if (cmd.name != g_strFault && FindCommand(cmd.name) == nullptr) {
-        MakeFault(cmd, UNKNOWN_COMMAND, Unknown(cmd.name, CommandNames()));
+    if (position.rtype == READ && FindCommand(cmd.name) == nullptr) {
+        DeliverFault(UNKNOWN, Unknown(cmd.name, CommandNames()), position, nested);
+        return;
     }
-    cmd.nvtps.nvtps.push_back(position); // RunCommand() takes it off
+    cmd.nvtps.nvtps.push_back(position); // RunCommand() removes it
     if (nested || m_Options.direct) {
         runGeneralCmd(cmd);
         return;
@@ -162,10 +140,19 @@ void Host::Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested)
     addGeneralCmd(cmd);
     if (m_bInteractive && m_Running.empty()) {
         runGeneralCmd();
-        Console::Instance().Flush();
+        Flush();
     } else {
         Announce(m_bAdded);
     }
+}
+
+void Host::DeliverFault(Count kind, const std::string& message, Position position, bool nested)
+{
+    EmsGeneralCmd cmd;
+    cmd.name = g_strFault;
+    cmd.nvtps.nvtps.emplace_back().value = message;
+    position.rtype = kind;
+    Deliver(cmd, position, nested);
 }
 
 /// The reader announces each command after adding it; here the announcement is taken back before
@@ -179,7 +166,7 @@ void Host::Drain()
             std::unique_lock lock(m_NewsMutex);
             if (!m_News.wait_for(lock, IDLE_BEFORE_FLUSH, news)) {
                 lock.unlock();
-                Console::Instance().Flush();
+                Flush();
                 lock.lock();
                 m_News.wait(lock, news);
             }
@@ -209,75 +196,63 @@ void Host::RunCommand(EmsGeneralCmd& cmd)
     auto& pairs = cmd.nvtps.nvtps;
     m_Running.splice(m_Running.end(), pairs, std::prev(pairs.end()));
     const Position& position = m_Running.back();
-    if (Console::Instance().IsOutputLost()) {
+    if (IsOutputLost()) {
         m_Stop.request_stop();
     }
-    const Command* const command = FindCommand(cmd.name);
+    const auto fault = static_cast<Count>(position.rtype);
     if (m_Stop.stop_requested()) {
-        m_Counts.skipped += command == nullptr ? 0 : 1;
-    } else if (command == nullptr) {
-        ReportFault(pairs.front(), position.value);
+        m_Counts[SKIPPED] += fault == READ ? 1 : 0;
+    } else if (fault != READ) {
+        Report(fault, position.value + ": " + pairs.front().value);
     } else {
-        ++m_Counts.run;
-        const Call call(*this, *command, cmd, position);
+        ++m_Counts[RUN];
+        const Command& command = *FindCommand(cmd.name);
+        const Call call(*this, command, cmd, position);
+        std::string wrong = command.Check(cmd);
         try {
-            const std::string wrong = command->Check(cmd);
             if (wrong.empty()) {
-                command->function(call);
-            } else {
-                Fail(call.Where(), wrong);
+                command.function(call);
             }
         } catch (const std::exception& failure) {
-            Fail(call.Where(), failure.what());
+            wrong = failure.what();
+        }
+        if (!wrong.empty()) {
+            Report(FAILED, call.Where() + ": " + wrong);
         }
     }
     m_Running.pop_back();
 }
 
-void Host::ReportFault(const Position& fault, const std::string& where)
+void Host::Report(Count kind, const std::string& message)
 {
-    Console::Instance().Message(where + ": " + fault.value);
-    if (fault.name == UNKNOWN_COMMAND) {
-        ++m_Counts.withoutHandler;
-        return;
-    }
-    ++(fault.name == BAD_LINE ? m_Counts.badLines : m_Counts.unread);
-    if (m_Options.strict) {
+    ++m_Counts[kind];
+    Message(message);
+    if (m_Options.strict && kind != UNKNOWN) {
         m_Stop.request_stop();
     }
 }
 
-void Host::RunScript(const Call& call, const std::string& path)
+void Host::RunScript(const std::string& path)
 {
-    const bool isRunning = std::any_of(m_Running.begin(), m_Running.end(),
-                                       [&](const Position& by) { return by.name == path; });
-    if (isRunning) { // a script that ran itself twice would run 2^DEEPEST_NESTING times
-        Fail(call.Where(), path + " is being run already");
-    } else if (m_Running.size() > DEEPEST_NESTING) {
-        Fail(call.Where(), "nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
-    } else {
-        LineReader reader(path, m_Interrupt);
-        ReadScript(reader, true);
+    // A script that ran itself twice would run 2^DEEPEST_NESTING times.
+    if (std::ranges::count(m_Running, path, &Position::name) > 0) {
+        throw std::runtime_error(path + " is being run already");
     }
+    if (m_Running.size() > DEEPEST_NESTING) {
+        throw std::runtime_error(string_format("nested more than %zu deep", DEEPEST_NESTING));
+    }
+    LineReader reader(path, StopToken());
+    ReadScript(reader, true);
 }
 
 void Host::Add(EmsGeneralCmd& cmd)
 {
     if (m_Options.direct && m_Running.size() > DEEPEST_NESTING) {
-        throw std::runtime_error("nested more than " + std::to_string(DEEPEST_NESTING) + " deep");
+        throw std::runtime_error(string_format("nested more than %zu deep", DEEPEST_NESTING));
     }
-    ++m_Counts.added;
+    ++m_Counts[ADDED];
     const Position position = m_Running.back();
     Deliver(cmd, position, false);
-}
-
-void Host::Fail(const std::string& where, const std::string& what)
-{
-    ++m_Counts.failed;
-    Console::Instance().Message(where + ": " + what);
-    if (m_Options.strict) {
-        m_Stop.request_stop();
-    }
 }
 
 void Host::Quit(int status)
@@ -286,53 +261,48 @@ void Host::Quit(int status)
     m_Stop.request_stop();
 }
 
-void Host::Submit(const Call& call, const std::string& name, const std::function<void()>& job)
+void Host::Submit(const Call& call, const std::string& name, const Workers::Job& job)
 {
-    const auto guarded = [this, where = call.Where(), job] {
+    m_Workers.Submit(name, [this, where = call.Where(), job](const std::stop_token& ending) {
         try {
-            job();
+            job(ending);
         } catch (const std::exception& failure) {
-            Fail(where, failure.what());
+            Report(FAILED, where + ": " + failure.what());
         }
-    };
-    if (!m_Workers.Submit(name, guarded)) {
-        throw std::runtime_error("all workers are stuck");
-    }
+    });
 }
 
-void Host::Sleep(std::chrono::milliseconds time)
+void Host::Pause(int milliseconds)
 {
-    Console::Instance().Flush();
-    std::unique_lock lock(m_NewsMutex);
-    m_News.wait_for(lock, StopToken(), time, [] { return false; });
+    Flush();
+    Sleep(StopToken(), milliseconds);
 }
 
 std::string Host::Summary() const
 {
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - m_Start;
-    const auto rate = static_cast<double>(m_Counts.run) / elapsed.count();
-    Json rows = {{"read", m_Counts.read.load()},
-                 {"added_by_handlers", m_Counts.added.load()},
-                 {"run", m_Counts.run.load()},
-                 {"without_a_handler", m_Counts.withoutHandler.load()},
-                 {"bad_lines", m_Counts.badLines.load()},
-                 {"failed_commands", m_Counts.failed.load()},
-                 {"scripts_that_could_not_be_read", m_Counts.unread.load()},
-                 {"skipped_at_the_end", m_Counts.skipped.load()},
-                 {"seconds", std::round(elapsed.count() * 1000) / 1000},
-                 {"commands_per_second", std::llround(rate)}};
+    const auto run = static_cast<double>(m_Counts[RUN]);
+    Json rows;
+    for (std::size_t count = 0; count < COUNTS; ++count) {
+        rows[COUNT_NAMES[count]] = m_Counts.at(count).load();
+    }
+    rows["seconds"] = std::round(elapsed.count() * 1000) / 1000;
+    rows["commands_per_second"] = std::llround(run / elapsed.count());
     if (m_Options.json) {
         return Json{{"summary", rows}}.dump();
     }
     std::string table;
-    for (const auto& [key, value] : rows.items()) {
-        std::string label = key;
-        std::replace(label.begin(), label.end(), '_', ' ');
-        const std::string number =
-            value.is_number_float() ? string_format("%.3f", value.get<double>()) : value.dump();
-        table += string_format("%-30s %10s\n", label.c_str(), number.c_str());
+    for (const auto& [name, value] : rows.items()) {
+        std::string label = name;
+        std::ranges::replace(label, '_', ' ');
+        table += string_format("%-30s %10s\n", label.c_str(), value.dump().c_str());
     }
     return table;
+}
+
+void PrintJson(const Json& row)
+{
+    Print(row.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 } // namespace emshost

@@ -1,6 +1,7 @@
 #ifndef HOST_HOST_H
 #define HOST_HOST_H
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -12,12 +13,18 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "emsutil/general_command.h"
 #include "host/command.h"
+#include "host/command_parser.h"
+#include "host/console.h"
 #include "host/line_reader.h"
 #include "host/workers.h"
 
 namespace emshost {
+
+using Json = nlohmann::ordered_json;
 
 struct HostOptions
 {
@@ -44,31 +51,26 @@ public:
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
-    /// Reads the scripts, and returns when all their commands are done and the summary is written:
-    /// the exit status.
+    /// Reads the scripts, and returns the exit status when all their commands are done and the
+    /// summary is written.
     int Run(const std::vector<std::string>& scripts);
 
     // For the functions of commands, on the main thread.
 
     /// Reads another script and runs its commands at once.
-    void RunScript(const Call& call, const std::string& path);
+    void RunScript(const std::string& path);
     /// Adds a command on behalf of the one that runs.
     void Add(EmsGeneralCmd& cmd);
     /// Ends the process: no more is read, and what is queued is skipped.
     void Quit(int status);
     /// Passes a job to a worker. What it throws is a failure of the call.
-    void Submit(const Call& call, const std::string& name, const std::function<void()>& job);
-    /// Runs an action when all commands and jobs are done; the latest comes first.
+    void Submit(const Call& call, const std::string& name, const Workers::Job& job);
+    /// Calls an action when all commands and jobs are done; the latest comes first.
     void AtEnd(std::function<void()> action) { m_AtEnd.push_back(std::move(action)); }
-    /// Waits, or less when the process is to stop; results are written before.
-    void Sleep(std::chrono::milliseconds time);
+    /// Writes all results, and waits, or less when the process is to stop.
+    void Pause(int milliseconds);
     std::stop_token StopToken() const { return m_Stop.get_token(); }
     std::string Summary() const;
-
-    // For the functions of commands and for jobs, on any thread.
-
-    /// Reports that a command has failed. `where` begins the message.
-    void Fail(const std::string& where, const std::string& what);
     bool IsJson() const { return m_Options.json; }
 
     Workers m_Workers;
@@ -76,26 +78,22 @@ public:
 private:
     using Position = Call::Position;
 
-    struct Counts
-    {
-        std::atomic<std::uint64_t> read, added, run, withoutHandler, badLines, failed, unread,
-            skipped;
-    };
+    enum Count { READ, ADDED, RUN, UNKNOWN, BAD_LINES, FAILED, UNREAD, SKIPPED, COUNTS };
 
     void ReadAll(const std::vector<std::string>& scripts);
     bool ReadScript(LineReader& reader, bool nested);
     void Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested);
+    void DeliverFault(Count kind, const std::string& message, Position position, bool nested);
     void RunCommand(EmsGeneralCmd& cmd);
-    void ReportFault(const Position& fault, const std::string& where);
+    void Report(Count kind, const std::string& message);
     void Drain();
     void Announce(bool& news);
 
     const HostOptions m_Options;
     std::stop_source m_Stop;
     const std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
-    const Interrupt m_Interrupt;
     bool m_bInteractive = false;
-    Counts m_Counts = {};
+    std::array<std::atomic<std::uint64_t>, COUNTS> m_Counts = {};
 
     // Used by the main thread only.
     int m_nQuitStatus = 0;
@@ -103,10 +101,13 @@ private:
     std::vector<std::function<void()>> m_AtEnd;
 
     std::mutex m_NewsMutex; // guards the following
-    std::condition_variable_any m_News;
+    std::condition_variable m_News;
     bool m_bAdded = false;
     bool m_bAllRead = false;
 };
+
+/// Prints a line of JSON. Bytes that are not UTF-8 are replaced.
+void PrintJson(const Json& row);
 
 } // namespace emshost
 

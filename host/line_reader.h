@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <functional>
-#include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -11,30 +10,11 @@
 
 namespace emshost {
 
-/// Lets a thread wait for input until the process is to stop.
-class Interrupt
-{
-public:
-    /// Throws std::system_error when the process has no descriptor left.
-    explicit Interrupt(std::stop_token stop);
-    ~Interrupt();
-    Interrupt(const Interrupt&) = delete;
-    Interrupt& operator=(const Interrupt&) = delete;
+constexpr int STOP_CHECK_MS =
+    100; // how often a wait for input looks whether the process is to stop
 
-    enum class Event { Input, Stop, Nothing };
-    /// Waits for input or the end of it; forever when `milliseconds` is negative.
-    Event WaitForInput(int descriptor, int milliseconds) const;
-
-private:
-    struct Raise
-    {
-        int descriptor;
-        void operator()() const;
-    };
-
-    const int m_nDescriptor;
-    std::optional<std::stop_callback<Raise>> m_Raise;
-};
+/// Waits at most so long, and returns whether there is input, the end of it, or an error.
+bool HasInput(int descriptor, int milliseconds);
 
 /// The lines of a script, one at a time, in little memory whatever the script has.
 class LineReader
@@ -52,9 +32,9 @@ public:
         End     ///< there are no more, or the process is to stop
     };
 
-    /// Reads a file or a named pipe, or standard input for "-", by way of the source if there is
-    /// one. Next() reports a file that cannot be opened.
-    LineReader(const std::string& path, const Interrupt& interrupt, Source source = {});
+    /// Reads a file or a named pipe, or standard input for "-"; or from the source if there is one.
+    /// Next() reports a file that cannot be opened.
+    LineReader(const std::string& path, std::stop_token stop, Source source = {});
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
@@ -70,15 +50,13 @@ public:
 
 private:
     bool ReadMore();
-    bool IsText(std::string_view part);
+    void Append(std::string_view part);
 
     const std::string m_strPath;
-    const std::string m_strName; // for messages
-    const Interrupt& m_Interrupt;
+    const std::stop_token m_Stop;
     const Source m_Source;
     const int m_nDescriptor;
     int m_nError; // of the system
-    const bool m_bTerminal;
     std::vector<char> m_Buffer;
     std::string_view m_Rest; // what is read and not yet part of a line
     std::size_t m_nLineNumber = 0;

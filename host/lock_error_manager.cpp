@@ -3,14 +3,11 @@
 #include <atomic>
 #include <climits>
 #include <stdexcept>
-#include <string>
 
 #include <emsplatform/platform.h>
 
 #include "emsutil/diagnostics.h"
-#include "host/command.h"
-#include "host/command_parser.h"
-#include "host/console.h"
+#include "host/host.h"
 
 namespace emshost {
 
@@ -33,29 +30,30 @@ QNMitLockErrMgr& Manager()
     throw std::runtime_error("the lock error manager cannot be created");
 }
 
-/// What was asked: the library has no operation that reads the records.
-void PrintAsked(int thread, const std::string& what)
-{
-    Console::Instance().Print(string_format("lock errors %s: asked to %s for thread %d",
-                                            Switch() ? "on" : "off", what.c_str(), thread));
-}
-
 void SetSwitch(const Call& call)
 {
     Switch() = call.Text("state") == "on";
-    Console::Instance().Print("lock errors: " + call.Text("state"));
+    Print("lock errors: " + call.Text("state"));
+}
+
+/// Prints what was asked: the library has no operation that reads the records.
+void PrintAsked(const Call& call, const std::string& what)
+{
+    Print(std::string("lock errors ") + (Switch() ? "on" : "off") + ": asked to " + what +
+          " for thread " + call.Text("thread"));
 }
 
 void Insert(const Call& call)
 {
-    Manager().InsertThrIDandInfo(call.Number<int>("thread"), call.Text("text").c_str());
-    PrintAsked(call.Number<int>("thread"), "record " + Quoted(call.Text("text")));
+    const std::string text = call.Text("text");
+    Manager().InsertThrIDandInfo(call.Number<int>("thread"), text.c_str());
+    PrintAsked(call, "record " + Quoted(text));
 }
 
 void Erase(const Call& call)
 {
     Manager().EraseThrIDandInfo(call.Number<int>("thread"));
-    PrintAsked(call.Number<int>("thread"), "erase the record");
+    PrintAsked(call, "erase the record");
 }
 
 const Argument THREAD = Number("thread", INT_MIN, INT_MAX, "the thread id");

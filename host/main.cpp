@@ -4,7 +4,6 @@
 #include <exception>
 #include <stop_token>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -122,27 +121,16 @@ int Run(int argc, char** argv)
         return app.exit(error) == 0 ? 0 : WRONG_USE;
     }
 
-    emshost::Console& console = emshost::Console::Instance();
-    try {
-        if (!debugFile.empty()) {
-            console.OpenDebugFile(debugFile);
-        }
-    } catch (const std::system_error& failure) {
-        console.Message(std::string("emshost: ") + failure.what());
+    if (!debugFile.empty() && !emshost::OpenDebugFile(debugFile)) {
         return WRONG_USE;
     }
     const std::stop_source stop;
     StopOnSignal(stop);
-    int status = 0;
-    if (soakSeconds > 0) {
-        status = emshost::Soak(std::chrono::seconds(soakSeconds), stop.get_token());
-    } else {
-        emsstandin::SetDebugCallback(
-            [&console](emsstandin::DebugOperation, int, const std::string& text) {
-                console.DebugLine(text);
-            });
-        status = emshost::Host(options, stop).Run(scripts);
-    }
+    emsstandin::SetDebugCallback(
+        [](emsstandin::DebugOperation, int, const std::string& text) { emshost::DebugLine(text); });
+    const int status = soakSeconds > 0
+                           ? emshost::Soak(std::chrono::seconds(soakSeconds), stop.get_token())
+                           : emshost::Host(options, stop).Run(scripts);
     return g_nSignal == 0 ? status : ENDED_BY_SIGNAL + g_nSignal;
 }
 
@@ -154,7 +142,7 @@ int main(int argc, char** argv)
     try {
         return Run(argc, argv);
     } catch (const std::exception& failure) {
-        emshost::Console::Instance().Message(std::string("emshost: ") + failure.what());
+        emshost::Message(std::string("emshost: ") + failure.what());
         return 1;
     }
 }

@@ -1,7 +1,13 @@
 #ifndef HOST_TEMPORARY_INSTALL_H
 #define HOST_TEMPORARY_INSTALL_H
 
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <system_error>
+
+#include <emsstandin/setup.h>
 
 namespace emshost {
 
@@ -10,14 +16,28 @@ namespace emshost {
 class TemporaryInstall
 {
 public:
-    /// Creates the directories and sets the platform's install path. Throws std::system_error.
-    TemporaryInstall();
-    ~TemporaryInstall();
+    /// Throws std::system_error when a directory cannot be created.
+    TemporaryInstall() : m_strDirectory(std::filesystem::temp_directory_path() / "emshost-XXXXXX")
+    {
+        if (::mkdtemp(m_strDirectory.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), m_strDirectory);
+        }
+        std::filesystem::create_directories(m_strDirectory + "/ems/bin");
+        std::filesystem::create_directories(m_strDirectory + "/var/dump");
+        emsstandin::SetInstallPath(m_strDirectory + "/ems/bin");
+    }
+
+    ~TemporaryInstall()
+    {
+        std::error_code ignored; // nothing can be done about it
+        std::filesystem::remove_all(m_strDirectory, ignored);
+    }
+
     TemporaryInstall(const TemporaryInstall&) = delete;
     TemporaryInstall& operator=(const TemporaryInstall&) = delete;
 
 private:
-    const std::string m_strDirectory;
+    std::string m_strDirectory;
 };
 
 } // namespace emshost

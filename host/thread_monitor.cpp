@@ -1,23 +1,15 @@
 #include "emsutil/thread_monitor.h"
 
-#include <chrono>
 #include <climits>
 #include <list>
 #include <string>
-#include <system_error>
 
-#include <fcntl.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <emsplatform/platform.h>
 
 #include "emsutil/diagnostics.h"
-#include "host/command.h"
-#include "host/command_parser.h"
-#include "host/console.h"
 #include "host/host.h"
-#include "host/json.h"
 
 namespace emshost {
 
@@ -27,17 +19,11 @@ namespace {
 
 void Work(const Call& call)
 {
-    const std::chrono::milliseconds time(call.Number<int>("ms"));
+    const auto job = [time = call.Number<int>("ms")](const std::stop_token& ending) {
+        Sleep(ending, time);
+    };
     for (int count = call.Number<int>("times"); count > 0; --count) {
-        call.m_Host.Submit(call, call.Text("job"),
-                           [&host = call.m_Host, time] { host.m_Workers.BeBusy(time); });
-    }
-}
-
-void Stick(const Call& call)
-{
-    if (!call.m_Host.m_Workers.Stick()) {
-        throw std::runtime_error("all workers are stuck");
+        call.m_Host.Submit(call, call.Text("job"), job);
     }
 }
 
@@ -57,8 +43,7 @@ void PrintThreads(const Call& call, std::list<EmsThreadInfo>& threads)
         return left.m_StartTime < right.m_StartTime;
     });
     if (!call.m_Host.IsJson()) {
-        Console::Instance().Print(
-            "thread            kind    state    since s  longest s  events  values");
+        Print("thread            kind    state    since s  longest s  events  values");
     }
     for (const EmsThreadInfo& thread : threads) {
         const std::string id = string_format("%lx", thread.m_ulThreadId);
@@ -82,9 +67,8 @@ void PrintThreads(const Call& call, std::list<EmsThreadInfo>& threads)
                        {"events", thread.m_llRecvs},
                        {"values", values}});
         } else {
-            Console::Instance().Print(string_format("%-16s  %-6s  %-7s  %7.1f  %9.1f  %6lld%s",
-                                                    id.c_str(), kind, state, since, longest,
-                                                    thread.m_llRecvs, text.c_str()));
+            Print(string_format("%-16s  %-6s  %-7s  %7.1f  %9.1f  %6lld%s", id.c_str(), kind, state,
+                                since, longest, thread.m_llRecvs, text.c_str()));
         }
     }
 }
@@ -106,42 +90,29 @@ void Overdue(const Call& call)
     if (!threads.empty()) {
         PrintThreads(call, threads);
     } else if (!call.m_Host.IsJson()) {
-        Console::Instance().Print("no thread is overdue");
+        Print("no thread is overdue");
     }
 }
 
-/// Why the mode is what it is. The library reads the file once, so this is called once too.
-std::string SourceOfMode()
-{
-    std::string path;
-    NSQN_util::GetEmsCfgFile(path);
-    int value = 0;
-    if (eKorGetRegInt("MsgHandleMode", value, path.c_str()) == 1) {
-        return value == 0 || value == 1
-                   ? "MsgHandleMode in " + path
-                   : string_format("the default: MsgHandleMode is %d in ", value) + path;
-    }
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    char byte = 0;
-    const bool isReadable = descriptor >= 0 && ::read(descriptor, &byte, 1) >= 0;
-    const std::string reason = std::generic_category().message(errno);
-    ::close(descriptor);
-    return "the default: " +
-           (isReadable ? "no integer MsgHandleMode in " + path : path + ": " + reason);
-}
-
+/// The library reads the configuration once, so what is found later is not where the mode is from.
 void Mode(const Call&)
 {
-    static const std::string source = SourceOfMode();
-    Console::Instance().Print(
-        string_format("message-handling mode %d, %s", ReadMsgHandleModeSwitcher(), source.c_str()));
+    static const std::string source = [] {
+        std::string path;
+        NSQN_util::GetEmsCfgFile(path);
+        int value = 0;
+        const bool isSet =
+            eKorGetRegInt("MsgHandleMode", value, path.c_str()) == 1 && (value == 0 || value == 1);
+        return (isSet ? "MsgHandleMode in " : "the default: no MsgHandleMode of 0 or 1 in ") + path;
+    }();
+    Print(string_format("message-handling mode %d, ", ReadMsgHandleModeSwitcher()) + source);
 }
 
 const Service g_Service(
     "Thread monitor",
     {{"await", "Wait until the workers have done all jobs, except those that they are stuck in.",
       [](const Call& call) {
-          Console::Instance().Flush();
+          Flush();
           call.m_Host.m_Workers.Await();
       }},
      {"mode", "Print the message-handling mode, 0 or 1, and where it comes from: 1 is the default.",
@@ -149,15 +120,16 @@ const Service g_Service(
      {"overdue",
       "Print the threads that have been inside for a time or longer.",
       Overdue,
-      {Number("seconds", INT_MIN, INT_MAX, "the time; 0 is never reached")}},
+      {Number("seconds", INT_MIN, INT_MAX, "the time in seconds; with 0, no thread is printed")}},
      {"stat", "Write the records of all threads as a debug line.",
       [](const Call&) { StatEmsThreadInfo(); }},
-     {"stick", "Make a worker stick in a job, and wait until it does.", Stick},
+     {"stick", "Make a worker stick in a job, and wait until it does.",
+      [](const Call& call) { call.m_Host.m_Workers.Stick(); }},
      {"threads", "Print the records of all threads.", Threads},
      {"unstick", "Let all stuck workers go on.",
       [](const Call& call) { call.m_Host.m_Workers.Unstick(); }},
      {"work",
-      "Pass jobs to the workers, in turn, stuck ones left out.",
+      "Pass jobs to the workers in turn, except stuck workers.",
       Work,
       {Text("job", "the name of the jobs"), Number("times", 0, 100000, "how many jobs", "1"),
        Number("ms", 0, 60000, "how long each takes, in milliseconds", "0")}}});

@@ -10,9 +10,6 @@
 #include <emsstandin/task_manager.h>
 
 #include "emsutil/diagnostics.h"
-#include "host/command.h"
-#include "host/command_parser.h"
-#include "host/console.h"
 #include "host/host.h"
 
 namespace emshost {
@@ -29,33 +26,19 @@ struct Manager
     Clock::duration unit;
 };
 
-/// By id. Of the main thread.
-std::map<int, Manager>& Managers()
+std::map<int, Manager> g_Managers; // by id, for the main thread
+
+// Never destroyed: timers are freed until the process has ended.
+std::mutex g_Mutex; // guards the next
+int g_nPending = 0; // timers that are not yet freed
+std::condition_variable_any& g_Changed = *new std::condition_variable_any;
+
+void AddPending(int difference)
 {
-    static auto* const managers = new std::map<int, Manager>;
-    return *managers;
+    const std::lock_guard guard(g_Mutex);
+    g_nPending += difference;
+    g_Changed.notify_all();
 }
-
-/// How many timers are not yet freed. Never destroyed.
-struct PendingTimers
-{
-    std::mutex mutex; // guards the next
-    int count = 0;
-    std::condition_variable_any changed;
-
-    void Add(int difference)
-    {
-        const std::lock_guard guard(mutex);
-        count += difference;
-        changed.notify_all();
-    }
-
-    static PendingTimers& Instance()
-    {
-        static auto* const pending = new PendingTimers;
-        return *pending;
-    }
-};
 
 /// What a command passes to the library; each timer has a copy.
 struct Timer
@@ -70,13 +53,13 @@ void Fire(void* data)
     Timer& timer = *static_cast<Timer*>(data);
     const std::chrono::duration<double, std::milli> late = Clock::now() - timer.due;
     timer.hasFired = true;
-    Console::Instance().Print(string_format("%s, %.1f ms late", timer.who.c_str(), late.count()));
+    Print(string_format("%s, %.1f ms late", timer.who.c_str(), late.count()));
 }
 
 void* Copy(void* data)
 {
     auto copy = std::make_unique<Timer>(*static_cast<const Timer*>(data));
-    PendingTimers::Instance().Add(1);
+    AddPending(1);
     return copy.release();
 }
 
@@ -84,9 +67,9 @@ void Free(void* data)
 {
     const std::unique_ptr<Timer> timer(static_cast<Timer*>(data));
     if (!timer->hasFired) {
-        Console::Instance().Print(timer->who + " is destroyed before it fires");
+        Print(timer->who + " is destroyed before it fires");
     }
-    PendingTimers::Instance().Add(-1);
+    AddPending(-1);
 }
 
 void AddManager(const Call& call)
@@ -98,32 +81,31 @@ void AddManager(const Call& call)
     if (manager == nullptr) {
         throw std::runtime_error(string_format("task manager %d exists already", id));
     }
-    Managers()[id] = {manager, options.m_Unit};
+    g_Managers[id] = {manager, options.m_Unit};
     call.m_Host.AtEnd([manager] { manager->Stop(); });
 }
 
 void Schedule(const Call& call)
 {
     const int id = call.Number<int>("manager");
-    const auto found = Managers().find(id);
+    const auto found = g_Managers.find(id);
     Timer timer{string_format("timer on %d: ", id) + Quoted(call.Text("text")), Clock::now()};
-    if (found != Managers().end()) {
+    if (found != g_Managers.end()) {
         found->second.manager->Start(); // or throws, and there is no timer that would not fire
         timer.due = Clock::now() + found->second.unit;
     }
     EmsUtilTimerInterface functions = {Fire, Copy, Free};
     ScheduleEmsUtilTimer(static_cast<unsigned char>(id), functions, &timer);
-    if (found == Managers().end()) {
+    if (found == g_Managers.end()) {
         throw std::runtime_error(string_format("task manager %d does not exist", id));
     }
 }
 
 void AwaitTimers(const Call& call)
 {
-    Console::Instance().Flush();
-    PendingTimers& pending = PendingTimers::Instance();
-    std::unique_lock lock(pending.mutex);
-    pending.changed.wait(lock, call.m_Host.StopToken(), [&pending] { return pending.count == 0; });
+    Flush();
+    std::unique_lock lock(g_Mutex);
+    g_Changed.wait(lock, call.m_Host.StopToken(), [] { return g_nPending == 0; });
 }
 
 const Service g_Service(

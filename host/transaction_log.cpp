@@ -3,18 +3,13 @@
 #include <climits>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "emsutil/diagnostics.h"
-#include "host/command.h"
-#include "host/command_parser.h"
-#include "host/console.h"
 #include "host/host.h"
-#include "host/json.h"
 
 namespace emshost {
 
@@ -24,22 +19,10 @@ using NSQN_util::QNTransactionLog;
 
 namespace {
 
-/// The handles that commands hold, by names of the host's own.
-struct Handles
-{
-    // Held for a whole command or job: its lines stay together, and every handle that is attached
-    // between two of them is among those held. Guards the following.
-    std::mutex mutex;
-    std::map<std::string, QNTransactionLog> held;
-    unsigned long latest = 0; // handle value
-};
-
-/// Never destroyed: what is open at the end of the process stays open.
-Handles& TheHandles()
-{
-    static auto* const handles = new Handles;
-    return *handles;
-}
+/// The handles that commands hold, by names of the host's own; for the main thread. Never
+/// destroyed: what is open at the end of the process stays open.
+std::map<std::string, QNTransactionLog>& g_Held = *new std::map<std::string, QNTransactionLog>;
+unsigned long g_ulLatest = 0; // handle value
 
 /// Every buffer of this process is a text. It prints when it is deleted, which may be under locks
 /// of the library, where no log may be used.
@@ -48,158 +31,159 @@ struct TextBuffer final : QNTransactionBuffer
     TextBuffer(std::string key, std::string text)
         : m_strKey(std::move(key)), m_strText(std::move(text))
     {}
-    ~TextBuffer() override { Console::Instance().Print("buffer " + m_strKey + ": deleted"); }
+    ~TextBuffer() override { Print("buffer " + m_strKey + ": deleted"); }
 
     const std::string m_strKey;
     const std::string m_strText;
 };
 
-std::string KeyOf(const Call& call)
+struct Key
 {
-    return Quoted(call.Text("name")) + ' ' + call.Text("number");
+    explicit Key(const Call& call)
+        : name(call.Text("name")), number(call.Number<unsigned long>("number")),
+          text(Quoted(name) + ' ' + std::to_string(number))
+    {}
+
+    std::string name;
+    unsigned long number;
+    std::string text;
+};
+
+std::string Log(unsigned long value)
+{
+    return string_format("log %lu", value);
 }
 
-void Print(unsigned long value, const std::string& text)
+std::string References(int count)
 {
-    Console::Instance().Print(string_format("log %lu: ", value) + text);
+    return string_format(": %d extra reference%s", count, count == 1 ? "" : "s");
 }
 
-void PrintReferences(QNTransactionLog& log, int count, const std::string& more = "")
-{
-    Print(log.GetHandle(),
-          string_format("%d extra reference%s", count, count == 1 ? "" : "s") + more);
-}
-
-/// Prints the text of a buffer that has been found, or not.
-void PrintFound(QNTransactionLog& log, const char* action, const std::string& key,
+void PrintFound(QNTransactionLog& log, const char* action, const Key& key,
                 const QNTransactionBuffer* buffer)
 {
     if (buffer == nullptr) {
-        throw std::runtime_error(string_format("log %lu has no buffer ", log.GetHandle()) + key);
+        throw std::runtime_error(Log(log.GetHandle()) + " has no buffer " + key.text);
     }
-    Print(log.GetHandle(),
-          action + key + ": " + Quoted(static_cast<const TextBuffer*>(buffer)->m_strText));
+    Print(Log(log.GetHandle()) + action + key.text + ": " +
+          Quoted(static_cast<const TextBuffer*>(buffer)->m_strText));
 }
 
 /// Prints what has become of a log of which a handle has been destroyed.
 void PrintDestroyed(unsigned long value)
 {
     const bool exists = QNTransactionLog(value).IsValid();
-    Print(value, exists ? "handle destroyed" : "handle and log destroyed");
+    Print(Log(value) + (exists ? ": handle destroyed" : ": handle and log destroyed"));
 }
 
 /// Attaches to the log of the handle value, or creates one for none.
 QNTransactionLog& Hold(const Call& call, std::optional<unsigned long> value, const char* action)
 {
     const std::string name = call.Text("name");
-    auto& held = TheHandles().held;
-    if (held.contains(name)) {
+    if (g_Held.contains(name)) {
         throw std::runtime_error("a handle has the name " + Quoted(name) + " already");
     }
-    QNTransactionLog& log = value ? held.try_emplace(name, *value).first->second : held[name];
+    QNTransactionLog& log = value ? g_Held.try_emplace(name, *value).first->second : g_Held[name];
     if (!log.IsValid()) {
-        held.erase(name);
-        throw std::runtime_error(string_format("log %lu does not exist", value.value_or(0)));
+        g_Held.erase(name);
+        throw std::runtime_error(Log(value.value_or(0)) + " does not exist");
     }
-    Print(log.GetHandle(), action + Quoted(name));
+    Print(Log(log.GetHandle()) + action + Quoted(name));
     return log;
 }
 
 /// The handle that the call names.
-auto Find(const Call& call)
+QNTransactionLog& Find(const Call& call)
 {
-    auto& held = TheHandles().held;
-    const auto found = held.find(call.Text("log"));
-    if (found == held.end()) {
+    const auto found = g_Held.find(call.Text("log"));
+    if (found == g_Held.end()) {
         throw std::runtime_error("no handle has the name " + Quoted(call.Text("log")));
     }
-    return found;
+    return found->second;
 }
 
 void Open(const Call& call)
 {
-    TheHandles().latest = Hold(call, std::nullopt, "created as ").GetHandle();
+    g_ulLatest = Hold(call, std::nullopt, ": created as ").GetHandle();
 }
 
 void Attach(const Call& call)
 {
-    Hold(call, call.Number<unsigned long>("handle"), "attached as ");
+    Hold(call, call.Number<unsigned long>("handle"), ": attached as ");
 }
 
 void Close(const Call& call)
 {
-    const auto found = Find(call);
-    const unsigned long value = found->second.GetHandle();
-    TheHandles().held.erase(found);
+    const unsigned long value = Find(call).GetHandle();
+    g_Held.erase(call.Text("log"));
     PrintDestroyed(value);
 }
 
 void Add(const Call& call)
 {
-    QNTransactionLog& log = Find(call)->second;
-    const std::string name = call.Text("name");
-    const auto number = call.Number<unsigned long>("number");
-    auto buffer = std::make_unique<TextBuffer>(KeyOf(call), call.Text("text"));
-    log.AddBuffer(name, number, buffer.get());
-    if (log.GetBuffer(name, number) != buffer.get()) {
-        throw std::runtime_error("the key " + KeyOf(call) + " is in use");
+    QNTransactionLog& log = Find(call);
+    const Key key(call);
+    auto buffer = std::make_unique<TextBuffer>(key.text, call.Text("text"));
+    log.AddBuffer(key.name, key.number, buffer.get());
+    if (log.GetBuffer(key.name, key.number) != buffer.get()) {
+        throw std::runtime_error("the key " + key.text + " is in use");
     }
     static_cast<void>(buffer.release()); // the log owns it now
-    Print(log.GetHandle(), "added " + KeyOf(call));
+    Print(Log(log.GetHandle()) + ": added " + key.text);
 }
 
 void Get(const Call& call)
 {
-    QNTransactionLog& log = Find(call)->second;
-    PrintFound(log, "has ", KeyOf(call),
-               log.GetBuffer(call.Text("name"), call.Number<unsigned long>("number")));
+    QNTransactionLog& log = Find(call);
+    const Key key(call);
+    PrintFound(log, ": has ", key, log.GetBuffer(key.name, key.number));
 }
 
 void Remove(const Call& call)
 {
-    QNTransactionLog& log = Find(call)->second;
-    const std::unique_ptr<QNTransactionBuffer> removed(
-        log.RemoveBuffer(call.Text("name"), call.Number<unsigned long>("number")));
-    PrintFound(log, "removed ", KeyOf(call), removed.get());
+    QNTransactionLog& log = Find(call);
+    const Key key(call);
+    const std::unique_ptr<QNTransactionBuffer> removed(log.RemoveBuffer(key.name, key.number));
+    PrintFound(log, ": removed ", key, removed.get());
 }
 
 void AddReferences(const Call& call)
 {
-    QNTransactionLog& log = Find(call)->second;
-    PrintReferences(log, log.AddRef(call.Number<int>("count")));
+    QNTransactionLog& log = Find(call);
+    Print(Log(log.GetHandle()) + References(log.AddRef(call.Number<int>("count"))));
 }
 
 void Release(const Call& call)
 {
-    QNTransactionLog& log = Find(call)->second;
-    PrintReferences(log, log.Release());
+    QNTransactionLog& log = Find(call);
+    Print(Log(log.GetHandle()) + References(log.Release()));
 }
 
 void WorkOnLog(const Call& call)
 {
-    const auto work = [value = call.Number<unsigned long>("handle"), name = call.Text("name"),
-                       number = call.Number<unsigned long>("number"), key = KeyOf(call)] {
-        const std::lock_guard guard(TheHandles().mutex);
+    const auto work = [value = call.Number<unsigned long>("handle"),
+                       key = Key(call)](const std::stop_token&) {
         {
             QNTransactionLog log(value);
             if (!log.IsValid()) {
-                throw std::runtime_error(string_format("log %lu does not exist", value));
+                throw std::runtime_error(Log(value) + " does not exist");
             }
-            Print(value, "attached by a worker");
-            PrintFound(log, "has ", key, log.GetBuffer(name, number));
-            PrintReferences(log, log.Release());
+            Print(Log(value) + ": attached by a worker");
+            Print(Log(value) + References(log.Release()));
+            PrintFound(log, ": has ", key, log.GetBuffer(key.name, key.number));
         }
         PrintDestroyed(value);
     };
     call.m_Host.Submit(call, "log-work", work);
+    call.m_Host.m_Workers.Await();
 }
 
-/// The library does not list its logs, but it says for a handle value whether there is one.
+/// The library does not list its logs, but a handle attaches only to one that there is.
 template <class Visit>
 int ForEachLog(Visit visit)
 {
     int count = 0;
-    for (unsigned long value = 1; value <= TheHandles().latest; ++value) {
+    for (unsigned long value = 1; value <= g_ulLatest; ++value) {
         if (QNTransactionLog log(value); log.IsValid()) {
             visit(log);
             ++count;
@@ -216,7 +200,7 @@ void List(const Call& call)
         const int extra = log.Release();
         Json names = Json::array();
         std::string text;
-        for (auto& [name, handle] : TheHandles().held) {
+        for (auto& [name, handle] : g_Held) {
             if (handle.GetHandle() == log.GetHandle()) {
                 names.push_back(name);
                 text += (text.empty() ? ", handles " : ", ") + Quoted(name);
@@ -225,57 +209,47 @@ void List(const Call& call)
         if (call.m_Host.IsJson()) {
             PrintJson({{"log", log.GetHandle()}, {"extra_references", extra}, {"handles", names}});
         } else {
-            PrintReferences(log, extra, text.empty() ? ", no handle" : text);
+            Print(Log(log.GetHandle()) + References(extra) + (text.empty() ? ", no handle" : text));
         }
     });
     if (count == 0 && !call.m_Host.IsJson()) {
-        Console::Instance().Print("there is no log");
+        Print("there is no log");
     }
 }
 
 void Clear(const Call&)
 {
-    const std::size_t handles = TheHandles().held.size();
-    if (handles > 0) { // they would point to logs that are gone
-        throw std::runtime_error(string_format("handles that are still attached: %zu", handles));
+    if (!g_Held.empty()) { // they would point to logs that are destroyed
+        throw std::runtime_error(
+            string_format("handles that are still attached: %zu", g_Held.size()));
     }
     const int count = ForEachLog([](QNTransactionLog&) {});
     QNTransactionLog::ClearAllLog();
-    Console::Instance().Print("logs destroyed: " + std::to_string(count));
+    Print("logs destroyed: " + std::to_string(count));
 }
 
-template <void (*Function)(const Call&)>
-void Locked(const Call& call)
-{
-    const std::lock_guard guard(TheHandles().mutex);
-    Function(call);
-}
-
-const Argument LOG = Text("log", "the name of a handle on it");
+const Argument LOG = Text("log", "the name of a handle");
 const Argument NEW = Text("name", "a name for the handle");
-const Argument HANDLE = Number("handle", 0, ULONG_MAX, "the handle value of the log");
+const Argument HANDLE = Number("handle", 0, INT64_MAX, "the handle value of the log");
 const Argument NAME = Text("name", "the name in the buffer's key");
-const Argument NUMBER = Number("number", 0, ULONG_MAX, "the number in the buffer's key");
+const Argument NUMBER = Number("number", 0, INT64_MAX, "the number in the buffer's key");
 const Argument TEXT = Text("text", "the text");
 const Argument COUNT = Number("count", INT_MIN, INT_MAX, "how many");
 
 const Service g_Service(
     "Transaction logs",
-    {{"log-add", "Add a buffer with a text to a log.", Locked<Add>, {LOG, NAME, NUMBER, TEXT}},
-     {"log-attach", "Attach a handle to a log.", Locked<Attach>, {NEW, HANDLE}},
-     {"log-clear", "Destroy all logs, unless a handle is attached.", Locked<Clear>},
-     {"log-close", "Destroy a handle; the last reference destroys the log.", Locked<Close>, {LOG}},
-     {"log-get", "Print the text of a buffer.", Locked<Get>, {LOG, NAME, NUMBER}},
-     {"log-list", "Print the logs, with their extra references and handles.", Locked<List>},
-     {"log-open", "Create a log, with a handle.", Locked<Open>, {NEW}},
-     {"log-ref", "Add extra references to a log.", Locked<AddReferences>, {LOG, COUNT}},
-     {"log-release", "Release an extra reference to a log.", Locked<Release>, {LOG}},
-     {"log-remove",
-      "Remove a buffer, print its text and delete it.",
-      Locked<Remove>,
-      {LOG, NAME, NUMBER}},
+    {{"log-add", "Add a buffer with a text to a log.", Add, {LOG, NAME, NUMBER, TEXT}},
+     {"log-attach", "Attach a handle to a log.", Attach, {NEW, HANDLE}},
+     {"log-clear", "Destroy all logs; an error while a handle is attached.", Clear},
+     {"log-close", "Destroy a handle; the last reference destroys the log.", Close, {LOG}},
+     {"log-get", "Print the text of a buffer.", Get, {LOG, NAME, NUMBER}},
+     {"log-list", "Print the logs, with their extra references and handles.", List},
+     {"log-open", "Create a log, with a handle.", Open, {NEW}},
+     {"log-ref", "Add extra references to a log.", AddReferences, {LOG, COUNT}},
+     {"log-release", "Release an extra reference to a log.", Release, {LOG}},
+     {"log-remove", "Remove a buffer, print its text and delete it.", Remove, {LOG, NAME, NUMBER}},
      {"log-work",
-      "Make a worker attach, get a buffer and release an extra reference.",
+      "Make a worker attach, release an extra reference and get a buffer, and wait for it.",
       WorkOnLog,
       {HANDLE, NAME, NUMBER}}});
 

@@ -1,8 +1,9 @@
 #include "host/workers.h"
 
 #include <algorithm>
+#include <chrono>
 #include <latch>
-#include <utility>
+#include <stdexcept>
 
 #include "emsutil/thread_monitor.h"
 
@@ -14,14 +15,15 @@ Workers::Workers(int count, std::stop_token stop)
     : m_nCount(static_cast<std::size_t>(count)), m_Stop(std::move(stop))
 {}
 
-/// Null when all are stuck. With the lock held.
-Workers::Worker* Workers::Next()
+/// With the lock held.
+Workers::Worker& Workers::Next()
 {
     while (m_Workers.size() < m_nCount) {
         Worker& worker = m_Workers.emplace_back();
         try {
-            worker.thread = std::jthread(
-                [this, &worker, first = m_Workers.size() == 1] { Work(worker, first); });
+            worker.thread =
+                std::jthread([this, &worker, isFirst = m_Workers.size() == 1](
+                                 const std::stop_token& ending) { Work(ending, worker, isFirst); });
         } catch (...) {
             m_Workers.pop_back();
             throw;
@@ -30,63 +32,43 @@ Workers::Worker* Workers::Next()
     for (std::size_t tried = 0; tried < m_nCount; ++tried) {
         Worker& worker = m_Workers[m_nNext++ % m_nCount];
         if (!worker.stuck) {
-            return &worker;
+            return worker;
         }
     }
-    return nullptr;
+    throw std::runtime_error("all workers are stuck");
 }
 
-bool Workers::Submit(const std::string& name, const Job& job)
+void Workers::Submit(const std::string& name, const Job& job)
 {
     const std::lock_guard guard(m_Mutex);
-    Worker* const worker = Next();
-    if (worker != nullptr) {
-        worker->jobs.emplace_back(name, job);
-        m_Changed.notify_all();
-    }
-    return worker != nullptr;
+    Next().jobs.emplace_back(name, job);
+    m_Changed.notify_all();
 }
 
 void Workers::Await()
 {
     std::unique_lock lock(m_Mutex);
     m_Changed.wait(lock, m_Stop, [this] {
-        return std::all_of(m_Workers.begin(), m_Workers.end(), [](const Worker& worker) {
-            return worker.stuck || worker.jobs.empty();
-        });
+        return std::ranges::all_of(
+            m_Workers, [](const Worker& worker) { return worker.stuck || worker.jobs.empty(); });
     });
 }
 
-void Workers::BeBusy(std::chrono::milliseconds time)
-{
-    std::unique_lock lock(m_Mutex);
-    m_Changed.wait_for(lock, m_Stop, time, [this] { return m_bEnding; });
-}
-
-bool Workers::Stick()
+void Workers::Stick()
 {
     std::latch inside(1);
     {
         const std::lock_guard guard(m_Mutex);
-        Worker* const worker = Next();
-        if (worker == nullptr) {
-            return false;
-        }
-        worker->stuck = true;
-        worker->jobs.emplace_back("stuck", [this, worker, &inside] {
+        Worker& worker = Next();
+        worker.stuck = true;
+        worker.jobs.emplace_back("stuck", [this, &worker, &inside](const std::stop_token&) {
             inside.count_down();
-            BeStuck(*worker);
+            std::unique_lock lock(m_Mutex);
+            m_Changed.wait(lock, m_Stop, [&worker] { return !worker.stuck; });
         });
         m_Changed.notify_all();
     }
     inside.wait();
-    return true;
-}
-
-void Workers::BeStuck(Worker& worker)
-{
-    std::unique_lock lock(m_Mutex);
-    m_Changed.wait(lock, m_Stop, [&worker] { return !worker.stuck; });
 }
 
 void Workers::Unstick()
@@ -101,42 +83,41 @@ void Workers::Unstick()
 void Workers::End()
 {
     Unstick();
-    {
-        const std::lock_guard guard(m_Mutex);
-        m_bEnding = true;
-        m_Changed.notify_all();
-    }
     for (Worker& worker : m_Workers) {
-        if (worker.thread.joinable()) {
-            worker.thread.join();
-        }
+        worker.thread.request_stop();
     }
+    m_Workers.clear(); // joins the threads
 }
 
-void Workers::Work(Worker& worker, bool isReport)
+/// Returns when the workers end and all jobs of this one are done.
+void Workers::Work(const std::stop_token& ending, Worker& worker, bool isReport)
 {
     EmsThreadInfoMap values;
     if (isReport) {
         AddEmsThreadInfo(values, "Report", "yes");
     }
     std::unique_lock lock(m_Mutex);
-    for (int done = 0;; ++done) {
-        m_Changed.wait(lock, [&] { return !worker.jobs.empty() || m_bEnding; });
-        if (worker.jobs.empty()) {
-            return;
-        }
+    for (int done = 0; m_Changed.wait(lock, ending, [&] { return !worker.jobs.empty(); }); ++done) {
         const auto& [name, job] = worker.jobs.front();
         lock.unlock();
         AddEmsThreadInfo(values, "jobs", done);
         AddEmsThreadInfo(values, "last", name.c_str());
         {
             const RegEmsThreadInfo inside(&values);
-            job();
+            job(ending);
         }
         lock.lock();
         worker.jobs.pop_front();
         m_Changed.notify_all();
     }
+}
+
+void Sleep(const std::stop_token& stop, int milliseconds)
+{
+    std::mutex mutex;
+    std::condition_variable_any never;
+    std::unique_lock lock(mutex);
+    never.wait_for(lock, stop, std::chrono::milliseconds(milliseconds), [] { return false; });
 }
 
 } // namespace emshost

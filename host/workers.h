@@ -1,7 +1,6 @@
 #ifndef HOST_WORKERS_H
 #define HOST_WORKERS_H
 
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -10,18 +9,18 @@
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace emshost {
 
-/// Threads that do jobs, each as monitored work. Jobs go to the workers in turn, stuck ones left
-/// out. The named values of a worker are "jobs", how many it had done before, and "last", the name
-/// of the latest job. Worker 1 is a report thread.
-///
-/// One thread calls all but BeBusy(), which is for jobs.
+/// Threads that do jobs, each as monitored work. Jobs go to the workers in turn, except those that
+/// are stuck. The named values of a worker are "jobs", how many it had done before, and "last", the
+/// name of the latest job. Worker 1 is a report thread. One thread must make all calls.
 class Workers
 {
 public:
-    using Job = std::function<void()>;
+    /// A job must not throw. It should return when the token says that the workers end.
+    using Job = std::function<void(const std::stop_token& ending)>;
 
     /// A stop ends every wait.
     Workers(int count, std::stop_token stop);
@@ -29,15 +28,13 @@ public:
     Workers(const Workers&) = delete;
     Workers& operator=(const Workers&) = delete;
 
-    /// Passes a job to a worker; it must not throw. False when all workers are stuck. The threads
-    /// are started with the first job; throws std::system_error when one cannot be created.
-    bool Submit(const std::string& name, const Job& job);
+    /// Passes a job to a worker. The threads are started with the first job. Throws
+    /// std::runtime_error when all workers are stuck or a thread cannot be started.
+    void Submit(const std::string& name, const Job& job);
     /// Waits until all jobs are done, except those that workers are stuck in.
     void Await();
-    /// Waits, or less when the process is to stop or the workers end.
-    void BeBusy(std::chrono::milliseconds time);
-    /// Makes a worker stick in a job, and waits until it does. False when all are stuck.
-    bool Stick();
+    /// Makes a worker stick in a job, and waits until it does. Throws as Submit().
+    void Stick();
     /// Lets all stuck workers go on.
     void Unstick();
     /// Lets all stuck workers go on, waits until all jobs are done, and joins the threads.
@@ -51,9 +48,8 @@ private:
         std::jthread thread;
     };
 
-    Worker* Next();
-    void Work(Worker& worker, bool isReport);
-    void BeStuck(Worker& worker);
+    Worker& Next();
+    void Work(const std::stop_token& ending, Worker& worker, bool isReport);
 
     const std::size_t m_nCount;
     const std::stop_token m_Stop;
@@ -61,8 +57,10 @@ private:
     std::condition_variable_any m_Changed; // any of them
     std::deque<Worker> m_Workers;
     std::size_t m_nNext = 0;
-    bool m_bEnding = false;
 };
+
+/// Waits, or less when there is a stop.
+void Sleep(const std::stop_token& stop, int milliseconds);
 
 } // namespace emshost
 

@@ -1,9 +1,10 @@
 #include "emsutil/diagnostics.h"
 
-#include <barrier>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <system_error>
 #include <utility>
 
@@ -17,114 +18,100 @@ using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
 
-/// Threads write reports and traces. They meet after each burst, where one of them checks the
-/// report file line by line and removes it.
-class ReportFile
+constexpr std::size_t STAMP = 24; // characters in front of a report
+
+struct Writer
 {
-public:
-    ReportFile(int threads, std::function<void()> atRest)
-        : m_AtRest(std::move(atRest)), m_Writers(static_cast<std::size_t>(threads)),
-          m_Meeting(threads, Check{this})
-    {}
-
-    void Work(int thread, const Pace& pace)
-    {
-        pace.Repeat([this, thread] { Write(static_cast<std::size_t>(thread)); },
-                    [this, &pace] {
-                        m_Meeting.arrive_and_wait();
-                        pace.Pause();
-                    });
-        m_Meeting.arrive_and_drop();
-    }
-
-    std::vector<Total> Finish() const { return {{"report entries whole", m_nWritten, m_nWhole}}; }
-
-private:
-    static constexpr std::size_t STAMP = 24; // characters in front of a report
-
-    struct Writer
-    {
-        std::uint64_t number = 0; // of the writer
-        std::uint64_t next = 0;   // of the meeting
-    };
-
-    struct Check
-    {
-        ReportFile* load;
-        void operator()() noexcept { load->CheckFile(); }
-    };
-
-    static std::string Entry(std::size_t writer, std::uint64_t number)
-    {
-        return "writer " + std::to_string(writer) + " entry " + std::to_string(number);
-    }
-
-    static bool IsReport(std::uint64_t number) { return number % 2 == 0; }
-
-    void Write(std::size_t writer)
-    {
-        const std::uint64_t number = m_Writers[writer].number++;
-        const std::string entry = Entry(writer, number);
-        (IsReport(number) ? EmsUtilReport : EmsUtilTraced)("%s\n", entry.c_str());
-        ++m_nWritten;
-    }
-
-    void CheckFile()
-    {
-        const std::string path = NSQN_util::GetParentPath(NSQN_util::GetEKORPath()) +
-                                 "../var/dump/" + NSQN_util::g_ProcName + ".rpt";
-        {
-            std::ifstream file(path);
-            for (std::string line; std::getline(file, line);) {
-                m_nWhole += !file.eof() && IsNextEntry(line) ? 1 : 0;
-            }
-        }
-        std::error_code missing; // shows as entries that are missing
-        std::filesystem::remove(path, missing);
-        m_AtRest();
-    }
-
-    bool IsNextEntry(std::string_view line)
-    {
-        for (std::size_t i = 0; i < m_Writers.size(); ++i) {
-            std::uint64_t& next = m_Writers[i].next;
-            const std::string entry = Entry(i, next);
-            if (line.ends_with(entry) &&
-                line.size() == entry.size() + (IsReport(next) ? STAMP : 0)) {
-                ++next;
-                return true;
-            }
-        }
-        return false;
-    }
-
-    const std::function<void()> m_AtRest;
-    std::vector<Writer> m_Writers;
-    Count m_nWritten = 0;
-    std::uint64_t m_nWhole = 0; // of the meeting
-    std::barrier<Check> m_Meeting;
+    std::uint64_t number = 0;   // of the next entry, for the writer
+    std::uint64_t expected = 0; // the same, for the check
 };
+
+struct State
+{
+    std::shared_mutex file; // shared by the threads that write, exclusive for the check
+    std::vector<Writer> writers;
+    Count written = 0;
+    std::uint64_t whole = 0; // for the check
+};
+
+bool IsReport(std::uint64_t number)
+{
+    return number % 2 == 0;
+}
+
+std::string Entry(std::size_t writer, std::uint64_t number)
+{
+    return "writer " + std::to_string(writer) + " entry " + std::to_string(number);
+}
+
+void Write(State& state, std::size_t writer)
+{
+    const std::shared_lock lock(state.file);
+    const std::uint64_t number = state.writers[writer].number++;
+    const std::string entry = Entry(writer, number);
+    (IsReport(number) ? EmsUtilReport : EmsUtilTraced)("%s\n", entry.c_str());
+    ++state.written;
+}
+
+bool IsNextEntry(State& state, std::string_view line)
+{
+    for (std::size_t writer = 0; writer < state.writers.size(); ++writer) {
+        std::uint64_t& expected = state.writers[writer].expected;
+        const std::string entry = Entry(writer, expected);
+        const std::size_t stamp = IsReport(expected) ? STAMP : 0;
+        if (line.ends_with(entry) && line.size() == entry.size() + stamp) {
+            ++expected;
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Checks the report file line by line and removes it.
+void CheckFile(State& state, const std::function<void()>& atRest)
+{
+    const std::unique_lock lock(state.file);
+    const std::string path = NSQN_util::GetParentPath(NSQN_util::GetEKORPath()) + "../var/dump/" +
+                             NSQN_util::g_ProcName + ".rpt";
+    {
+        std::ifstream file(path);
+        for (std::string line; std::getline(file, line);) {
+            state.whole += !file.eof() && IsNextEntry(state, line) ? 1 : 0;
+        }
+    }
+    std::error_code missing; // shows as entries that are missing
+    std::filesystem::remove(path, missing);
+    atRest();
+}
 
 } // namespace
 
+/// Threads write reports and traces. The first checks the file after each of its bursts.
 Load ReportLoad(int threads, std::function<void()> atRest)
 {
-    const auto state = std::make_shared<ReportFile>(threads, std::move(atRest));
-    return {threads, [state](int thread, const Pace& pace) { state->Work(thread, pace); },
-            [state] { return state->Finish(); }};
+    const auto state = std::make_shared<State>();
+    state->writers.resize(static_cast<std::size_t>(threads));
+    return {[state](int thread) { Write(*state, static_cast<std::size_t>(thread)); },
+            [state]() -> std::vector<Total> {
+                CheckFile(*state, [] {});
+                return {{"report entries whole", state->written, state->whole}};
+            },
+            [state, atRest = std::move(atRest)](int thread) {
+                if (thread == 0) {
+                    CheckFile(*state, atRest);
+                }
+            }};
 }
 
 /// Threads guard their time.
-Load TimeGuardLoad(int threads)
+Load TimeGuardLoad()
 {
     const auto guards = std::make_shared<Count>(0);
-    const auto work = [guards](int thread, const Pace& pace) {
-        pace.Repeat([&guards, thread] {
-            const AgentTimeGuard guard("soak guard %d", thread);
-            ++*guards;
-        });
+    const auto step = [guards](int thread) {
+        const AgentTimeGuard guard("soak guard %d", thread);
+        ++*guards;
     };
-    return {threads, work, [guards]() -> std::vector<Total> {
+    return {step, [guards]() -> std::vector<Total> {
                 return {{"time guards, their lines", 2 * *guards, g_DebugLines.guard}};
             }};
 }

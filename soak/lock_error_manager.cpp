@@ -11,26 +11,21 @@ namespace soak {
 /// Threads insert and erase texts under ever new ids, and insert one under an id that all share.
 /// The library has no operation that reads the texts: one that is not erased shows as memory that
 /// grows.
-Load LockErrorLoad(int threads)
+Load LockErrorLoad()
 {
-    struct Counts
-    {
-        Count inserted = 0;
-        Count erased = 0;
-    };
-    const auto counts = std::make_shared<Counts>();
+    const auto inserted = std::make_shared<Count>(0);
+    const auto erased = std::make_shared<Count>(0);
     std::atomic_ref(NSQN_util::g_bEnableMitLockErrMgr).store(true);
-    const auto step = [counts] {
+    const auto step = [inserted, erased](int) {
         NSQN_util::QNMitLockErrMgr& locks = *NSQN_util::QNMitLockErrMgr::Instance();
-        const int id = static_cast<int>(counts->inserted++ & 0x7fffffff);
+        const int id = static_cast<int>((*inserted)++ & 0x7fffffff);
         locks.InsertThrIDandInfo(-1, "the shared text");
         locks.InsertThrIDandInfo(id, "waits for a lock that all threads want");
         locks.EraseThrIDandInfo(id);
-        ++counts->erased;
+        ++*erased;
     };
-    return {threads, [step](int, const Pace& pace) { pace.Repeat(step); },
-            [counts]() -> std::vector<Total> {
-                return {{"lock errors erased", counts->inserted, counts->erased}};
+    return {step, [inserted, erased]() -> std::vector<Total> {
+                return {{"lock errors erased", *inserted, *erased}};
             }};
 }
 

@@ -15,13 +15,29 @@ namespace {
 
 constexpr long NEVER = 3600; // seconds that no monitored work takes here
 
-struct Counts
+struct Monitored
 {
+    EmsThreadInfoMap values = {{"Report", {"", THREADINFO_TYPE_STRING}}};
+    std::uint64_t entries = 0;
+    std::uint64_t events = 0; // of all threads, at the latest poll
+};
+
+struct State
+{
+    std::vector<Monitored> threads;
     Count entries = 0;
     Count reports = 0;
     Count polls = 0;
     Count goodPolls = 0;
 };
+
+void EnterAndLeave(State& state, Monitored& thread)
+{
+    AddEmsThreadInfo(thread.values, "entries", std::to_string(++thread.entries).c_str());
+    const RegEmsThreadInfo inside(&thread.values);
+    state.reports += IsEmsThreadReport(pthread_self()) ? 1 : 0;
+    ++state.entries;
+}
 
 std::uint64_t CountEvents(std::list<EmsThreadInfo>& records)
 {
@@ -33,38 +49,20 @@ std::uint64_t CountEvents(std::list<EmsThreadInfo>& records)
     return events;
 }
 
-void Poll(Counts& counts, std::uint64_t& events)
+void Poll(State& state, Monitored& thread)
 {
     std::list<EmsThreadInfo> records;
     std::list<EmsThreadInfo> overdue;
     GetEmsThreadInfo(overdue, NEVER);
-    const std::uint64_t latest = CountEvents(records);
-    const bool good =
-        latest > std::exchange(events, latest) && overdue.empty() && !IsEmsThreadTimeout(NEVER);
+    const std::uint64_t events = CountEvents(records);
+    const bool isGood = events > std::exchange(thread.events, events) && overdue.empty() &&
+                        !IsEmsThreadTimeout(NEVER);
     StatEmsThreadInfo();
-    counts.goodPolls += good ? 1 : 0;
-    ++counts.polls;
+    state.goodPolls += isGood ? 1 : 0;
+    ++state.polls;
 }
 
-void EnterAndLeave(Counts& counts, const Pace& pace)
-{
-    EmsThreadInfoMap values = {{"Report", {"", THREADINFO_TYPE_STRING}}};
-    std::uint64_t entries = 0;
-    std::uint64_t events = 0;
-    pace.Repeat(
-        [&] {
-            AddEmsThreadInfo(values, "entries", std::to_string(++entries).c_str());
-            const RegEmsThreadInfo inside(&values);
-            counts.reports += IsEmsThreadReport(pthread_self()) ? 1 : 0;
-        },
-        [&] {
-            Poll(counts, events);
-            pace.Pause();
-        });
-    counts.entries += entries;
-}
-
-std::vector<Total> Finish(const Counts& counts)
+std::vector<Total> Finish(const State& state)
 {
     std::uint64_t values = 0;
     std::list<EmsThreadInfo> records;
@@ -72,11 +70,11 @@ std::vector<Total> Finish(const Counts& counts)
     for (const EmsThreadInfo& record : records) {
         values += std::stoull(record.m_InfoMap.at("entries").first);
     }
-    return {{"monitored events", 2 * counts.entries, events},
-            {"monitored values", counts.entries, values},
-            {"entries of report threads", counts.entries, counts.reports},
-            {"polls without a fault", counts.polls, counts.goodPolls},
-            {"statistics", counts.polls, g_DebugLines.statistics}};
+    return {{"monitored events", 2 * state.entries, events},
+            {"monitored values", state.entries, values},
+            {"entries of report threads", state.entries, state.reports},
+            {"polls without a fault", state.polls, state.goodPolls},
+            {"statistics", state.polls, g_DebugLines.statistics}};
 }
 
 } // namespace
@@ -84,9 +82,13 @@ std::vector<Total> Finish(const Counts& counts)
 /// Report threads enter and leave, and poll all records after each burst.
 Load ThreadMonitorLoad(int threads)
 {
-    const auto counts = std::make_shared<Counts>();
-    return {threads, [counts](int, const Pace& pace) { EnterAndLeave(*counts, pace); },
-            [counts] { return Finish(*counts); }};
+    const auto state = std::make_shared<State>();
+    state->threads.resize(static_cast<std::size_t>(threads));
+    const auto monitored = [state](int thread) -> Monitored& {
+        return state->threads[static_cast<std::size_t>(thread)];
+    };
+    return {[=](int thread) { EnterAndLeave(*state, monitored(thread)); },
+            [=] { return Finish(*state); }, [=](int thread) { Poll(*state, monitored(thread)); }};
 }
 
 } // namespace soak

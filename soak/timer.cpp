@@ -85,16 +85,14 @@ std::vector<Total> Finish(State& state)
 } // namespace
 
 /// Threads schedule timers as fast as they are freed.
-Load TimerLoad(int threads)
+Load TimerLoad()
 {
     const auto state = std::make_shared<State>();
     emsstandin::TaskManagerOptions options;
     options.m_Unit = 100us;
     state->manager = emsstandin::AddTaskManager(MANAGER, options);
     state->manager->Start();
-    return {threads,
-            [state](int, const Pace& pace) { pace.Repeat([&state] { Schedule(*state); }); },
-            [state] { return Finish(*state); }};
+    return {[state](int) { Schedule(*state); }, [state] { return Finish(*state); }};
 }
 
 } // namespace soak

@@ -93,15 +93,14 @@ std::vector<Total> Finish(State& state)
 
 /// Each thread creates logs with buffers, and passes the handle value of each on to the thread that
 /// creates the next one. All work on one shared log besides.
-Load TransactionLogLoad(int threads)
+Load TransactionLogLoad()
 {
     const auto state = std::make_shared<State>();
-    const auto step = [state] {
+    const auto step = [state](int) {
         TakeOver(*state, state->latest.exchange(CreateLog(*state)));
         UseSharedLog(*state);
     };
-    return {threads, [step](int, const Pace& pace) { pace.Repeat(step); },
-            [state] { return Finish(*state); }};
+    return {step, [state] { return Finish(*state); }};
 }
 
 } // namespace soak

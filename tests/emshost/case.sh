@@ -13,7 +13,7 @@ directory=$(mktemp -d) || exit 1
 trap 'rm -rf "$directory"' EXIT
 
 masked() {
-    sed -E "s,$directory,DIR,g; s,/[^ ]*/emshost-[A-Za-z0-9]{6},TMP,g; s,: /.*/ems\.cfg,: CFG,"'
+    sed -E "s,$directory,DIR,g; s,/[^ ]*/emshost-[A-Za-z0-9]{6},TMP,g; s, in /.*/ems\.cfg, in CFG,"'
         s/^[0-9a-f]{8,} +(report|worker) /#  \1 /; s/ +[0-9]+\.[0-9]\>/  #/g
         s/^[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9:]+ [0-9]{4}/#/; s/^(used time\(ms\):) [0-9]+/\1 #/
         s/^( thread (id|start)) +[0-9a-f]+/\1  #/

@@ -44,9 +44,9 @@ TEST_P(Stress, EveryTotalIsExact)
         unexpected += soak::CountDebugLine(line.substr(2)) ? 0 : 1; // without its level
     };
     {
-        const std::vector<soak::Load> loads = soak::AllLoads(GetParam(), [] {});
-        soak::Pace pace(STEPS / soak::Pace::BURST / GetParam());
-        soak::Run(loads, pace, [] {});
+        const auto loads = soak::AllLoads(GetParam(), [] {});
+        const soak::Pace pace{STEPS / soak::BURST / GetParam()};
+        soak::Run(loads, GetParam(), pace, [] {});
         for (const soak::Load& load : loads) {
             for (const soak::Total& total : load.finish()) {
                 EXPECT_TRUE(total.IsExact())

@@ -3,16 +3,18 @@
 #include <emsstandin/setup.h>
 
 #include "emsutil/diagnostics.h"
+#include "emsutil/general_command.h"
 #include "emsutil/lock_error_manager.h"
 #include "emsutil/thread_monitor.h"
 #include "emsutil/transaction_log.h"
 
 void WorkOnce(const soak::Load& load)
 {
-    const soak::Pace onceOnly(1);
-    for (int thread = 0; thread < load.threads; ++thread) {
-        load.work(thread, onceOnly);
+    for (int step = 0; step < soak::BURST; ++step) {
+        load.step(0);
     }
+    load.afterBurst(0);
+    NSQN_EMSUTIL_AGENT::runGeneralCmd();
 }
 
 void UseEveryService()

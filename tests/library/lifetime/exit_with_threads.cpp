@@ -49,15 +49,15 @@ void Format()
 
 int main()
 {
-    constexpr soak::Load (*loads[])(int) = {soak::GeneralCommandLoad, soak::ThreadMonitorLoad,
-                                            soak::TimerLoad, soak::TimeGuardLoad,
-                                            soak::LockErrorLoad};
+    const std::function<soak::Load()> loads[] = {
+        [] { return soak::GeneralCommandLoad(1); }, [] { return soak::ThreadMonitorLoad(1); },
+        soak::TimerLoad, soak::TimeGuardLoad, soak::LockErrorLoad};
     for (std::size_t i = 0; i < EXITS; ++i) {
         const Installation installation;
         const pid_t child = fork();
         if (child == 0) {
             emsstandin::SetDebugStream(nullptr);
-            ExitWithThreads(loads[i % std::size(loads)](1));
+            ExitWithThreads(loads[i % std::size(loads)]());
         }
         int status = -1;
         waitpid(child, &status, 0);
