@@ -1,5 +1,6 @@
 #include "emsutil/diagnostics.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <deque>

@@ -160,15 +160,12 @@ void Host::DeliverFault(Count kind, const std::string& message, Position positio
 /// again. A reader that waits for room in the queue has announced all that fills it.
 void Host::Drain()
 {
-    const auto news = [this] { return m_bAdded || m_bAllRead; };
     for (bool allRead = false; !allRead;) {
         {
             std::unique_lock lock(m_NewsMutex);
-            if (!m_News.wait_for(lock, IDLE_BEFORE_FLUSH, news)) {
-                lock.unlock();
+            const auto hasNews = [this] { return m_bAdded || m_bAllRead; };
+            if (!m_News.wait_for(lock, IDLE_BEFORE_FLUSH, hasNews)) {
                 Flush();
-                lock.lock();
-                m_News.wait(lock, news);
             }
             m_bAdded = false;
             allRead = m_bAllRead;
