@@ -1,6 +1,8 @@
 #include "emsplatform/task.h"
 
 #include <atomic>
+#include <memory>
+#include <new>
 
 #include "platform/task_store.h"
 
@@ -10,15 +12,19 @@ constexpr int STATE_FINISHED = 3;
 
 } // namespace
 
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): the record is created in the memory
 eKorTask::eKorTask(eKorTaskMgr* taskMgr, const char* name)
-    : m_pState(std::make_unique<State>(*this, *taskMgr, name))
-{}
+    : m_pState(new (m_StateMemory) State(*this, *taskMgr, name))
+{
+    static_assert(sizeof(State) <= sizeof m_StateMemory && alignof(State) <= alignof(void*));
+}
 
 eKorTask::~eKorTask()
 {
     if (m_pState->m_bKnown) { // not destroyed by the manager
         m_pState->m_Store.Forget(*m_pState);
     }
+    std::destroy_at(m_pState);
 }
 
 void eKorTask::InitTaskCmdReqProcess(CmdMSG*) {}

@@ -4,8 +4,6 @@
 /// The platform's task framework, as far as libemsutil uses it. A process has an application
 /// manager, which finds task managers by id. A task manager owns tasks and delivers their events.
 
-#include <memory>
-
 /// The result of a message.
 typedef int eKorErrorCode;
 
@@ -54,7 +52,9 @@ public:
     class State;
 
 private:
-    const std::unique_ptr<State> m_pState;
+    State* m_pState;
+    // Has the record, so that a task needs no second allocation.
+    alignas(void*) unsigned char m_StateMemory[14 * sizeof(void*)];
 };
 
 /// A task that ignores every event.
