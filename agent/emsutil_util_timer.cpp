@@ -41,9 +41,9 @@ class EmsUtilAgentTimerTask::PlatformCall
 public:
     /// `guard` holds the task's scheduling lock, or is null.
     PlatformCall(const EmsUtilAgentTimerTask& task, SchedulingGuard* guard)
-        : m_pTask(&task), m_pGuard(guard), m_pOuter(std::exchange(g_pInnermost, this))
+        : m_pTask(&task), m_pGuard(guard), m_pOuter(std::exchange(m_pInnermost, this))
     {}
-    ~PlatformCall() { g_pInnermost = m_pOuter; }
+    ~PlatformCall() { m_pInnermost = m_pOuter; }
     PlatformCall(const PlatformCall&) = delete;
     PlatformCall& operator=(const PlatformCall&) = delete;
 
@@ -83,6 +83,7 @@ public:
 private:
     static constinit thread_local PlatformCall* g_pInnermost;
 
+    PlatformCall*& m_pInnermost = g_pInnermost; // looked up once per call
     const EmsUtilAgentTimerTask* m_pTask;
     SchedulingGuard* const m_pGuard;
     PlatformCall* const m_pOuter;
@@ -103,7 +104,7 @@ EmsUtilAgentTimerTask::EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* n
 
 EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
 {
-    if (!PlatformCall::OnDestroyed(*this)) {
+    if (!PlatformCall::OnDestroyed(*this) && !m_bScheduled) {
         // Waits for the scheduling thread. locked() is not checked: the task is destroyed anyway.
         const SchedulingGuard guard(m_SchedulingLock);
     }
@@ -153,6 +154,7 @@ void EmsUtilAgentTimerTask::eKorTaskTimeInterval(long)
         if (!guard.locked()) {
             return; // the interval is still armed, so its next expiry tries again
         }
+        m_bScheduled = true;
     }
     try {
         DelTaskTimeInterval(m_lTimerID);

@@ -124,14 +124,20 @@ TEST(TimerScheduling, AnExpiryOnAnotherThreadWaitsForTheIdWhateverItIs)
 
 TEST(TimerScheduling, ADestructionOnAnotherThreadWaitsForTheArming)
 {
-    std::future<void> destruction;
-    g_Steering.onArm = [&](eKorTask& task) {
-        destruction = ExpectToWait([&task] { delete &task; });
-        return 42;
-    };
-    Schedule();
-    destruction.get();
-    EXPECT_EQ(TakeEvents(), "free ");
+    for (const bool firesFirst : {false, true}) {
+        std::future<void> destruction;
+        g_Steering.onArm = [&](eKorTask& task) {
+            if (firesFirst) {
+                task.eKorTaskTimeInterval(42);
+                EXPECT_EQ(TakeEvents(), "timeout ");
+            }
+            destruction = ExpectToWait([&task] { delete &task; });
+            return 42;
+        };
+        Schedule();
+        destruction.get();
+        EXPECT_EQ(TakeEvents(), "free ");
+    }
 }
 
 TEST(TimerScheduling, AnyCallMayFireOrDestroyTheTaskOrFail)
@@ -247,6 +253,9 @@ TEST(TimerScheduling, WithoutTheLockNothingIsScheduledAndAnExpiryIsLeftToTheNext
     withoutTheLock([] { g_pTask->eKorTaskTimeInterval(42); });
     EXPECT_EQ(TakeEvents(), "");
     g_pTask->eKorTaskTimeInterval(42);
-    withoutTheLock([] { delete g_pTask; });
+    delete g_pTask;
     EXPECT_EQ(TakeEvents(), "timeout free ");
+    Schedule();
+    withoutTheLock([] { delete g_pTask; });
+    EXPECT_EQ(TakeEvents(), "free ");
 }
