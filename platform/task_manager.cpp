@@ -77,13 +77,11 @@ std::chrono::microseconds Checked(std::chrono::microseconds unit)
 
 TaskManager::TaskManager(TaskManagerOptions options)
     : m_pTimer(options.m_Clock ? nullptr : std::make_unique<KernelTimer>()),
-      m_pStore(std::make_unique<TaskStore>(Checked(options.m_Unit),
-                                           m_pTimer ? KernelTimer::Now : std::move(options.m_Clock),
-                                           [timer = m_pTimer.get()](microseconds when) {
-                                               if (timer != nullptr) {
-                                                   timer->Set(when);
-                                               }
-                                           }))
+      m_pStore(m_pTimer
+                   ? std::make_unique<TaskStore>(Checked(options.m_Unit), KernelTimer::Now,
+                                                 [this](microseconds when) { m_pTimer->Set(when); })
+                   : std::make_unique<TaskStore>(Checked(options.m_Unit),
+                                                 std::move(options.m_Clock), nullptr))
 {}
 
 TaskManager::~TaskManager()

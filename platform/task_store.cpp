@@ -49,7 +49,7 @@ public:
     {
         m_Store.m_Delivered.wait(m_Lock, [this] { return !m_Store.m_bDelivering; });
         m_Store.m_bDelivering = true;
-        m_pOuter = std::exchange(g_pInnermost, this); // not before the wait, which may be cancelled
+        m_pOuter = std::exchange(m_pInnermost, this); // not before the wait, which may be cancelled
     }
     ~Inside()
     {
@@ -58,7 +58,7 @@ public:
             m_Store.EndExpiry();
         }
         m_Store.m_bDelivering = false;
-        g_pInnermost = m_pOuter;
+        m_pInnermost = m_pOuter;
         m_Store.m_Delivered.notify_all();
         m_Store.SetAlarm();
     }
@@ -78,6 +78,7 @@ public:
 private:
     static constinit thread_local Inside* g_pInnermost;
 
+    Inside*& m_pInnermost = g_pInnermost; // looked up once
     TaskStore& m_Store;
     Lock& m_Lock;
     Inside* m_pOuter = nullptr;
@@ -155,7 +156,10 @@ Interval* TaskStore::Earliest()
 void TaskStore::EndExpiry()
 {
     if (!m_Expired.IsAlone()) {
-        static_cast<Interval&>(m_Expired.Next()).Enqueue();
+        auto& interval = static_cast<Interval&>(m_Expired.Next());
+        const Microseconds period = interval.m_Queue.m_Period;
+        interval.m_Due += ((m_Now - interval.m_Due) / period + 1) * period;
+        interval.Enqueue();
     }
 }
 
@@ -234,13 +238,11 @@ std::size_t TaskStore::Deliver()
     }
     const Inside inside(*this, lock);
     // Read once, so that a timer that an event arms does not expire in the same call.
-    const Microseconds now = std::chrono::floor<Microseconds>(m_Clock());
+    m_Now = std::chrono::floor<Microseconds>(m_Clock());
     std::size_t delivered = 0;
     DestroyFinished(lock);
-    for (Interval* due; m_bRunning && (due = Earliest()) != nullptr && due->m_Due <= now;) {
+    for (Interval* due; m_bRunning && (due = Earliest()) != nullptr && due->m_Due <= m_Now;) {
         due->EnterBefore(m_Expired);
-        const Microseconds period = due->m_Queue.m_Period;
-        due->m_Due += ((now - due->m_Due) / period + 1) * period;
         const long id = due->m_lId;
         Task& task = due->m_Task;
         lock.unlock();
@@ -278,8 +280,8 @@ void TaskStore::DestroyAll(Lock& lock)
 
 void TaskStore::SetAlarm()
 {
-    if (m_bDelivering) {
-        return; // ~Inside() does it
+    if (!m_Alarm || m_bDelivering) { // ~Inside() does it after a delivery
+        return;
     }
     std::optional<Microseconds> next;
     if (!m_Finished.IsAlone() || !m_bRunning) {

@@ -113,7 +113,7 @@ class TaskStore
 public:
     using Task = eKorTask::State;
 
-    /// Calls `alarm`, with the lock held, when the time of the next Deliver() changes.
+    /// Calls `alarm`, unless null, with the lock held, when the time of the next Deliver() changes.
     TaskStore(Microseconds unit, std::function<std::chrono::nanoseconds()> clock,
               std::function<void(Microseconds)> alarm);
     ~TaskStore();
@@ -161,6 +161,7 @@ private:
     std::mutex m_Lock;         // guards the following
     std::list<Queue> m_Queues; // one per period
     Link m_Expired;            // the interval whose event runs
+    Microseconds m_Now = {};   // the time at which the delivery began
     Link m_Inserted;
     Link m_Finished; // tasks that are to be destroyed
     std::optional<Microseconds> m_NextAlarm;
