@@ -34,7 +34,8 @@ std::optional<int> ParseInt(std::string_view text)
 } // namespace
 
 // The file has lines of the form `key = value`, with optional blanks. `#` begins a comment anywhere
-// in a line. If a key occurs more than once, its last line counts.
+// in a line. If a key occurs more than once, its last line counts. A failure returns 0 and does not
+// change `value`; an integer that does not fit an int is one.
 int eKorGetRegInt(const char* key, int& value, const char* file)
 {
     if (key == nullptr || file == nullptr) {

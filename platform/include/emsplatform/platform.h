@@ -13,8 +13,7 @@ namespace NSQN_util {
 /// Returns the directory in which the platform is installed.
 std::string GetEKORPath();
 
-/// Returns the directory above `path`, with a closing "/". Reads only the text, not the file
-/// system.
+/// Returns the directory above `path`, with a closing "/".
 std::string GetParentPath(const std::string& path);
 
 /// Sets `path` to the path of the element-management configuration file.
@@ -23,16 +22,14 @@ void GetEmsCfgFile(std::string& path);
 /// The process's name. It must not change after threads have started.
 extern std::string g_ProcName;
 
-/// Whether the lock error manager is on. It is off unless the host sets this variable to true. The
-/// library reads the variable with std::atomic_ref. A host that sets it while threads run must
-/// write it with std::atomic_ref too.
+/// Whether the lock error manager is on. The library reads the variable with std::atomic_ref. A
+/// host that sets it while threads run must write it with std::atomic_ref too.
 extern bool g_bEnableMitLockErrMgr;
 
 } // namespace NSQN_util
 
 /// Reads the integer `key` from the configuration file `file`. If the file has the key with an
-/// integer that fits an int, sets `value` and returns 1. Otherwise returns 0 and does not change
-/// `value`.
+/// integer, sets `value` and returns 1. Otherwise returns another number.
 int eKorGetRegInt(const char* key, int& value, const char* file);
 
 /// Formats as std::vsnprintf does. Writes at most `count` characters and a NUL into `dest`, which
@@ -42,16 +39,8 @@ int eKorGetRegInt(const char* key, int& value, const char* file);
 /// Returns a negative number in two cases:
 /// - The text is longer than `count` or `destMax` - 1 characters. `dest` then holds as many of the
 ///   text's first characters as fit, and a NUL.
-/// - The format cannot be carried out: it is null or incomplete, a wide character has no multibyte
-///   form, or a width or the whole text exceeds INT_MAX. `dest` then holds the empty text. If
-///   `count` is below 3,072, only the first byte of `dest` has been written.
-///
-/// The cost is that of std::vsnprintf, which also counts the characters that do not fit: 2 to 3 ns
-/// for each, and about 5 s for the longest text. The memory does not depend on the length, except
-/// for a floating-point number of great precision. The function also uses 3 KiB of stack.
-///
-/// The function has no lock and no state. A handler that the program has registered with
-/// register_printf_specifier() may call it.
+/// - The format is rejected. `dest` then holds the empty text. If the text before the malformed part
+///   of the format is too short to reach the last byte of `dest`, that byte has not been written.
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args) __attribute__((format(printf, 4, 0)));
 

@@ -3,6 +3,7 @@
 
 /// The platform's task framework, as far as libemsutil uses it. A process has an application
 /// manager, which finds task managers by id. A task manager owns tasks and delivers their events.
+/// Any thread may call the operations of task managers and tasks.
 
 /// The result of a message.
 typedef int eKorErrorCode;
@@ -25,30 +26,26 @@ public:
     eKorTask(const eKorTask&) = delete;
     eKorTask& operator=(const eKorTask&) = delete;
 
-    /// Called with the message that starts the task, or null. This platform does not call it.
+    /// Called with the message that starts the task, or null.
     virtual void InitTaskCmdReqProcess(CmdMSG* msg);
-    /// Called with a message to the task. This platform does not call it.
+    /// Called with a message to the task.
     virtual void eKorTaskCmdRecv(CmdMSG* msg) = 0;
-    /// Called with the response to a message of the task. This platform does not call it.
+    /// Called with the response to a message of the task.
     virtual void eKorTaskCmdResp(eKorErrorCode code, CmdMSG* msg) = 0;
-    /// Called each time that the interval timer with this id expires.
+    /// Called each time that the interval timer with this id expires. The manager holds no lock.
     virtual void eKorTaskTimeInterval(long id);
 
-    /// Arms a timer that expires after `interval` of the manager's units of time, at least one, and
-    /// again after each further `interval` until it is disarmed. Returns its id, or -1 when memory
-    /// runs out. Every other value is an id. The ids of this platform are above 0 and never used
-    /// twice. The timer may expire on another thread before this function has returned. On this
-    /// platform it never expires on the calling thread before that.
+    /// Arms a timer that expires after `interval` of the manager's units of time. It may expire
+    /// again until it is disarmed. Returns its id, or -1 when it is not armed. Every other value is
+    /// an id. The timer may expire before this function has returned, also on the calling thread.
     long SetTaskTimeInterval(unsigned int interval);
     /// Disarms the timer with this id. Ignores an id that is not an armed timer of this task.
     void DelTaskTimeInterval(long id);
-    /// At state 3 the task has finished, and its manager destroys it. This platform destroys it on
-    /// the thread that delivers events, after the current event. If that is another thread, the
-    /// task may be destroyed before this function has returned. The calling thread never destroys
-    /// it before that. The manager ignores other states.
+    /// At state 3 the task has finished: no timer of it expires any more, and its manager destroys
+    /// it, in this function or later, on a thread of the manager's choice.
     void eKorSetTaskState(int state);
 
-    /// This platform's record of a task.
+    /// The platform's record of a task.
     class State;
 
 private:
@@ -57,7 +54,7 @@ private:
     alignas(void*) unsigned char m_StateMemory[14 * sizeof(void*)];
 };
 
-/// A task that ignores every event.
+/// The first base of the tasks of libemsutil. None of its operations is pure.
 class eKorGnlTask : public eKorTask
 {
 public:
@@ -65,25 +62,26 @@ public:
 
     void eKorTaskCmdRecv(CmdMSG* msg) override;
     void eKorTaskCmdResp(eKorErrorCode code, CmdMSG* msg) override;
-    /// Called with a message of another kind. This platform does not call it.
+    /// Called with a message of another kind.
     virtual void HandleNoAsn1Msg(QNCmdMsg* msg);
 };
 
-/// A base that tasks have on other platforms. Here it does nothing.
+/// The second base of the tasks of libemsutil.
 class PSyncHelp
 {
 public:
     virtual ~PSyncHelp();
 };
 
-/// Owns tasks and delivers their events. Any thread may call its operations.
+/// Owns tasks and delivers their events.
 class eKorTaskMgr
 {
 public:
-    /// Returns a request id for the task, above 0.
+    /// Returns a request id for the task, which is not inserted yet and still the caller's.
     unsigned long AllocReqID(eKorTask* task);
-    /// Inserts the task, which belongs to the manager from then on. Returns 0. When it throws, the
-    /// task has not been inserted.
+    /// Inserts the task, which belongs to the manager from then on. When it throws, the task has
+    /// not been inserted. The task may expire, and be destroyed, before this function has returned.
+    /// libemsutil ignores the result.
     int TMInitInsertTask(eKorTask* task);
 
 protected:

@@ -2,6 +2,7 @@
 #define EMSSTANDIN_SETUP_H
 
 /// The controls with which a host or a test sets up this platform. libemsutil does not use them.
+/// The lock error manager is off until the host sets NSQN_util::g_bEnableMitLockErrMgr.
 ///
 /// Thread safety: any thread may call these functions at any time, except SetProcessName(), which
 /// must be called before threads start.

@@ -45,7 +45,14 @@ struct TaskManagerOptions
     std::function<std::chrono::nanoseconds()> m_Clock;
 };
 
-/// Owns tasks and their timers, and delivers their events.
+/// Owns tasks and their timers, and delivers their events. What emsplatform/task.h leaves open:
+/// - Messages are not delivered, and request ids are above 0. An insertion returns 0.
+/// - An interval of 0 is one of 1. A timer expires again after each further interval until it is
+///   disarmed. Its id is above 0 and is not used twice. It is not armed when memory runs out.
+/// - A finished task is destroyed after the current event, by the thread that delivers events.
+///   States other than 3 are ignored. PSyncHelp does nothing.
+/// - While a thread inserts or arms a task, or sets its state, the task neither expires nor is
+///   destroyed on that thread.
 class TaskManager : public eKorTaskMgr
 {
 public:
