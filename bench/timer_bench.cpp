@@ -115,13 +115,13 @@ void AddScheduling(int count, const std::string& text)
     const std::string operation = "schedule and fire a timer, of " + text;
     Ours(operation, [count](benchmark::State& state) {
         constexpr unsigned char id = 11;
-        static emsstandin::TaskManager* const manager =
-            emsstandin::AddTaskManager(id, {UNIT, [] { return g_Clock; }});
-        manager->Start();
+        static emsstandin::TaskManager& manager =
+            *emsstandin::AddTaskManager(id, {UNIT, [] { return g_Clock; }});
+        manager.Start();
         ScheduleAndFire(
             state, count, [](void* data) { ScheduleEmsUtilTimer(id, g_Functions, data); },
-            [] { manager->DeliverExpired(); });
-        manager->Stop();
+            [] { manager.DeliverExpired(); });
+        manager.Stop();
     });
     Floor(operation, 1, [count](benchmark::State& state) {
         ACE_Timer_Heap heap;
@@ -205,13 +205,13 @@ void AddLateness(const std::string& text, double share, double goal)
         Ours(operation,
              [share](benchmark::State& state) {
                  constexpr unsigned char id = 12;
-                 static emsstandin::TaskManager* const manager =
-                     emsstandin::AddTaskManager(id, {DELAY, nullptr});
+                 static emsstandin::TaskManager& manager =
+                     *emsstandin::AddTaskManager(id, {DELAY, nullptr});
                  EmsUtilTimerInterface functions = {[](void*) { NoteFiring(); }, nullptr, nullptr};
-                 manager->Start();
+                 manager.Start();
                  MeasureLateness(state, share,
                                  [&functions] { ScheduleEmsUtilTimer(id, functions, nullptr); });
-                 manager->Stop();
+                 manager.Stop();
              }),
         Floor(operation, goal,
               [share](benchmark::State& state) {

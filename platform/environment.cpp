@@ -29,6 +29,7 @@ void Set(std::optional<std::string>& field, const std::string& text)
     field = text;
 }
 
+// Never destroyed, as the library may need it until the process ends.
 std::string StartDirectory()
 {
     std::error_code error; // ignored: a removed directory has no path

@@ -61,6 +61,7 @@ private:
     std::vector<std::string> m_Lines;
 };
 
+// Never destroyed, as the library writes lines until the process ends.
 Recorder& TheRecorder()
 {
     static Recorder& recorder = *new Recorder;
@@ -69,6 +70,7 @@ Recorder& TheRecorder()
 
 } // namespace
 
+// Never destroyed, as the library asks the platform until the process ends.
 TestPlatform& ThePlatform()
 {
     static TestPlatform& platform = *new TestPlatform;
