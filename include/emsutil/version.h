@@ -13,11 +13,18 @@
 
 #include "emsutil/export.h"
 
-// These must be the numbers of project() in CMakeLists.txt. Otherwise the library does not compile.
-#define EMSUTIL_VERSION "1.0.0" ///< the version of these headers
-#define EMSUTIL_VERSION_MAJOR 1 ///< its first number
+// The only place with the version's numbers. CMake reads them from these lines.
+#define EMSUTIL_VERSION_MAJOR 1 ///< the first number of these headers' version
 #define EMSUTIL_VERSION_MINOR 0 ///< its second number
 #define EMSUTIL_VERSION_PATCH 0 ///< its third number
+
+/// The version of these headers as a text, such as "1.2.3".
+#define EMSUTIL_VERSION                                                                            \
+    EMSUTIL_VERSION_TEXT(EMSUTIL_VERSION_MAJOR, EMSUTIL_VERSION_MINOR, EMSUTIL_VERSION_PATCH)
+/// Writes the values of three macros as a version's text.
+#define EMSUTIL_VERSION_TEXT(major, minor, patch) EMSUTIL_VERSION_QUOTE(major, minor, patch)
+/// Writes its arguments as a version's text. A macro among them would be written by its name.
+#define EMSUTIL_VERSION_QUOTE(major, minor, patch) #major "." #minor "." #patch
 
 /// The version of these headers as one number for the preprocessor to compare: 10203 is 1.2.3.
 #define EMSUTIL_VERSION_NUMBER                                                                     \
@@ -25,7 +32,7 @@
 
 namespace NSQN_EMSUTIL_AGENT {
 
-/// Returns the version of the library that the process runs with, such as "1.0.0". It differs from
+/// Returns the version of the library that the process runs with, such as "1.2.3". It differs from
 /// EMSUTIL_VERSION if the calling code was compiled with the headers of another version.
 EMSUTIL_API const char* EmsUtilVersion();
 

@@ -1,12 +1,12 @@
 #!/bin/sh
 # shellcheck disable=SC2046,SC2086 # names have no blanks, and each is an argument of its own
-# complete.sh SOURCES BUILD
+# complete.sh SOURCES BUILD VERSION
 #
 # What is named in several files is named in all of them: a new source in a target, a new header in the
 # documents, a new lock in the table of locks, a new version in the changelogs.
 
 cd "$1" || exit 1
-build=$2 failures=0
+build=$2 version=$3 failures=0
 
 # missing WHERE NAME...
 missing() {
@@ -52,7 +52,6 @@ for script in $(cd examples && ls -- *.ems); do
     [ "$script" = tour.ems ] || grep -qF "$script" examples/*.ems || missing 'no script runs it' "$script"
 done
 
-version=$(sed -n 's/^    VERSION \([0-9.]*\)$/\1/p' CMakeLists.txt)
 missing CHANGELOG.md $(absent CHANGELOG.md "## $version" | tr -d ' ')
 missing cmake/debian/changelog $(absent cmake/debian/changelog "($version)")
 

@@ -231,7 +231,7 @@ std::vector<Operation> AllOperations()
          .does = "Ems Thread Information; inside 1 report ",
          .tolerates = {READ_LOCK}}, // of the debug interface
         {.name = "EmsUtilVersion()",
-         .run = [] { Result(EmsUtilVersion() == std::string(EMSUTIL_VERSION)); }, .does = "= 1 "},
+         .run = [] { Result(EmsUtilVersion() == std::string(PROJECT_VERSION)); }, .does = "= 1 "},
         {.name = "ReadMsgHandleModeSwitcher()", .run = [] { Result(ReadMsgHandleModeSwitcher()); },
          .otherwise = {{MUTEX_LOCK, "= 1 "}}},
 
