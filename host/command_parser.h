@@ -11,16 +11,16 @@ namespace emshost {
 enum class ParseResult { Command, Blank, Error };
 
 /// Reads one line of a script, without its line end: a command, or nothing but blanks and a
-/// comment, or an error, which `error` then tells with its column in bytes. `cmd` is overwritten.
+/// comment, or an error, which `error` then says, with its column in bytes. `cmd` is overwritten.
 ///
 ///     name  name=value ...  name:long=value ...  { name=value ... } ...   # comment
 ///
 /// The command's name comes first, then its pairs, then its objects, which hold pairs only. Blanks
 /// are spaces and tabs.
 ///
-/// - A bare name ends at a blank or one of  { } = : "  and a bare value at a blank or one of  { }
-/// ".
-///   A bare value may be empty; there is nothing to escape in it.
+/// - A bare name ends at a blank or one of  { } = : "
+///   and a bare value at a blank or one of  { } "
+///   A bare value may be empty, and nothing in it is escaped.
 /// - Either may stand in double quotes, with the escapes \" \\ \n \t \r and \xHH. A quoted text is
 ///   the whole name or the whole value, and may be empty.
 /// - A value of the type long is an optional sign and decimal digits, as many as you like.

@@ -107,10 +107,10 @@ void DebugLine(std::string_view line)
     Write(g_Debug, line);
 }
 
-bool IsDebugLost()
+bool IsAnyLost()
 {
     const std::lock_guard guard(g_Mutex);
-    return g_Debug.isLost;
+    return g_Output.isLost || g_Error.isLost || g_Debug.isLost;
 }
 
 void SetPrompt(bool isShown)

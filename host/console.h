@@ -23,7 +23,9 @@ void Message(std::string_view line);
 /// opened.
 bool OpenDebugFile(const std::string& path);
 void DebugLine(std::string_view line);
-bool IsDebugLost();
+
+/// Whether a result, a message or a debug line could not be written.
+bool IsAnyLost();
 
 /// While a prompt is shown, lines are written in its place.
 void SetPrompt(bool isShown);

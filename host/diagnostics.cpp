@@ -8,7 +8,9 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -62,9 +64,10 @@ void WriteEntry(const Call& call)
     const bool isFirst = !std::exchange(g_ReportFile, file);
     if (fs::file_size(file, missing) == before || missing) {
         const int descriptor = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-        const int reason = descriptor < 0 ? errno : ENOSPC;
+        const std::string reason =
+            descriptor < 0 ? std::generic_category().message(errno) : "the file cannot grow";
         ::close(descriptor);
-        throw std::system_error(reason, std::generic_category(), "not written: " + file.string());
+        throw std::runtime_error("not written: " + file.string() + ": " + reason);
     }
     if (isFirst && !g_bTemporary) {
         Message(call.Where() + ": the report file is " + file.string());

@@ -1,9 +1,14 @@
 #include "emsutil/general_command.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
+#include <system_error>
+
+#include <unistd.h>
 
 #include "emsutil/diagnostics.h"
 #include "host/host.h"
@@ -41,7 +46,11 @@ void Show(const Call& call)
 void Run(const Call& call)
 {
     const std::filesystem::path asking = call.Path();
-    call.m_Host.RunScript((asking.parent_path() / call.Text("file")).lexically_normal());
+    const std::string path = asking.parent_path() / call.Text("file");
+    if (::access(path.c_str(), R_OK) != 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    call.m_Host.RunScript(path);
 }
 
 /// The added command is this one without the first "times" and "command": more pairs of these names
@@ -56,7 +65,8 @@ void Repeat(const Call& call)
     }
     const Command* const command = FindCommand(added.name);
     const bool isNumbered = command == nullptr || (command->takesMore && added.name != "repeat");
-    for (int count = 1; count <= call.Number<int>("times"); ++count) {
+    const std::stop_token stop = call.m_Host.StopToken();
+    for (int count = 1; count <= call.Number<int>("times") && !stop.stop_requested(); ++count) {
         EmsGeneralCmd copy = added; // one that runs at once may change itself
         if (isNumbered) {
             auto& number = copy.nvtps.nvtps.emplace_back();
@@ -91,34 +101,35 @@ void Help(const Call& call)
     Print("help COMMAND explains the arguments of a command.");
 }
 
-const Service g_Service(
-    "General commands",
-    {{"help",
-      "List the commands, or explain one.",
-      Help,
-      {Text("command", "which to explain", INT64_MAX, "")}},
-     {"pause",
-      "Wait.",
-      [](const Call& call) { call.m_Host.Pause(call.Number<int>("ms")); },
-      {Number("ms", 0, 60000, "how long, in milliseconds")}},
-     {"quit",
-      "End the process; the commands that follow are skipped.",
-      [](const Call& call) { call.m_Host.Quit(call.Number<int>("status")); },
-      {Number("status", 0, 255, "the exit status", "0")}},
-     {"repeat",
-      "Add a command several times, with the other arguments; one that takes any arguments also "
-      "gets the running count, as n.",
-      Repeat,
-      {Number("times", 0, 1000000, "how many times; all are in memory at once"),
-       Text("command", "the name of the command")},
-      true},
-     {"run",
-      "Run the commands of another script at once, before the next line of this one.",
-      Run,
-      {Text("file", "the path of the script, relative to the directory of this script")}},
-     {"show", "Print the text form of this command.", Show, {}, true},
-     {"summary", "Print how many commands there have been so far.",
-      [](const Call& call) { Print(call.m_Host.Summary()); }}});
+const Service
+    g_Service("General commands",
+              {{"help",
+                "List the commands, or explain one.",
+                Help,
+                {Text("command", "which to explain", INT64_MAX, "")}},
+               {"pause",
+                "Wait.",
+                [](const Call& call) { call.m_Host.Pause(call.Number<int>("ms")); },
+                {Number("ms", 0, 60000, "how long, in milliseconds")}},
+               {"quit",
+                "End the process; the commands that follow are skipped.",
+                [](const Call& call) { call.m_Host.Quit(call.Number<int>("status")); },
+                {Number("status", 0, 255, "the exit status", "0")}},
+               {"repeat",
+                "Add a command several times, behind the queued ones, with the other arguments; "
+                "one that takes "
+                "any arguments also gets the count, as n.",
+                Repeat,
+                {Number("times", 0, 1000000, "how many times; all are in memory at once"),
+                 Text("command", "the name of the command")},
+                true},
+               {"run",
+                "Run the commands of another script at once, before the next line of this one.",
+                Run,
+                {Text("file", "the path of the script, relative to the directory of this script")}},
+               {"show", "Print the text form of this command.", Show, {}, true},
+               {"summary", "Print how many commands there have been so far.",
+                [](const Call& call) { Print(call.m_Host.Summary()); }}});
 
 } // namespace
 

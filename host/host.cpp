@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
+#include <filesystem>
 #include <iterator>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -61,7 +63,13 @@ int Host::Run(const std::vector<std::string>& scripts)
             ReadAll(scripts);
             Announce(m_bAllRead);
         });
-        Drain();
+        try {
+            Drain();
+        } catch (...) { // skips what is left, so that the reader does not wait for room
+            m_Stop.request_stop();
+            Drain();
+            throw;
+        }
     }
     m_Workers.End();
     for (; !m_AtEnd.empty(); m_AtEnd.pop_back()) {
@@ -72,7 +80,7 @@ int Host::Run(const std::vector<std::string>& scripts)
         Message(Summary());
     }
     const bool isWell = m_Counts[BAD_LINES] + m_Counts[FAILED] + m_Counts[UNREAD] == 0;
-    return isWell && !IsOutputLost() && !IsDebugLost() ? m_nQuitStatus : 1;
+    return isWell && !IsAnyLost() ? m_nQuitStatus : 1;
 }
 
 void Host::ReadAll(const std::vector<std::string>& scripts)
@@ -81,6 +89,7 @@ void Host::ReadAll(const std::vector<std::string>& scripts)
 #if EMSHOST_HAS_LINE_EDITOR
     std::string line;
     if (m_bInteractive) {
+        Print("help lists the commands, and Ctrl-D ends the process.");
         typed = [&] { return std::string_view(line = EditLine(StopToken())); };
     }
 #endif
@@ -205,8 +214,9 @@ void Host::RunCommand(EmsGeneralCmd& cmd)
         ++m_Counts[RUN];
         const Command& command = *FindCommand(cmd.name);
         const Call call(*this, command, cmd, position);
-        std::string wrong = command.Check(cmd);
+        std::string wrong;
         try {
+            wrong = command.Check(cmd);
             if (wrong.empty()) {
                 command.function(call);
             }
@@ -229,23 +239,31 @@ void Host::Report(Count kind, const std::string& message)
     }
 }
 
-void Host::RunScript(const std::string& path)
+void Host::CheckNesting() const
 {
-    // A script that ran itself twice would run 2^DEEPEST_NESTING times.
-    if (std::ranges::count(m_Running, path, &Position::name) > 0) {
-        throw std::runtime_error(path + " is being run already");
-    }
     if (m_Running.size() > DEEPEST_NESTING) {
         throw std::runtime_error(string_format("nested more than %zu deep", DEEPEST_NESTING));
     }
+}
+
+void Host::RunScript(const std::string& path)
+{
+    // A script that ran itself twice would run 2^DEEPEST_NESTING times.
+    for (const Position& by : m_Running) {
+        std::error_code missing;
+        if (std::filesystem::equivalent(path, by.name, missing)) {
+            throw std::runtime_error(path + " is being run already");
+        }
+    }
+    CheckNesting();
     LineReader reader(path, StopToken());
     ReadScript(reader, true);
 }
 
 void Host::Add(EmsGeneralCmd& cmd)
 {
-    if (m_Options.direct && m_Running.size() > DEEPEST_NESTING) {
-        throw std::runtime_error(string_format("nested more than %zu deep", DEEPEST_NESTING));
+    if (m_Options.direct) {
+        CheckNesting();
     }
     ++m_Counts[ADDED];
     const Position position = m_Running.back();

@@ -78,6 +78,7 @@ public:
 private:
     using Position = Call::Position;
 
+    /// As the kind of fault in a position, READ says that there is none.
     enum Count { READ, ADDED, RUN, UNKNOWN, BAD_LINES, FAILED, UNREAD, SKIPPED, COUNTS };
 
     void ReadAll(const std::vector<std::string>& scripts);
@@ -86,6 +87,7 @@ private:
     void DeliverFault(Count kind, const std::string& message, Position position, bool nested);
     void RunCommand(EmsGeneralCmd& cmd);
     void Report(Count kind, const std::string& message);
+    void CheckNesting() const;
     void Drain();
     void Announce(bool& news);
 

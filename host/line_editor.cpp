@@ -1,6 +1,5 @@
 #include "host/line_editor.h"
 
-#include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -55,23 +54,23 @@ char** Complete(const char* typed, int begin, int)
 
 std::string EditLine(const std::stop_token& stop)
 {
-    std::setlocale(LC_CTYPE, "C.UTF-8"); // NOLINT(concurrency-mt-unsafe): no other thread reads it
     rl_attempted_completion_function = Complete;
     stifle_history(MOST_LINES);
     g_strTyped.reset();
     SetPrompt(true);
     rl_callback_handler_install("emshost> ", TakeLine);
-    while (!g_strTyped && !stop.stop_requested()) {
-        if (HasInput(STDIN_FILENO, STOP_CHECK_MS)) {
+    while (!g_strTyped && !stop.stop_requested() && ::isatty(STDIN_FILENO) == 1) {
+        const int result = WaitForInput(STDIN_FILENO, STOP_CHECK_MS);
+        if (result > 0) {
             rl_callback_read_char();
-        } else if (HasWrittenOverPrompt()) {
-            rl_forced_update_display();
+        } else if (!stop.stop_requested() && (result < 0 || HasWrittenOverPrompt())) {
+            rl_forced_update_display(); // a signal may say that the terminal has another size
         }
     }
     rl_callback_handler_remove();
     SetPrompt(false);
     const std::string line = g_strTyped.value_or("");
-    if (line.empty()) {
+    if (line.empty() && !stop.stop_requested()) {
         Print(""); // the shell's prompt begins a line
     }
     return line;

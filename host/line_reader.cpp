@@ -34,15 +34,16 @@ bool IsControl(unsigned char byte)
 
 } // namespace
 
-bool HasInput(int descriptor, int milliseconds)
+int WaitForInput(int descriptor, int milliseconds)
 {
     pollfd waited = {descriptor, POLLIN, 0};
-    return ::poll(&waited, 1, milliseconds) != 0;
+    return ::poll(&waited, 1, milliseconds);
 }
 
 LineReader::LineReader(const std::string& path, std::stop_token stop, Source source)
     : m_strPath(path), m_Stop(std::move(stop)), m_Source(std::move(source)),
-      m_nDescriptor(Open(path)), m_nError(m_nDescriptor < 0 ? errno : 0), m_Buffer(LONGEST_LINE)
+      m_nDescriptor(Open(path)), m_nError(m_nDescriptor < 0 ? errno : 0),
+      m_bTerminal(::isatty(m_nDescriptor) == 1), m_Buffer(LONGEST_LINE)
 {}
 
 LineReader::~LineReader()
@@ -64,7 +65,9 @@ LineReader::Result LineReader::Next()
     m_strLine.clear();
     m_strError.clear();
     bool hasBegun = false;
-    for (bool hasEnded = false; !hasEnded && (!m_Rest.empty() || ReadMore());) {
+    // A terminal goes on after an error: what was a slip is not the shell's.
+    const auto goesOn = [this] { return m_strError.empty() || m_bTerminal; };
+    for (bool hasEnded = false; !hasEnded && goesOn() && (!m_Rest.empty() || ReadMore());) {
         const std::size_t length = std::min(m_Rest.find('\n'), m_Rest.size());
         hasBegun = true;
         hasEnded = length < m_Rest.size();
@@ -78,8 +81,8 @@ LineReader::Result LineReader::Next()
     if (!hasBegun) {
         return Result::End;
     }
-    if (!m_strError.empty()) { // a terminal goes on: what was a slip is not the shell's
-        return ::isatty(m_nDescriptor) == 1 ? Result::Bad : Result::Failed;
+    if (!m_strError.empty()) {
+        return goesOn() ? Result::Bad : Result::Failed;
     }
     if (m_nLineNumber == 1 && m_strLine.starts_with(BYTE_ORDER_MARK)) {
         m_strLine.erase(0, BYTE_ORDER_MARK.size());
@@ -115,10 +118,10 @@ bool LineReader::ReadMore()
         return !m_Rest.empty();
     }
     while (m_nError == 0) {
-        if (!HasInput(m_nDescriptor, 0)) {
+        if (WaitForInput(m_nDescriptor, 0) <= 0) {
             Flush(); // what is done is seen while the process waits
-            while (!HasInput(m_nDescriptor, STOP_CHECK_MS) && !m_Stop.stop_requested()) {
-            }
+        }
+        while (!m_Stop.stop_requested() && WaitForInput(m_nDescriptor, STOP_CHECK_MS) <= 0) {
         }
         if (m_Stop.stop_requested()) {
             return false;

@@ -13,8 +13,9 @@ namespace emshost {
 constexpr int STOP_CHECK_MS =
     100; // how often a wait for input looks whether the process is to stop
 
-/// Waits at most so long, and returns whether there is input, the end of it, or an error.
-bool HasInput(int descriptor, int milliseconds);
+/// Waits at most so long. Returns a positive number if there is input, the end of it or an error, 0
+/// if there is none, and a negative number if a signal has ended the wait.
+int WaitForInput(int descriptor, int milliseconds);
 
 /// The lines of a script, one at a time, in little memory whatever the script has.
 class LineReader
@@ -57,6 +58,7 @@ private:
     const Source m_Source;
     const int m_nDescriptor;
     int m_nError; // of the system
+    const bool m_bTerminal;
     std::vector<char> m_Buffer;
     std::string_view m_Rest; // what is read and not yet part of a line
     std::size_t m_nLineNumber = 0;

@@ -1,5 +1,7 @@
+#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <clocale>
 #include <csignal>
 #include <exception>
 #include <stop_token>
@@ -57,6 +59,9 @@ void StopOnSignal(std::stop_source stop)
         while (sigwait(&signals, &number) != 0) {
         }
         g_nSignal = number;
+        if (::isatty(STDERR_FILENO) == 1) {
+            emshost::Message(""); // ends the line of a prompt, or in which the terminal shows ^C
+        }
         stop.request_stop();
         ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
         for (;;) {
@@ -105,25 +110,27 @@ int Run(int argc, char** argv)
                                          "The configuration file of the platform")
         ->check(CLI::ExistingFile)
         ->type_name("FILE");
-    CLI::Option* const soak =
-        app.add_option("--soak", soakSeconds,
-                       "Run no script, but load all services for SECONDS, at least 4, and report\n"
-                       "whether all totals are exact and memory, descriptors and threads flat")
-            ->check(CLI::Range(SHORTEST_SOAK, LONGEST_SOAK))
-            ->type_name("SECONDS");
-    for (const char* unused : {"SCRIPT", "--direct", "--strict", "--json", "--workers",
-                               "--debug-file", "--install-path"}) {
-        soak->excludes(app.get_option(unused));
-    }
+    app.add_option("--soak", soakSeconds,
+                   "Run no script, but load all services for SECONDS, at least 4, and report\n"
+                   "whether all totals are exact and memory, descriptors and threads flat")
+        ->check(CLI::Range(SHORTEST_SOAK, LONGEST_SOAK))
+        ->type_name("SECONDS");
     try {
         app.parse(argc, argv);
+        for (const char* unused : {"SCRIPT", "--direct", "--strict", "--json", "--workers",
+                                   "--debug-file", "--install-path"}) {
+            if (soakSeconds > 0 && app.count(unused) > 0) {
+                throw CLI::ExcludesError(unused, "--soak");
+            }
+        }
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : WRONG_USE;
     }
 
-    if (!debugFile.empty() && !emshost::OpenDebugFile(debugFile)) {
+    if (app.count("--debug-file") > 0 && !emshost::OpenDebugFile(debugFile)) {
         return WRONG_USE;
     }
+    std::setlocale(LC_CTYPE, "C.UTF-8"); // for the line editor
     const std::stop_source stop;
     StopOnSignal(stop);
     emsstandin::SetDebugCallback(

@@ -9,6 +9,8 @@
 
 #include <emsstandin/setup.h>
 
+#include "host/console.h"
+
 namespace emshost {
 
 /// An install path for the platform in a temporary directory, with a directory for the report file.
@@ -29,8 +31,11 @@ public:
 
     ~TemporaryInstall()
     {
-        std::error_code ignored; // nothing can be done about it
-        std::filesystem::remove_all(m_strDirectory, ignored);
+        std::error_code failure;
+        std::filesystem::remove_all(m_strDirectory, failure);
+        if (failure) {
+            Message("emshost: not removed: " + m_strDirectory + ": " + failure.message());
+        }
     }
 
     TemporaryInstall(const TemporaryInstall&) = delete;

@@ -132,7 +132,8 @@ const Service g_Service(
       "Pass jobs to the workers in turn, except stuck workers.",
       Work,
       {Text("job", "the name of the jobs"), Number("times", 0, 100000, "how many jobs", "1"),
-       Number("ms", 0, 60000, "how long each takes, in milliseconds", "0")}}});
+       Number("ms", 0, 60000, "how long each takes, in milliseconds, unless the process ends",
+              "0")}}});
 
 } // namespace
 

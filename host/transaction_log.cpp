@@ -1,6 +1,5 @@
 #include "emsutil/transaction_log.h"
 
-#include <climits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -234,7 +233,7 @@ const Argument HANDLE = Number("handle", 0, INT64_MAX, "the handle value of the 
 const Argument NAME = Text("name", "the name in the buffer's key");
 const Argument NUMBER = Number("number", 0, INT64_MAX, "the number in the buffer's key");
 const Argument TEXT = Text("text", "the text");
-const Argument COUNT = Number("count", INT_MIN, INT_MAX, "how many");
+const Argument COUNT = Number("count", -1000000, 1000000, "how many");
 
 const Service g_Service(
     "Transaction logs",
@@ -249,7 +248,7 @@ const Service g_Service(
      {"log-release", "Release an extra reference to a log.", Release, {LOG}},
      {"log-remove", "Remove a buffer, print its text and delete it.", Remove, {LOG, NAME, NUMBER}},
      {"log-work",
-      "Make a worker attach, release an extra reference and get a buffer, and wait for it.",
+      "Make a worker attach, release an extra reference and get a buffer; wait for all jobs.",
       WorkOnLog,
       {HANDLE, NAME, NUMBER}}});
 

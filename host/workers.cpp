@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <latch>
 #include <stdexcept>
 
 #include "emsutil/thread_monitor.h"
@@ -56,19 +55,18 @@ void Workers::Await()
 
 void Workers::Stick()
 {
-    std::latch inside(1);
-    {
-        const std::lock_guard guard(m_Mutex);
-        Worker& worker = Next();
-        worker.stuck = true;
-        worker.jobs.emplace_back("stuck", [this, &worker, &inside](const std::stop_token&) {
-            inside.count_down();
-            std::unique_lock lock(m_Mutex);
-            m_Changed.wait(lock, m_Stop, [&worker] { return !worker.stuck; });
-        });
+    std::unique_lock lock(m_Mutex);
+    Worker& worker = Next();
+    worker.stuck = true;
+    worker.jobs.emplace_back("stuck", [this, &worker](const std::stop_token&) {
+        std::unique_lock inside(m_Mutex);
+        worker.inside = true;
         m_Changed.notify_all();
-    }
-    inside.wait();
+        m_Changed.wait(inside, m_Stop, [&worker] { return !worker.stuck; });
+        worker.inside = false;
+    });
+    m_Changed.notify_all();
+    m_Changed.wait(lock, m_Stop, [&worker] { return worker.inside; });
 }
 
 void Workers::Unstick()

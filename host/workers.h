@@ -44,7 +44,8 @@ private:
     struct Worker
     {
         std::deque<std::pair<std::string, Job>> jobs; // the first is being done
-        bool stuck = false;
+        bool stuck = false;                           // or is to be
+        bool inside = false;                          // the job that it is stuck in
         std::jthread thread;
     };
 

@@ -7,7 +7,7 @@ printf 'show n=3\nrun file=second\nrun file=../first\nrun file=../inner/third\nb
 "$emshost" first
 echo "exit status $?"
 echo 'run file=inner/third' | "$emshost" - inner/../first 2>&1 >/dev/null | sed '/^read/,$d'
-for number in $(seq 17); do
+for number in $(seq 18); do
     echo "run file=deep$((number + 1))" >deep"$number"
 done
 "$emshost" --strict deep1

@@ -62,10 +62,12 @@ int main()
         int status = -1;
         waitpid(child, &status, 0);
         REQUIRE(status == 0);
-        std::string report = installation.Report();
-        while (report.ends_with("[entry]")) {
-            report.resize(report.size() - std::size("[entry]") + 1);
+        const std::string report = installation.Report();
+        constexpr std::string_view entry = "[entry]";
+        std::string_view rest = report;
+        while (rest.starts_with(entry)) {
+            rest.remove_prefix(entry.size());
         }
-        REQUIRE(report.empty());
+        REQUIRE(entry.starts_with(rest)); // the system may cut the write in which the process ends
     }
 }
