@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
 """Makes Markdown tables of what bench/run has measured, and a picture.
 
-report.py RESULTS                         prints the tables
-report.py RESULTS HEADLINE PAGE PICTURE   replaces them in the page, and draws the picture
+report.py RESULTS            prints the tables
+report.py RESULTS HEADLINE   puts them under the headline into docs/, and the picture
 """
 
-import collections
 import json
 import pathlib
 import subprocess
@@ -32,48 +31,47 @@ GROWTH = (
     ("schedule and fire a timer, of 1,000", "schedule and fire a timer, of 100,000", 5),
 )
 
+PAGE = pathlib.Path("docs/performance.md")
+PICTURE = PAGE.with_suffix(".svg")
 BEGIN = "<!-- bench/run begins -->\n"
 END = "<!-- bench/run ends -->\n"
 
-# The data: place from the bottom, name, time.
+# The data: operation, ours, peer, its time; from the bottom.
 GNUPLOT = """
 set terminal svg noenhanced size 900,640 font "sans-serif,13" background "#ffffff"
-set encoding utf8
-set title "How long operations of emsutil take, and the best alternative to each" textcolor "#24292f"
+set title "How long operations of emsutil take, and the best alternative to each"
 set xlabel "time relative to the bare primitives"
 set xrange [0:*]
 set offsets 0, 0.9, 0.6, 0.6
-set border 1 linecolor "#57606a"
+set border 1
 set xtics nomirror
-set grid xtics linecolor "#d0d7de" linetype 1
 set ytics nomirror scale 0
+set grid xtics linetype 1 linecolor "#d0d7de"
 set style fill solid noborder
-set key bottom right samplen 2
-set arrow from 1, graph 0 to 1, graph 1 nohead linewidth 1.6 linecolor "#24292f"
-$ours << EOD
-{ours}
+set key bottom right
+set arrow from 1, graph 0 to 1, graph 1 nohead linewidth 1.6
+$rows << EOD
+{rows}
 EOD
-$peers << EOD
-{peers}
-EOD
-plot $ours using (0):1:(0):3:($1):($1 + 0.36):ytic(2) with boxxyerror \\
+plot $rows using (0):0:(0):2:($0):($0 + 0.36):ytic(1) with boxxyerror \\
         linecolor "#0969da" title "emsutil", \\
-     $peers using (0):1:(0):3:($1 - 0.36):($1) with boxxyerror \\
+     $rows using (0):0:(0):4:($0 - 0.36):($0) with boxxyerror \\
         linecolor "#afb8c1" title "alternative", \\
-     $peers using 3:($1 - 0.19):2 with labels left offset 0.5, 0 font "sans-serif,10" notitle
+     $rows using 4:($0 - 0.19):3 with labels left offset 0.5, 0 font "sans-serif,10" notitle
 """
 
 
 def read(directory):
-    """Operation -> kind ("ours", "floor", "peer") -> list of (label, nanoseconds, goal)."""
-    operations = collections.defaultdict(lambda: collections.defaultdict(list))
+    """Operation -> kind ("ours", "floor", "peer") -> (label, nanoseconds, goal)."""
+    operations = {}
     for path in sorted(pathlib.Path(directory).glob("*.json")):
         for run in json.loads(path.read_text())["benchmarks"]:
             operation, kind, *options = run["run_name"].split("/")
             if run.get("aggregate_name") == "median":
                 # Where threads meet it is the time on the wall, otherwise that of the processor.
                 time = "real_time" if {"real_time", "manual_time"} & set(options) else "cpu_time"
-                operations[operation][kind].append((run["label"], run[time], run["goal"]))
+                rows = operations.setdefault(operation, {})
+                rows[kind] = (run["label"], run[time], run["goal"])
     return operations
 
 
@@ -92,38 +90,33 @@ def tables(operations):
     yield "| operation | ours | floor | ours / floor | goal | ours / peer (goal) |"
     yield "|---|--:|--:|--:|--:|---|"
     for operation, rows in operations.items():
-        ours = rows["ours"][0][1]
-        floor = "| | |"
-        for _, time, goal in rows["floor"]:
-            floor = f"{unit(time)} | {judge(ours / time, goal)} | {goal:g} |"
-        peers = ", ".join(
-            f"{judge(ours / time, goal)} of {who}" + (f" ({goal:g})" if goal else "")
-            for who, time, goal in rows["peer"]
-        )
-        yield f"| {operation} | {unit(ours)} | {floor} {peers} |"
+        ours = rows["ours"][1]
+        floor, peer = "| |", ""
+        if "floor" in rows:
+            _, time, goal = rows["floor"]
+            floor = f"{unit(time)} | {judge(ours / time, goal)} | {goal:g}"
+        if "peer" in rows:
+            who, time, goal = rows["peer"]
+            peer = f"{judge(ours / time, goal)} of {who}" + (f" ({goal:g})" if goal else "")
+        yield f"| {operation} | {unit(ours)} | {floor} | {peer} |"
     growth = [row for row in GROWTH if row[0] in operations and row[1] in operations]
     if growth:
-        yield ""
-        yield "| where there are many | time per object, compared | goal |"
+        yield "\n| where there are many | time per object, compared | goal |"
         yield "|---|--:|--:|"
     for few, many, goal in growth:
-        ratio = operations[many]["ours"][0][1] / operations[few]["ours"][0][1]
+        ratio = operations[many]["ours"][1] / operations[few]["ours"][1]
         yield f"| {many}, compared with {few} | {judge(ratio, goal)} | {goal} |"
 
 
 def draw(operations):
-    ours, peers = [], []
-    for place, operation in enumerate(reversed(IN_PICTURE)):
+    lines = []
+    for operation in reversed(IN_PICTURE):
         rows = operations[operation]
-        floor = rows["floor"][0][1]
-        ours.append(f'{place} "{operation}" {rows["ours"][0][1] / floor}')
-        if rows["peer"]:
-            who, time, _ = min(rows["peer"], key=lambda row: row[1])
-            peers.append(f'{place} "{who}" {time / floor}')
-    script = GNUPLOT.format(ours="\n".join(ours), peers="\n".join(peers))
-    return subprocess.run(
-        ["gnuplot"], input=script, stdout=subprocess.PIPE, text=True, check=True
-    ).stdout
+        floor = rows["floor"][1]
+        who, peer, _ = rows.get("peer", ("", float("nan"), 0))
+        lines.append(f'"{operation}" {rows["ours"][1] / floor} "{who}" {peer / floor}')
+    script = GNUPLOT.format(rows="\n".join(lines))
+    return subprocess.check_output(["gnuplot"], input=script, text=True)
 
 
 def main():
@@ -132,10 +125,9 @@ def main():
     if len(sys.argv) == 2:
         print(text, end="")
         return
-    headline, page, picture = sys.argv[2], pathlib.Path(sys.argv[3]), pathlib.Path(sys.argv[4])
-    before, rest = page.read_text().split(BEGIN)
-    page.write_text(f"{before}{BEGIN}\n{headline}\n\n{text}\n{END}{rest.split(END)[1]}")
-    picture.write_text(draw(operations))
+    before, rest = PAGE.read_text().split(BEGIN)
+    PAGE.write_text(f"{before}{BEGIN}\n{sys.argv[2]}\n\n{text}\n{END}{rest.split(END)[1]}")
+    PICTURE.write_text(draw(operations))
 
 
 main()
