@@ -3,7 +3,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -30,17 +29,13 @@
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-namespace bench {
-
 namespace {
 
 constexpr int PORT = 4711;
 
-std::string BareLoop(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
 /// A buffer that doubles from 512 bytes until the text fits, as string_format() has it, over the C
 /// library's own formatter.
-std::string BareLoop(const char* format, ...)
+[[gnu::format(printf, 1, 2)]] std::string BareLoop(const char* format, ...)
 {
     std::string text;
     for (std::size_t size = 512;; size *= 2) {
@@ -62,79 +57,59 @@ Body FormatText(const std::string& text, Format format)
 {
     return [text, format](benchmark::State& state) {
         std::string formatted;
-        Measure(
-            state, [&] { benchmark::DoNotOptimize(formatted = format()); },
-            [&] { return formatted == text; });
+        Measure(state, [&] { benchmark::DoNotOptimize(formatted = format()); });
+        Check(state, formatted == text);
     };
-}
-
-void AddInteger()
-{
-    const std::string operation = "string_format, an integer";
-    Ours(operation, FormatText("4711", [] { return string_format("%d", PORT); }));
-    Floor(operation, 1.05, FormatText("4711", [] { return BareLoop("%d", PORT); }));
-#ifdef BENCH_HAS_ABSL
-    Peer(operation, "absl::StrFormat", 0,
-         FormatText("4711", [] { return absl::StrFormat("%d", PORT); }));
-#endif
 }
 
 void AddLength(std::size_t length, const std::string& name, double goal)
 {
     const std::string operation = "string_format, " + name + " characters";
-    std::string text = "alpha on port 4711: ";
-    text.resize(length, 'x');
-    const std::string rest = text.substr(20);
-    Ours(operation, FormatText(text, [rest] {
+    const std::string begin = "alpha on port 4711: ";
+    const std::string rest(length - begin.size(), 'x');
+    Ours(operation, FormatText(begin + rest, [rest] {
              return string_format("%s on port %d: %s", "alpha", PORT, rest.c_str());
          }));
-    Floor(operation, goal, FormatText(text, [rest] {
+    Floor(operation, goal, FormatText(begin + rest, [rest] {
               return BareLoop("%s on port %d: %s", "alpha", PORT, rest.c_str());
           }));
 #ifdef BENCH_HAS_ABSL
-    Peer(operation, "absl::StrFormat", 0, FormatText(text, [rest] {
+    Peer(operation, "absl::StrFormat", 0, FormatText(begin + rest, [rest] {
              return absl::StrFormat("%s on port %d: %s", "alpha", PORT, rest.c_str());
          }));
 #endif
 }
 
-/// Where this process's report files are.
-std::filesystem::path ReportDirectory()
-{
-    return std::filesystem::temp_directory_path() / ("emsutil_bench." + std::to_string(getpid()));
-}
+/// This process's installation. Its report files are in "var/dump".
+const std::filesystem::path g_Directory =
+    std::filesystem::temp_directory_path() / ("emsutil_bench." + std::to_string(getpid()));
 
-/// Measures `write`, which appends an entry to the only file in the directory.
+/// Measures `write`, which appends an entry to the only file in the directory of report files.
 template <class Write>
 void MeasureReport(benchmark::State& state, Write write)
 {
-    const std::filesystem::path dump = ReportDirectory() / "var/dump";
-    std::filesystem::create_directories(dump);
-    std::filesystem::create_directories(ReportDirectory() / "parent");
-    Measure(state, write, [&] {
-        std::string text;
-        for (const auto& entry : std::filesystem::directory_iterator(dump)) {
-            std::getline(std::ifstream(entry.path()), text, '\0');
-        }
-        return text.ends_with("alpha on port 4711\n");
-    });
-    std::filesystem::remove_all(ReportDirectory());
+    std::filesystem::create_directories(g_Directory / "var/dump");
+    Measure(state, write);
+    std::string text;
+    for (const auto& entry : std::filesystem::directory_iterator(g_Directory / "var/dump")) {
+        std::getline(std::ifstream(entry.path()), text, '\0');
+    }
+    Check(state, text.ends_with("alpha on port 4711\n"));
+    std::filesystem::remove_all(g_Directory);
 }
-
-ACE_Thread_Mutex g_ReportLock;
 
 void WriteBareEntry(const char* path)
 {
+    static ACE_Thread_Mutex lock;
     char message[512] = {};
     const int length = std::snprintf(message, sizeof message, "%s on port %d\n", "alpha", PORT);
-    const ACE_Guard<ACE_Thread_Mutex> guard(g_ReportLock);
+    const ACE_Guard<ACE_Thread_Mutex> guard(lock);
     const int file = open(path, O_WRONLY | O_CREAT | O_APPEND, 0644);
     const time_t now = time(nullptr);
     char stamp[26] = {};
     ctime_r(&now, stamp);
-    if (write(file, stamp, 24) + write(file, message, static_cast<std::size_t>(length)) < 0) {
-        std::perror("emsutil_bench");
-    }
+    [[maybe_unused]] const ssize_t written =
+        write(file, stamp, 24) + write(file, message, static_cast<std::size_t>(length));
     close(file);
 }
 
@@ -142,19 +117,17 @@ void AddReport()
 {
     const std::string operation = "write a report entry";
     Ours(operation, [](benchmark::State& state) {
-        emsstandin::SetInstallPath((ReportDirectory() / "parent/install").string());
+        emsstandin::SetInstallPath(g_Directory / "var/install");
         MeasureReport(state, [] { EmsUtilReport("%s on port %d\n", "alpha", PORT); });
     });
     Floor(operation, 1.05, [](benchmark::State& state) {
-        const std::string path = (ReportDirectory() / "parent/../var/dump/bare.rpt").string();
+        const std::string path = g_Directory / "var/../var/dump/bare.rpt";
         MeasureReport(state, [&] { WriteBareEntry(path.c_str()); });
     });
 #ifdef BENCH_HAS_GLOG
     Peer(operation, "glog, flushed", 1, [](benchmark::State& state) {
-        FLAGS_logtostderr = false;
         FLAGS_logbuflevel = -1; // flushes each entry
-        google::SetLogSymlink(google::GLOG_INFO, "");
-        google::SetLogDestination(google::GLOG_INFO, (ReportDirectory() / "var/dump/glog").c_str());
+        google::SetLogDestination(google::GLOG_INFO, (g_Directory / "var/dump/glog").c_str());
         google::InitGoogleLogging("emsutil_bench");
         MeasureReport(state, [] { LOG(INFO) << "alpha on port " << PORT; });
         google::ShutdownGoogleLogging();
@@ -171,24 +144,20 @@ void AddTimeGuard()
 {
     const std::string operation = "time a block";
     Ours(operation, [](benchmark::State& state) {
-        Measure(state, TimeABlock, [] {
-            const std::string text = DebugText(TimeABlock);
-            return text.find("loading alpha on port 4711\n") != std::string::npos &&
-                   text.find("used time(ms): ") != std::string::npos;
-        });
+        Measure(state, TimeABlock);
+        const std::string text = DebugText(TimeABlock);
+        Check(state, text.find("loading alpha on port 4711") != std::string::npos &&
+                         text.find("used time(ms): ") != std::string::npos);
     });
 #ifdef BENCH_HAS_SPDLOG
     Peer(operation, "spdlog::stopwatch", 1, [](benchmark::State& state) {
-        const auto sink = std::make_shared<spdlog::sinks::null_sink_mt>();
-        spdlog::logger logger("null", sink);
-        Measure(
-            state,
-            [&] {
-                const spdlog::stopwatch watch;
-                logger.info("loading {} on port {}", "alpha", PORT);
-                logger.info("used time(ms): {}", watch);
-            },
-            [&] { return logger.should_log(spdlog::level::info); });
+        spdlog::logger logger("null", std::make_shared<spdlog::sinks::null_sink_mt>());
+        Measure(state, [&] {
+            const spdlog::stopwatch watch;
+            logger.info("loading {} on port {}", "alpha", PORT);
+            logger.info("used time(ms): {}", watch);
+        });
+        Check(state, logger.should_log(spdlog::level::info));
     });
 #endif
 }
@@ -197,7 +166,13 @@ void AddTimeGuard()
 
 void AddDiagnostics()
 {
-    AddInteger();
+    const std::string integer = "string_format, an integer";
+    Ours(integer, FormatText("4711", [] { return string_format("%d", PORT); }));
+    Floor(integer, 1.05, FormatText("4711", [] { return BareLoop("%d", PORT); }));
+#ifdef BENCH_HAS_ABSL
+    Peer(integer, "absl::StrFormat", 0,
+         FormatText("4711", [] { return absl::StrFormat("%d", PORT); }));
+#endif
     AddLength(40, "40", 1.05);
     AddLength(400, "400", 1.05);
     AddLength(5000, "5,000", 0.2);
@@ -205,5 +180,3 @@ void AddDiagnostics()
     AddReport();
     AddTimeGuard();
 }
-
-} // namespace bench

@@ -1,7 +1,5 @@
 #include <map>
-#include <memory>
 #include <random>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -10,6 +8,7 @@
 #include <ace/Message_Queue.h>
 
 #ifdef BENCH_HAS_BOOST
+#include <boost/lockfree/queue.hpp>
 #include <boost/signals2.hpp>
 #endif
 #ifdef BENCH_HAS_POCO
@@ -25,8 +24,6 @@
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-namespace bench {
-
 namespace {
 
 constexpr int WATER_MARK_BYTES = 16384;
@@ -40,28 +37,30 @@ int Handle(EmsGeneralCmd* cmd, EmsGeneralCmd*)
     return ++g_nHandled;
 }
 
-EmsGeneralCmd Command(int pairs)
+EmsGeneralCmd Command(int number, std::size_t pairs)
 {
-    EmsGeneralCmd cmd;
-    cmd.name = "Command0";
     EmsNameAndValueStringTypePair pair;
     pair.name = "label";
     pair.value = "two words";
-    cmd.nvtps.nvtps.assign(static_cast<std::size_t>(pairs), pair);
+    EmsGeneralCmd cmd;
+    cmd.name = "Command" + std::to_string(number);
+    cmd.nvtps.nvtps.assign(pairs, pair);
     return cmd;
 }
 
 std::map<std::string, EmsGeneralCmdHandler> g_Handlers;
 ACE_Thread_Mutex g_HandlerLock;
 
-/// "Command0", "Command1" and so on, registered with the library and in the floor's map.
-void RegisterHandlers(int count)
+/// Returns commands of different names, registered with the library and in the floor's map.
+std::vector<EmsGeneralCmd> Register(int count)
 {
+    std::vector<EmsGeneralCmd> commands;
     for (int number = 0; number < count; ++number) {
-        std::string name = "Command" + std::to_string(number);
-        const RegEmsUtilCmd registration(name, Handle);
-        g_Handlers.emplace(name, Handle);
+        commands.push_back(Command(number, 0));
+        const RegEmsUtilCmd registration(commands.back().name, Handle);
+        g_Handlers.emplace(commands.back().name, Handle);
     }
+    return commands;
 }
 
 void RunHandler(EmsGeneralCmd& cmd)
@@ -69,12 +68,9 @@ void RunHandler(EmsGeneralCmd& cmd)
     EmsGeneralCmdHandler handler = nullptr;
     {
         const ACE_Guard<ACE_Thread_Mutex> guard(g_HandlerLock);
-        const auto found = g_Handlers.find(cmd.name);
-        handler = found != g_Handlers.end() ? found->second : nullptr;
+        handler = g_Handlers.find(cmd.name)->second;
     }
-    if (handler != nullptr) {
-        handler(&cmd, nullptr);
-    }
+    handler(&cmd, nullptr);
 }
 
 struct OurQueue
@@ -87,14 +83,9 @@ struct BareQueue
 {
     void Add(EmsGeneralCmd& cmd)
     {
-        auto* copy = new EmsGeneralCmd;
-        *copy = cmd;
-        auto* block =
-            new ACE_Message_Block(reinterpret_cast<const char*>(copy), sizeof(EmsGeneralCmd), 0);
-        if (queue.enqueue(block, nullptr) == -1) {
-            delete copy;
-            delete block;
-        }
+        auto* copy = new EmsGeneralCmd(cmd);
+        queue.enqueue(new ACE_Message_Block(reinterpret_cast<const char*>(copy), sizeof *copy, 0),
+                      nullptr);
     }
 
     void Drain()
@@ -126,13 +117,9 @@ struct UnboundedQueue
 
     void Drain()
     {
-        for (;;) {
-            const Poco::AutoPtr<Poco::Notification> next(queue.dequeueNotification());
-            if (next.isNull()) {
-                return;
-            }
-            RunHandler(
-                static_cast<CmdNotification&>(*const_cast<Poco::Notification*>(next.get())).cmd);
+        while (auto* next = static_cast<CmdNotification*>(queue.dequeueNotification())) {
+            RunHandler(next->cmd);
+            next->release();
         }
     }
 
@@ -140,45 +127,58 @@ struct UnboundedQueue
 };
 #endif
 
-#ifdef BENCH_HAS_TBB
-struct BoundedQueue
+#ifdef BENCH_HAS_BOOST
+struct LockFreeQueue
 {
-    /// Has room for as many commands as ours.
-    BoundedQueue()
-    {
-        queue.set_capacity((WATER_MARK_BYTES + sizeof(EmsGeneralCmd) - 1) / sizeof(EmsGeneralCmd));
-    }
-
-    void Add(EmsGeneralCmd& cmd) { queue.push(std::make_unique<EmsGeneralCmd>(cmd)); }
+    void Add(EmsGeneralCmd& cmd) { queue.push(new EmsGeneralCmd(cmd)); }
 
     void Drain()
     {
-        std::unique_ptr<EmsGeneralCmd> cmd;
-        while (queue.try_pop(cmd)) {
+        EmsGeneralCmd* cmd = nullptr;
+        while (queue.pop(cmd)) {
             RunHandler(*cmd);
+            delete cmd;
         }
     }
 
-    tbb::concurrent_bounded_queue<std::unique_ptr<EmsGeneralCmd>> queue;
+    boost::lockfree::queue<EmsGeneralCmd*> queue{0};
+};
+#endif
+
+#ifdef BENCH_HAS_TBB
+struct BoundedQueue
+{
+    BoundedQueue() { queue.set_capacity(WATER_MARK_BYTES / sizeof(EmsGeneralCmd) + 1); }
+
+    void Add(EmsGeneralCmd& cmd) { queue.push(new EmsGeneralCmd(cmd)); }
+
+    void Drain()
+    {
+        EmsGeneralCmd* cmd = nullptr;
+        while (queue.try_pop(cmd)) {
+            RunHandler(*cmd);
+            delete cmd;
+        }
+    }
+
+    tbb::concurrent_bounded_queue<EmsGeneralCmd*> queue;
 };
 #endif
 
 /// One command is added and drained, again and again.
 template <class Queue>
-Body OnOneThread(int pairs)
+Body OnOneThread(std::size_t pairs)
 {
     return [pairs](benchmark::State& state) {
-        RegisterHandlers(1);
-        EmsGeneralCmd cmd = Command(pairs);
+        Register(1);
+        EmsGeneralCmd cmd = Command(0, pairs);
         Queue queue;
         g_nHandled = 0;
-        Measure(
-            state,
-            [&] {
-                queue.Add(cmd);
-                queue.Drain();
-            },
-            [] { return g_nHandled == 1; });
+        Measure(state, [&] {
+            queue.Add(cmd);
+            queue.Drain();
+        });
+        Check(state, g_nHandled > state.iterations());
     };
 }
 
@@ -187,61 +187,55 @@ template <class Queue>
 Body AcrossThreads(int producers)
 {
     return [producers](benchmark::State& state) {
-        RegisterHandlers(1);
+        Register(1);
         Queue queue;
         const int commands = producers * ROUND;
-        Measure(
-            state,
-            [&] {
-                g_nHandled = 0;
-                std::vector<std::jthread> threads;
-                for (int producer = 0; producer < producers; ++producer) {
-                    threads.emplace_back([&queue] {
-                        EmsGeneralCmd cmd = Command(4);
-                        for (int i = 0; i < ROUND; ++i) {
-                            queue.Add(cmd);
-                        }
-                    });
-                }
-                while (g_nHandled < commands) {
-                    queue.Drain();
-                    std::this_thread::yield();
-                }
-            },
-            [&] { return g_nHandled == commands; }, commands);
+        const auto produce = [&queue] {
+            EmsGeneralCmd cmd = Command(0, 4);
+            for (int i = 0; i < ROUND; ++i) {
+                queue.Add(cmd);
+            }
+        };
+        const auto run = [&] {
+            g_nHandled = 0;
+            std::vector<std::jthread> threads;
+            for (int producer = 0; producer < producers; ++producer) {
+                threads.emplace_back(produce);
+            }
+            while (g_nHandled < commands) {
+                queue.Drain();
+                std::this_thread::yield();
+            }
+        };
+        Measure(state, run, commands);
+        Check(state, g_nHandled == commands);
     };
 }
 
-void AddQueue()
+void AddOneThread(std::size_t pairs)
 {
-    for (const int pairs : {0, 4, 16}) {
-        const std::string operation =
-            "add and drain, one thread, " + std::to_string(pairs) + " pairs";
-        Ours(operation, OnOneThread<OurQueue>(pairs));
-        Floor(operation, 1.1, OnOneThread<BareQueue>(pairs));
-#ifdef BENCH_HAS_TBB
-        Peer(operation, "tbb::concurrent_bounded_queue", 0, OnOneThread<BoundedQueue>(pairs));
+    const std::string operation = "add and drain, one thread, " + std::to_string(pairs) + " pairs";
+    Ours(operation, OnOneThread<OurQueue>(pairs));
+    Floor(operation, 1.1, OnOneThread<BareQueue>(pairs));
+#ifdef BENCH_HAS_BOOST
+    Peer(operation, "boost::lockfree::queue", 0, OnOneThread<LockFreeQueue>(pairs));
 #endif
-    }
-    for (const int producers : {1, 4, 16}) {
-        const std::string operation = "add and drain, " + std::to_string(producers) +
-                                      (producers == 1 ? " producer" : " producers");
-        std::vector<Row*> rows = {
-            Ours(operation, AcrossThreads<OurQueue>(producers)),
-            Floor(operation, producers == 1 ? 1.1 : 0.7, AcrossThreads<BareQueue>(producers)),
-        };
-#ifdef BENCH_HAS_TBB
-        rows.push_back(Peer(operation, "tbb::concurrent_bounded_queue", 1,
-                            AcrossThreads<BoundedQueue>(producers)));
-#endif
+}
+
+void AddProducers(int count, const std::string& text, double goal)
+{
+    const std::string operation = "add and drain, " + text;
+    Ours(operation, AcrossThreads<OurQueue>(count))->UseRealTime();
+    Floor(operation, goal, AcrossThreads<BareQueue>(count))->UseRealTime();
 #ifdef BENCH_HAS_POCO
-        rows.push_back(Peer(operation, "Poco::NotificationQueue, unbounded", 1.4,
-                            AcrossThreads<UnboundedQueue>(producers)));
+    Peer(operation, "Poco::NotificationQueue, unbounded", 1.4, AcrossThreads<UnboundedQueue>(count))
+        ->UseRealTime();
 #endif
-        for (Row* row : rows) {
-            row->UseRealTime();
-        }
-    }
+#ifdef BENCH_HAS_TBB
+    Add(operation + "/bounded peer", "tbb::concurrent_bounded_queue", 1,
+        AcrossThreads<BoundedQueue>(count))
+        ->UseRealTime();
+#endif
 }
 
 /// Runs commands in an order that the processor cannot learn.
@@ -249,12 +243,7 @@ template <class Run>
 Body RunAtOnce(int handlers, Run run)
 {
     return [handlers, run](benchmark::State& state) {
-        RegisterHandlers(handlers);
-        std::vector<EmsGeneralCmd> commands;
-        for (int number = 0; number < handlers; ++number) {
-            commands.push_back(Command(0));
-            commands.back().name = "Command" + std::to_string(number);
-        }
+        std::vector<EmsGeneralCmd> commands = Register(handlers);
         std::mt19937 random(20);
         std::vector<EmsGeneralCmd*> order(65536);
         for (EmsGeneralCmd*& cmd : order) {
@@ -262,61 +251,53 @@ Body RunAtOnce(int handlers, Run run)
         }
         std::size_t next = 0;
         g_nHandled = 0;
-        Measure(
-            state, [&] { run(*order[next++ % order.size()]); }, [] { return g_nHandled == 1; });
+        Measure(state, [&] { run(*order[next++ % order.size()]); });
+        Check(state, g_nHandled > state.iterations());
     };
 }
 
-void AddHandlers()
+void AddHandlers(int count, const std::string& text)
 {
-    for (const auto& [handlers, text] :
-         {std::pair(10, "10"), std::pair(100, "100"), std::pair(1000, "1,000")}) {
-        const std::string operation = std::string("run a command at once, ") + text + " handlers";
-        Ours(operation, RunAtOnce(handlers, [](EmsGeneralCmd& cmd) { runGeneralCmd(cmd); }));
-        Floor(operation, 1.1, RunAtOnce(handlers, RunHandler));
+    const std::string operation = "run a command at once, " + text + " handlers";
+    Ours(operation, RunAtOnce(count, [](EmsGeneralCmd& cmd) { runGeneralCmd(cmd); }));
+    Floor(operation, 1.1, RunAtOnce(count, RunHandler));
 #ifdef BENCH_HAS_BOOST
-        using Signal = boost::signals2::signal<int(EmsGeneralCmd*, EmsGeneralCmd*)>;
-        Peer(operation, "Boost.Signals2", 1, [handlers = handlers](benchmark::State& state) {
-            std::map<std::string, Signal> signals;
-            for (int number = 0; number < handlers; ++number) {
-                signals["Command" + std::to_string(number)].connect(Handle);
-            }
-            RunAtOnce(handlers, [&signals](EmsGeneralCmd& cmd) {
-                signals.find(cmd.name)->second(&cmd, nullptr);
-            })(state);
-        });
-#endif
-    }
-}
-
-void AddTextForm()
-{
-    Ours("text form of 10 objects", [](benchmark::State& state) {
-        EmsNameAndValueStringTypePair number;
-        number.name = "identifier";
-        number.value = "4711";
-        number.rtype = NVTP_TYPE_LONG;
-        EmsGeneralCmd cmd = Command(1);
-        EmsGeneralObj obj;
-        obj.nvtps = cmd.nvtps;
-        obj.nvtps.nvtps.push_back(number);
-        cmd.objs.objs.assign(10, obj);
-        std::string text;
-        Measure(
-            state, [&] { text = cmd.ToString(); },
-            [&] {
-                return text.find("name=identifier,value=4711,rtype=Long") != std::string::npos;
-            });
+    Peer(operation, "Boost.Signals2", 1, [count](benchmark::State& state) {
+        std::map<std::string, boost::signals2::signal<int(EmsGeneralCmd*, EmsGeneralCmd*)>> signals;
+        for (const EmsGeneralCmd& cmd : Register(count)) {
+            signals[cmd.name].connect(Handle);
+        }
+        RunAtOnce(count, [&signals](EmsGeneralCmd& cmd) {
+            signals.find(cmd.name)->second(&cmd, nullptr);
+        })(state);
     });
+#endif
 }
 
 } // namespace
 
 void AddGeneralCommands()
 {
-    AddTextForm();
-    AddQueue();
-    AddHandlers();
+    Ours("text form of 10 objects", [](benchmark::State& state) {
+        EmsGeneralObj obj;
+        obj.nvtps = Command(0, 2).nvtps;
+        EmsNameAndValueStringTypePair& number = obj.nvtps.nvtps.back();
+        number.name = "identifier";
+        number.value = "4711";
+        number.rtype = NVTP_TYPE_LONG;
+        EmsGeneralCmd cmd = Command(0, 1);
+        cmd.objs.objs.assign(10, obj);
+        std::string text;
+        Measure(state, [&] { text = cmd.ToString(); });
+        Check(state, text.find("name=identifier,value=4711,rtype=Long") != std::string::npos);
+    });
+    AddOneThread(0);
+    AddOneThread(4);
+    AddOneThread(16);
+    AddProducers(1, "1 producer", 1.1);
+    AddProducers(4, "4 producers", 0.7);
+    AddProducers(16, "16 producers", 0.7);
+    AddHandlers(10, "10");
+    AddHandlers(100, "100");
+    AddHandlers(1000, "1,000");
 }
-
-} // namespace bench

@@ -1,5 +1,5 @@
 #include <map>
-#include <string>
+#include <stdexcept>
 
 #include <ace/Guard_T.h>
 #include <ace/Thread_Mutex.h>
@@ -11,49 +11,36 @@
 
 using NSQN_util::QNMitLockErrMgr;
 
-namespace bench {
-
 void AddLockErrorManager()
 {
-    static constexpr char info[] = "waits for the lock of the registry";
+    static const char* const info = "waits for the lock of the registry";
     const std::string operation = "insert and erase a lock error text";
     Ours(operation, [](benchmark::State& state) {
         NSQN_util::g_bEnableMitLockErrMgr = true;
-        Measure(
-            state,
-            [] {
-                QNMitLockErrMgr::Instance()->InsertThrIDandInfo(1, info);
-                QNMitLockErrMgr::Instance()->EraseThrIDandInfo(1);
-            },
-            [] {
-                // There is no query, but with the switch on a null text throws.
-                try {
-                    QNMitLockErrMgr::Instance()->InsertThrIDandInfo(1, nullptr);
-                } catch (const std::logic_error&) {
-                    return true;
-                }
-                return false;
-            });
-        QNMitLockErrMgr::Destroy();
+        Measure(state, [] {
+            QNMitLockErrMgr::Instance()->InsertThrIDandInfo(1, info);
+            QNMitLockErrMgr::Instance()->EraseThrIDandInfo(1);
+        });
+        try {
+            QNMitLockErrMgr::Instance()->InsertThrIDandInfo(1, nullptr);
+            Check(state, false);
+        } catch (const std::logic_error&) {
+            // No function returns the texts, but a null text throws while the switch is on.
+        }
     });
     Floor(operation, 1.1, [](benchmark::State& state) {
         std::map<int, std::string> records;
         ACE_Thread_Mutex lock;
-        bool isInserted = false;
-        Measure(
-            state,
-            [&] {
-                const char* const read = info;
-                {
-                    std::string text = read;
-                    const ACE_Guard<ACE_Thread_Mutex> guard(lock);
-                    isInserted = records.emplace(1, std::move(text)).second;
-                }
+        std::size_t erased = 0;
+        Measure(state, [&] {
+            std::string text = info;
+            {
                 const ACE_Guard<ACE_Thread_Mutex> guard(lock);
-                records.erase(1);
-            },
-            [&] { return isInserted && records.empty(); });
+                records.emplace(1, std::move(text));
+            }
+            const ACE_Guard<ACE_Thread_Mutex> guard(lock);
+            erased = records.erase(1);
+        });
+        Check(state, erased == 1);
     });
 }
-
-} // namespace bench

@@ -62,7 +62,7 @@ plot $rows using (0):0:(0):2:($0):($0 + 0.36):ytic(1) with boxxyerror \\
 
 
 def read(directory):
-    """Operation -> kind ("ours", "floor", "peer") -> (label, nanoseconds, goal)."""
+    """Operation -> kind ("ours", "floor", "peer", ...) -> (label, nanoseconds, goal)."""
     operations = {}
     for path in sorted(pathlib.Path(directory).glob("*.json")):
         for run in json.loads(path.read_text())["benchmarks"]:
@@ -91,14 +91,14 @@ def tables(operations):
     yield "|---|--:|--:|--:|--:|---|"
     for operation, rows in operations.items():
         ours = rows["ours"][1]
-        floor, peer = "| |", ""
+        floor, peers = "| |", []
         if "floor" in rows:
             _, time, goal = rows["floor"]
             floor = f"{unit(time)} | {judge(ours / time, goal)} | {goal:g}"
-        if "peer" in rows:
-            who, time, goal = rows["peer"]
-            peer = f"{judge(ours / time, goal)} of {who}" + (f" ({goal:g})" if goal else "")
-        yield f"| {operation} | {unit(ours)} | {floor} | {peer} |"
+        for kind in rows.keys() - {"ours", "floor"}:
+            who, time, goal = rows[kind]
+            peers.append(f"{judge(ours / time, goal)} of {who}" + (f" ({goal:g})" if goal else ""))
+        yield f"| {operation} | {unit(ours)} | {floor} | {', '.join(sorted(peers))} |"
     growth = [row for row in GROWTH if row[0] in operations and row[1] in operations]
     if growth:
         yield "\n| where there are many | time per object, compared | goal |"

@@ -2,14 +2,15 @@
 #include <latch>
 #include <list>
 #include <map>
+#include <mutex>
 #include <shared_mutex>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include <pthread.h>
 #include <sys/time.h>
 
+#include <ace/Guard_T.h>
 #include <ace/RW_Thread_Mutex.h>
 
 #include "bench/measure.h"
@@ -17,31 +18,19 @@
 
 using namespace NSQN_EMSUTIL_AGENT;
 
-namespace bench {
-
 namespace {
 
-/// ACE's reader-writer lock under the names that the standard's lock has.
-struct AceLock
-{
-    void lock() { mutex.acquire_write(); }
-    void unlock() { mutex.release(); }
-
-    ACE_RW_Thread_Mutex mutex;
-};
-
 /// The monitor's records, with nothing around them.
-template <class Lock>
-class Monitor
+template <class Lock, class Guard>
+struct BareMonitor
 {
-public:
     void Change(int status, const EmsThreadInfoMap& values)
     {
         timeval time{};
         gettimeofday(&time, nullptr);
         const ACE_Time_Value now(time);
-        const std::lock_guard guard(m_Lock);
-        EmsThreadInfo& record = m_Records[pthread_self()];
+        const Guard guard(lock);
+        EmsThreadInfo& record = records[pthread_self()];
         record.m_nStatus = status;
         ++record.m_llRecvs;
         if (status == 1) {
@@ -55,16 +44,12 @@ public:
         }
     }
 
-    EmsThreadInfo OwnRecord()
-    {
-        const std::lock_guard guard(m_Lock);
-        return m_Records[pthread_self()];
-    }
-
-private:
-    Lock m_Lock;
-    std::map<unsigned long, EmsThreadInfo> m_Records;
+    Lock lock;
+    std::map<unsigned long, EmsThreadInfo> records;
 };
+
+using AceMonitor = BareMonitor<ACE_RW_Thread_Mutex, ACE_Write_Guard<ACE_RW_Thread_Mutex>>;
+using StandardMonitor = BareMonitor<std::shared_mutex, std::lock_guard<std::shared_mutex>>;
 
 EmsThreadInfoMap Values(int count)
 {
@@ -75,57 +60,50 @@ EmsThreadInfoMap Values(int count)
     return values;
 }
 
-EmsThreadInfo OurRecord()
+std::list<EmsThreadInfo> Records()
 {
-    std::list<EmsThreadInfo> infos;
-    GetEmsThreadInfo(infos, 0);
-    for (const EmsThreadInfo& info : infos) {
-        if (info.m_ulThreadId == pthread_self()) {
-            return info;
-        }
-    }
-    return {};
+    std::list<EmsThreadInfo> records;
+    GetEmsThreadInfo(records, 0);
+    return records;
 }
 
 bool IsComplete(const EmsThreadInfo& record, int values)
 {
-    return record.m_llRecvs >= 2 && record.m_InfoMap.size() == static_cast<std::size_t>(values);
+    return record.m_llRecvs >= 2 && record.m_InfoMap.size() >= static_cast<std::size_t>(values);
 }
 
-template <class Lock>
 Body EnterAndLeave(int count)
 {
     return [count](benchmark::State& state) {
-        static Monitor<Lock> monitor;
-        const EmsThreadInfoMap values = Values(count);
-        Measure(
-            state,
-            [&] {
-                monitor.Change(1, values);
-                monitor.Change(0, {});
-            },
-            [&] { return IsComplete(monitor.OwnRecord(), count); });
+        EmsThreadInfoMap values = Values(count);
+        Measure(state, [&] { const RegEmsThreadInfo inside(&values); });
+        const std::list<EmsThreadInfo> records = Records();
+        Check(state, !records.empty() && IsComplete(records.back(), count));
     };
 }
 
-void AddEntries(int count, int threads)
+template <class Monitor>
+Body EnterAndLeaveBare(int count)
 {
-    const std::string operation = "enter and leave, " + std::to_string(count) + " values, " +
-                                  std::to_string(threads) + (threads == 1 ? " thread" : " threads");
-    const double goal = threads == 1 ? 1.1 : 1.5;
-    Row* const rows[] = {
-        Ours(operation,
-             [count](benchmark::State& state) {
-                 EmsThreadInfoMap values = Values(count);
-                 Measure(
-                     state, [&] { const RegEmsThreadInfo inside(&values); },
-                     [&] { return IsComplete(OurRecord(), count); });
-             }),
-        Floor(operation, goal, EnterAndLeave<AceLock>(count)),
-        Peer(operation, "std::shared_mutex", 1, EnterAndLeave<std::shared_mutex>(count)),
+    return [count](benchmark::State& state) {
+        static Monitor monitor;
+        const EmsThreadInfoMap values = Values(count);
+        Measure(state, [&] {
+            monitor.Change(1, values);
+            monitor.Change(0, {});
+        });
+        Check(state, IsComplete(monitor.records.at(pthread_self()), count));
     };
-    if (threads > 1) {
-        for (Row* row : rows) {
+}
+
+void AddEntries(int count, int threads, const std::string& text, double goal)
+{
+    const std::string operation = "enter and leave, " + text;
+    for (Row* row :
+         {Ours(operation, EnterAndLeave(count)),
+          Floor(operation, goal, EnterAndLeaveBare<AceMonitor>(count)),
+          Peer(operation, "std::shared_mutex", 1, EnterAndLeaveBare<StandardMonitor>(count))}) {
+        if (threads > 1) {
             row->Threads(threads)->UseRealTime();
         }
     }
@@ -133,17 +111,17 @@ void AddEntries(int count, int threads)
 
 int CountRecords()
 {
-    std::list<EmsThreadInfo> infos;
-    GetEmsThreadInfo(infos, 0);
-    return static_cast<int>(infos.size());
+    return static_cast<int>(Records().size());
 }
 
-/// Adds as many records, by threads that exist at once, so that no two have the same id.
+/// Adds what is missing of `count` records, by threads that exist at once, so that no two have the
+/// same id.
 void AddRecords(int count)
 {
-    std::latch allInside(count);
+    const int missing = std::max(0, count - CountRecords());
+    std::latch allInside(missing);
     std::vector<std::jthread> threads;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < missing; ++i) {
         threads.emplace_back([&allInside] {
             EmsThreadInfoMap values = Values(4);
             const RegEmsThreadInfo inside(&values);
@@ -155,22 +133,24 @@ void AddRecords(int count)
 /// What works on all records; the time is that per record.
 void AddQueries(int count, const std::string& text)
 {
-    const auto add = [count, text](const std::string& query, auto run, auto hasWorked) {
-        Ours(query + ", per record of " + text, [=](benchmark::State& state) {
-            if (CountRecords() < count) { // an earlier repetition has added them
-                AddRecords(count);
-            }
-            Measure(state, run, hasWorked, CountRecords());
-        });
-    };
-    add("statistics", StatEmsThreadInfo, [] {
-        return DebugText(StatEmsThreadInfo).find(" thread recvs        2\n jobs0 0\n") !=
-               std::string::npos;
+    Ours("statistics, per record of " + text, [count](benchmark::State& state) {
+        AddRecords(count);
+        Measure(state, StatEmsThreadInfo, CountRecords());
+        const std::string lines = DebugText(StatEmsThreadInfo);
+        Check(state, lines.find(" thread recvs        2\n jobs0 0\n") != std::string::npos);
     });
-    add("copies of the records", CountRecords, [count] { return CountRecords() >= count; });
-    add(
-        "overdue check", [] { benchmark::DoNotOptimize(IsEmsThreadTimeout(1000)); },
-        [] { return !IsEmsThreadTimeout(1000); });
+    Ours("copies of the records, per record of " + text, [count](benchmark::State& state) {
+        AddRecords(count);
+        Measure(state, CountRecords, CountRecords());
+        Check(state, CountRecords() >= count);
+    });
+    Ours("overdue check, per record of " + text, [count](benchmark::State& state) {
+        AddRecords(count);
+        bool isOverdue = true;
+        const auto check = [&] { isOverdue = IsEmsThreadTimeout(1000); };
+        Measure(state, check, CountRecords());
+        Check(state, !isOverdue);
+    });
 }
 
 } // namespace
@@ -179,17 +159,14 @@ void AddThreadMonitor()
 {
     Ours("add a named value", [](benchmark::State& state) {
         EmsThreadInfoMap values;
-        Measure(
-            state, [&] { AddEmsThreadInfo(values, "jobs", 4711); },
-            [&] { return values["jobs"].first == "4711"; });
+        Measure(state, [&] { AddEmsThreadInfo(values, "jobs", 4711); });
+        Check(state, values["jobs"].first == "4711");
     });
-    for (const int values : {0, 4, 16}) {
-        AddEntries(values, 1);
-    }
-    AddEntries(4, 2);
-    AddEntries(4, 8);
+    AddEntries(0, 1, "0 values, 1 thread", 1.1);
+    AddEntries(4, 1, "4 values, 1 thread", 1.1);
+    AddEntries(16, 1, "16 values, 1 thread", 1.1);
+    AddEntries(4, 2, "4 values, 2 threads", 1.5);
+    AddEntries(4, 8, "4 values, 8 threads", 1.5);
     AddQueries(10, "10");
     AddQueries(1000, "1,000");
 }
-
-} // namespace bench

@@ -1,9 +1,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <semaphore>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -16,7 +15,6 @@
 #include <ace/Timer_Heap.h>
 
 #ifdef BENCH_HAS_BOOST
-#include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #endif
@@ -27,8 +25,6 @@
 #include "emsutil/timer.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
-
-namespace bench {
 
 namespace {
 
@@ -43,17 +39,11 @@ void Fire(void* data)
     ++g_nFired;
 }
 
-void* Copy(void* number)
-{
-    return new int(*static_cast<int*>(number));
-}
-
-void Free(void* number)
-{
-    delete static_cast<int*>(number);
-}
-
-EmsUtilTimerInterface g_Functions = {Fire, Copy, Free};
+EmsUtilTimerInterface g_Functions = {
+    Fire,
+    [](void* number) -> void* { return new int(*static_cast<int*>(number)); },
+    [](void* number) { delete static_cast<int*>(number); },
+};
 
 ACE_Time_Value ToTimeValue(std::chrono::seconds time)
 {
@@ -97,17 +87,16 @@ template <class Schedule, class Deliver>
 void ScheduleAndFire(benchmark::State& state, int count, Schedule schedule, Deliver deliver)
 {
     int data = 4711;
-    Measure(
-        state,
-        [&] {
-            g_nFired = 0;
-            for (int i = 0; i < count; ++i) {
-                schedule(&data);
-            }
-            g_Clock += 2 * UNIT;
-            deliver();
-        },
-        [count] { return g_nFired == count; }, count);
+    const auto run = [&] {
+        g_nFired = 0;
+        for (int i = 0; i < count; ++i) {
+            schedule(&data);
+        }
+        g_Clock += 2 * UNIT;
+        deliver();
+    };
+    Measure(state, run, count);
+    Check(state, g_nFired == count);
 }
 
 void AddScheduling(int count, const std::string& text)
@@ -130,21 +119,17 @@ void AddScheduling(int count, const std::string& text)
             [&heap] { heap.expire(ToTimeValue(g_Clock)); });
     });
 #ifdef BENCH_HAS_BOOST
-    if (count == 1) {
-        Peer(operation, "boost::asio::steady_timer", 1, [](benchmark::State& state) {
-            boost::asio::io_context context;
-            g_nFired = 0;
-            Measure(
-                state,
-                [&] {
-                    boost::asio::steady_timer timer(context, std::chrono::seconds(0));
-                    timer.async_wait([](const boost::system::error_code&) { Fire(nullptr); });
-                    context.restart();
-                    context.run();
-                },
-                [] { return g_nFired == 1; });
+    Peer(operation, "boost::asio::steady_timer", 1, [count](benchmark::State& state) {
+        boost::asio::io_context context;
+        const auto schedule = [&context](void* data) {
+            const auto timer = std::make_shared<boost::asio::steady_timer>(context, UNIT * 0);
+            timer->async_wait([timer, data](const boost::system::error_code&) { Fire(data); });
+        };
+        ScheduleAndFire(state, count, schedule, [&context] {
+            context.restart();
+            context.run();
         });
-    }
+    });
 #endif
 }
 
@@ -177,68 +162,54 @@ void MeasureLateness(benchmark::State& state, double share, const std::function<
             late.push_back(g_Fired - due);
         }
         std::sort(late.begin(), late.end());
-        if (late.front() < Clock::duration::zero()) {
-            state.SkipWithError("a timer was early");
-        }
+        Check(state, late.front() >= Clock::duration::zero());
         const auto index = static_cast<std::size_t>(share * SAMPLES);
         state.SetIterationTime(std::chrono::duration<double>(late[index]).count());
     }
 }
 
-/// A timer of the kernel, and a thread that waits for it as long as the process runs.
-int CreateKernelTimer()
+/// A run measures by itself, and is a whole repetition.
+void RunOnce(Row* row)
 {
-    const int file = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
-    std::thread([file] {
-        std::uint64_t expiries = 0;
-        while (read(file, &expiries, sizeof expiries) == sizeof expiries) {
-            NoteFiring();
-        }
-    }).detach();
-    return file;
+    row->Iterations(1)->UseManualTime();
 }
 
 void AddLateness(const std::string& text, double share, double goal)
 {
     const std::string operation = "lateness of a timer, " + text;
-    std::vector<Row*> rows = {
-        Ours(operation,
-             [share](benchmark::State& state) {
-                 constexpr unsigned char id = 12;
-                 static emsstandin::TaskManager& manager =
-                     *emsstandin::AddTaskManager(id, {DELAY, nullptr});
-                 EmsUtilTimerInterface functions = {[](void*) { NoteFiring(); }, nullptr, nullptr};
-                 manager.Start();
-                 MeasureLateness(state, share,
-                                 [&functions] { ScheduleEmsUtilTimer(id, functions, nullptr); });
-                 manager.Stop();
-             }),
-        Floor(operation, goal,
-              [share](benchmark::State& state) {
-                  static const int timer = CreateKernelTimer();
-                  const itimerspec spec{{}, {0, std::chrono::nanoseconds(DELAY).count()}};
-                  MeasureLateness(state, share,
-                                  [&spec] { timerfd_settime(timer, 0, &spec, nullptr); });
-              }),
-    };
+    RunOnce(Ours(operation, [share](benchmark::State& state) {
+        constexpr unsigned char id = 12;
+        static emsstandin::TaskManager* const manager =
+            emsstandin::AddTaskManager(id, {DELAY, nullptr});
+        EmsUtilTimerInterface functions = {[](void*) { NoteFiring(); }, nullptr, nullptr};
+        manager->Start();
+        MeasureLateness(state, share, [&] { ScheduleEmsUtilTimer(id, functions, nullptr); });
+        manager->Stop();
+    }));
+    RunOnce(Floor(operation, goal, [share](benchmark::State& state) {
+        const int timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+        const itimerspec spec{{}, {0, std::chrono::nanoseconds(DELAY).count()}};
+        MeasureLateness(state, share, [&] {
+            std::uint64_t expiries = 0;
+            timerfd_settime(timer, 0, &spec, nullptr);
+            if (read(timer, &expiries, sizeof expiries) == sizeof expiries) {
+                NoteFiring();
+            }
+        });
+        close(timer);
+    }));
 #ifdef BENCH_HAS_BOOST
-    rows.push_back(
-        Peer(operation, "boost::asio::steady_timer", 0, [share](benchmark::State& state) {
-            boost::asio::io_context context;
-            auto work = boost::asio::make_work_guard(context);
-            boost::asio::steady_timer timer(context);
-            std::thread thread([&context] { context.run(); });
-            MeasureLateness(state, share, [&timer] {
-                timer.expires_after(DELAY);
-                timer.async_wait([](const boost::system::error_code&) { NoteFiring(); });
-            });
-            work.reset();
-            thread.join();
-        }));
+    RunOnce(Peer(operation, "boost::asio::steady_timer", 0, [share](benchmark::State& state) {
+        boost::asio::io_context context;
+        boost::asio::steady_timer timer(context);
+        MeasureLateness(state, share, [&] {
+            timer.expires_after(DELAY);
+            timer.async_wait([](const boost::system::error_code&) { NoteFiring(); });
+            context.restart();
+            context.run();
+        });
+    }));
 #endif
-    for (Row* row : rows) {
-        row->Iterations(1)->UseManualTime();
-    }
 }
 
 } // namespace
@@ -251,5 +222,3 @@ void AddTimers()
     AddLateness("median", 0.5, 1.3);
     AddLateness("99th percentile", 0.99, 1.5);
 }
-
-} // namespace bench
