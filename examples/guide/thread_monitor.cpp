@@ -12,7 +12,7 @@ using namespace NSQN_EMSUTIL_AGENT;
 constexpr int JOBS = 3;
 std::promise<void> g_Unstick;
 
-// Stands for a queue: no job comes while the worker waits for the third to the seventh time.
+// Stands for a queue: waits 1 and 2 bring a job, waits 3 to 7 bring none, and wait 8 brings one.
 bool AwaitJob(std::chrono::milliseconds time)
 {
     static int waits = 0;

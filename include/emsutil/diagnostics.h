@@ -56,7 +56,7 @@ EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 /// a buffer of twice the size, and so on. A text of up to 511 characters is therefore formatted
 /// once. With a width near 2^31 in the format, the call takes minutes and then returns the empty
 /// string. The call does not wait for another thread. May be called from a command handler, a timer
-/// callback or a buffer's destructor.
+/// callback or the destructor of a transaction log's buffer.
 EMSUTIL_API std::string string_format(const char* format, ...)
     __attribute__((format(printf, 1, 2)));
 
@@ -64,8 +64,9 @@ EMSUTIL_API std::string string_format(const char* format, ...)
 /// formatted text, and nothing is added to it: the caller must end each line with "\n".
 ///
 /// The path of the file is the parent of the platform's install path, followed by "../var/dump/",
-/// the process's name and ".rpt". The first call of EmsUtilTraced() or EmsUtilReport() whose format
-/// is not null fixes the path, even if that call writes nothing.
+/// the process's name and ".rpt". If the install path is /opt/ems/bin and the name is "host", the
+/// file is /opt/ems/../var/dump/host.rpt. The first call of EmsUtilTraced() or EmsUtilReport()
+/// whose format is not null fixes the path, even if that call writes nothing.
 ///
 /// Each call that writes appends one entry. The file is opened and closed for each entry. If the
 /// file does not exist, it is created with the mode 0644. The directory of the file is not created.
@@ -79,7 +80,7 @@ EMSUTIL_API std::string string_format(const char* format, ...)
 ///
 /// Waits for the file system and for entries of other threads. Returns when the entry has been
 /// written. A thread cannot be cancelled while it writes. May be called from a command handler, a
-/// timer callback or a buffer's destructor.
+/// timer callback or the destructor of a transaction log's buffer.
 EMSUTIL_API void EmsUtilTraced(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Appends an entry as EmsUtilTraced() does, with a time stamp directly before the message. The

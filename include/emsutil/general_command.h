@@ -31,8 +31,9 @@
 /// it.
 /// Ownership: a record owns all that it holds, and every copy is deep. The queue owns its copies.
 /// Errors: no function reports an error. A call that fails does nothing, except that a drain drops
-/// a command whose handler it does not find. std::bad_alloc passes to the caller. The call has then
-/// done nothing, except that the target of an assignment may have been changed in part.
+/// a command whose handler it does not find. If the library runs out of memory, std::bad_alloc
+/// passes to the caller. The call has then done nothing, except that the target of an assignment
+/// may have been changed in part, and that commands which a drain has run stay run.
 
 #include <cstdint>
 #include <list>
@@ -49,7 +50,8 @@ enum : std::int32_t {
 };
 
 // The five records below have the same operations. None of these operations reports an error, and
-// none waits. Each may be called from a command handler, a timer callback or a buffer's destructor:
+// none waits. Each may be called from a command handler, a timer callback or the destructor of a
+// transaction log's buffer:
 //
 //   X()                       creates an empty record: every text and list is empty, and `rtype` is
 //                             NVTP_TYPE_STRING
@@ -165,7 +167,7 @@ public:
     /// Registers `handler` under a copy of `name`. The name may have any bytes, and may be empty.
     /// Ignores a null handler. The first handler of a name stays in force, and later ones are
     /// ignored. Waits only for another registration or look-up. May be called from a command
-    /// handler, a timer callback or a buffer's destructor.
+    /// handler, a timer callback or the destructor of a transaction log's buffer.
     RegEmsUtilCmd(std::string& name, EmsGeneralCmdHandler handler);
 };
 
@@ -176,14 +178,15 @@ public:
 /// limit, until a drain removes a command. In a handler that a drain runs, the call never waits for
 /// room: it adds the command beyond the limit.
 ///
-/// A timer callback or a buffer's destructor should not add a command, because all other work of
-/// that thread would wait too.
+/// A timer callback or the destructor of a transaction log's buffer should not add a command,
+/// because all other work of that thread would wait too.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the handler of `cmd.name` at once on the calling thread. The handler receives `cmd` itself,
 /// so the caller sees the handler's changes. Returns when the handler has returned, or at once if
-/// the name has no handler. Does not use the queue. May be called wherever the handler itself may
-/// be called.
+/// the name has no handler. Does not use the queue. May be called from a command handler, a timer
+/// callback or the destructor of a transaction log's buffer, if the handler does nothing that is
+/// forbidden there.
 EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Drains the queue: runs the queued commands on the calling thread, in the order in which they

@@ -63,11 +63,12 @@ public:
     /// Records a copy of `info` for a thread id, unless the id has a text already: the first text
     /// stays until it is erased. Any int is a valid id. Throws std::logic_error if `info` is null
     /// while the switch is on. May wait for another call that records or erases. May be called from
-    /// a command handler, a timer callback or a buffer's destructor.
+    /// a command handler, a timer callback or the destructor of a transaction log's buffer.
     void InsertThrIDandInfo(int threadId, const char* info);
 
     /// Erases the text of a thread id, if there is one. May wait for another call that records or
-    /// erases. May be called from a command handler, a timer callback or a buffer's destructor.
+    /// erases. May be called from a command handler, a timer callback or the destructor of a
+    /// transaction log's buffer.
     void EraseThrIDandInfo(int threadId);
 
     /// The manager, or null if there is none. The library writes the pointer with release order. A

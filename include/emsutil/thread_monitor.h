@@ -21,9 +21,10 @@
 /// The process keeps one record per thread id until the process ends. A new thread that gets the id
 /// of a finished thread continues the record of that thread.
 ///
-/// A thread is inside after an entry and outside after an exit. The measured time of a thread is
-/// the time since its latest exit, or since its first entry if it has not left yet. A thread is
-/// overdue when it is inside and its measured time has reached the threshold, which is the
+/// A thread is inside after an entry and outside after an exit. The measured time of a thread
+/// counts from its latest exit, not from its latest entry: the time that the thread spends outside
+/// counts too. If the thread has not left yet, it counts from the first entry. A thread is overdue
+/// when it is inside and its measured time has reached the threshold, which is the
 /// `seconds` of the query. A thread that was outside for the threshold or longer is therefore
 /// overdue as soon as it enters again. A worker that waits for jobs should wait inside its
 /// monitored work, and should leave and enter again before the threshold has passed.
@@ -41,11 +42,11 @@
 /// Ownership: a map of named values belongs to the caller, and the library does not keep it.
 /// Records are returned as copies.
 /// Errors: a call that cannot take its lock does nothing, and leaves the code of the lock call in
-/// errno. If the call returns a bool, it then returns false. If only the lock of the set of report
-/// threads (see EmsThreadInfoMap) cannot be taken, a first entry is recorded, but the thread is not
-/// a report thread. std::bad_alloc passes to the caller, with no lock held. An entry that throws
-/// does not count: status and times do not change, but some of the entry's named values may be in
-/// the record.
+/// errno. If the call returns a bool, it then returns false. There is one exception: a report
+/// thread (see EmsThreadInfoMap) needs a second lock at its first entry. If this second lock cannot
+/// be taken, the entry is recorded, but the thread does not become a report thread. std::bad_alloc
+/// passes to the caller, with no lock held. An entry that throws does not count: status and times
+/// do not change, but some of the entry's named values may be in the record.
 
 #include <list>
 #include <map>
@@ -76,10 +77,11 @@ struct EmsThreadInfo
     int m_nStatus = 0;              ///< 1 inside the monitored work, 0 outside
     ACE_Time_Value m_StartTime;     ///< the time of the first entry, or of the latest exit if there
                                     ///< is one
-    ACE_Time_Value m_Duration;      ///< the time from m_StartTime to the latest entry, computed at
-                                    ///< that entry. It is 0 before the second entry. It does not
-                                    ///< change at an entry that is not later than m_StartTime.
-                                    ///< GetEmsThreadInfo() may change it.
+    ACE_Time_Value m_Duration;      ///< Each entry after the first sets it to the time from
+                                    ///< m_StartTime, as it is then, to that entry. It is 0 before
+                                    ///< the second entry. An entry that is not later than
+                                    ///< m_StartTime leaves it as it is. GetEmsThreadInfo() may
+                                    ///< change it.
     ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had at an entry
     long long m_llRecvs = 0;        ///< the number of entries and exits
     EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged: the latest
@@ -130,7 +132,8 @@ EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, i
 EMSUTIL_API bool IsEmsThreadTimeout(long seconds);
 
 /// Returns whether the thread with this id is a report thread (see EmsThreadInfoMap). Waits only
-/// for the first entry of a report thread, and only such an entry waits for this call.
+/// while another thread makes its first entry as a report thread. Such an entry may wait for this
+/// call, and no other call does.
 EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 
 /// Writes all records, in the order of thread ids, as one text at level 1 of the debug interface.

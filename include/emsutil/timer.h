@@ -2,7 +2,8 @@
 #define EMSUTIL_TIMER_H
 
 /// Timers: a task manager of the platform calls a function of the caller once, after one unit of
-/// the manager's time. Each timer is one task of its task manager.
+/// the manager's time. The platform decides how long this unit is, for each task manager. Each
+/// timer is one task of its task manager.
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -15,7 +16,8 @@
 ///     ScheduleEmsUtilTimer(7, timer, &text);
 ///
 /// Thread safety: any thread may schedule at any time, also from a command handler, a timer's
-/// function or a buffer's destructor. The table below says which thread calls each function.
+/// function or the destructor of a transaction log's buffer. The table below says which thread
+/// calls each function.
 /// Ownership: the EmsUtilTimerInterface is copied. The caller's data still belongs to the caller.
 /// The copy that pfnCopyParam returns belongs to the timer, which passes it to pfnFreeParam.
 /// Errors: no function reports an error. Some failures write a line at level 1 of the debug

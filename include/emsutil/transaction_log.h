@@ -129,8 +129,8 @@ public:
     void AddBuffer(const std::string& name, unsigned long num, QNTransactionBuffer* pBuffer);
 
     /// Returns the buffer with this key. Returns null if there is none. The buffer still belongs to
-    /// the log. Look-ups on one log run at the same time. They wait for AddBuffer() and
-    /// RemoveBuffer().
+    /// the log. Look-ups on one log run at the same time. A look-up waits while AddBuffer() or
+    /// RemoveBuffer() runs on this log. It does not wait until a buffer is added.
     QNTransactionBuffer* GetBuffer(const std::string& name, unsigned long num);
 
     /// Removes the buffer with this key and returns it. The buffer then belongs to the caller.
