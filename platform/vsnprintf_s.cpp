@@ -7,10 +7,10 @@
 // Rejects a format that is null or incomplete, a wide character without a multibyte form, and a
 // width or a whole text above INT_MAX. With a `count` below 3,072 a rejection writes only the NUL.
 //
-// The cost is that of std::vsnprintf, which also counts the characters that do not fit: 2 to 3 ns for
-// each, and about 5 s for the longest text. The memory does not depend on the length, except for a
-// floating-point number of great precision. The function has no lock and no state. A handler that
-// the program has registered with register_printf_specifier() may call it.
+// The cost is that of std::vsnprintf, which also counts the characters that do not fit: 2 to 3 ns
+// for each, and about 5 s for the longest text. The memory does not depend on the length, except
+// for a floating-point number of great precision. The function has no lock and no state. A handler
+// that the program has registered with register_printf_specifier() may call it.
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args)
 {

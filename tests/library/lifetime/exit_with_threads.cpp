@@ -3,6 +3,8 @@
 
 #include <functional>
 #include <latch>
+#include <string>
+#include <string_view>
 #include <thread>
 
 #include <sys/wait.h>
