@@ -100,7 +100,8 @@ public:
     static EmsNVTPList FromString(std::string& text);
 };
 
-/// One object, which consists of its attributes. Text form: "obj={", then the attributes, then "}".
+/// One object, which consists of its attributes. Text form: "obj={", the text form of the list
+/// `nvtps`, "}".
 class EMSUTIL_API EmsGeneralObj
 {
 public:

@@ -66,8 +66,8 @@ enum {
 };
 
 /// The named values of a thread: a map from each name to a text and its type. If the map has the
-/// name "Report" at the thread's first entry, the thread is a report thread. The text and type of
-/// that value do not matter.
+/// name "Report" at the thread's first entry, the thread is a report thread: IsEmsThreadReport()
+/// returns true for its id. The text and type of that value do not matter.
 typedef std::map<std::string, std::pair<std::string, int>> EmsThreadInfoMap;
 
 /// The record of one thread.
@@ -163,7 +163,8 @@ EMSUTIL_API void StatEmsThreadInfo();
 EMSUTIL_API void GetEmsThreadInfo(std::list<EmsThreadInfo>& infos, long seconds);
 
 /// Returns the process's message-handling mode: the integer "MsgHandleMode" of the platform's
-/// configuration file if that is 0 or 1. Returns 1 in all other cases.
+/// configuration file if that is 0 or 1. Returns 1 in all other cases. The library does not use the
+/// mode itself.
 ///
 /// The first call reads the file, and its result holds until the process ends. Threads that call
 /// meanwhile wait for the first call. The platform must therefore not wait for such a thread while

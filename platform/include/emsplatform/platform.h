@@ -40,8 +40,8 @@ int eKorGetRegInt(const char* key, int& value, const char* file);
 /// - The text is longer than `count` or `destMax` - 1 characters. `dest` then holds as many of the
 ///   text's first characters as fit, and a NUL.
 /// - The format is rejected. `dest` then holds the empty text. If the text before the malformed
-/// part
-///   of the format is too short to reach the last byte of `dest`, that byte has not been written.
+///   part of the format is too short to reach the last byte of `dest`, that byte has not been
+///   written.
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format,
                 va_list args) __attribute__((format(printf, 4, 0)));
 
