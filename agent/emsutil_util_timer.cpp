@@ -104,7 +104,7 @@ EmsUtilAgentTimerTask::EmsUtilAgentTimerTask(eKorTaskMgr* taskMgr, const char* n
 
 EmsUtilAgentTimerTask::~EmsUtilAgentTimerTask()
 {
-    if (!PlatformCall::OnDestroyed(*this) && !m_bScheduled) {
+    if (!PlatformCall::OnDestroyed(*this)) {
         // Waits for the scheduling thread. locked() is not checked: the task is destroyed anyway.
         const SchedulingGuard guard(m_SchedulingLock);
     }
@@ -152,9 +152,8 @@ void EmsUtilAgentTimerTask::eKorTaskTimeInterval(long)
     if (!PlatformCall::OnFired(*this)) {
         const SchedulingGuard guard(m_SchedulingLock); // waits until the id is known
         if (!guard.locked()) {
-            return; // the interval is still armed, so its next expiry tries again
+            return; // the interval is still armed: if it expires again, that expiry tries again
         }
-        m_bScheduled = true;
     }
     try {
         DelTaskTimeInterval(m_lTimerID);

@@ -45,7 +45,6 @@ private:
     // Held by the thread that schedules the timer until the task is armed. Meanwhile the task
     // neither fires nor is destroyed on another thread.
     ACE_Thread_Mutex m_SchedulingLock;
-    bool m_bScheduled = false; // set by an expiry that has waited for that thread
 };
 
 } // namespace NSQN_EMSUTIL_AGENT

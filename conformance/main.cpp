@@ -42,13 +42,14 @@ void PrintFailure(const Rule& rule, const std::string& found)
                 rule.m_pMust, found.c_str(), name.substr(0, name.find('.')).c_str());
 }
 
+std::mutex g_Ending;
+
 /// Prints and ends the process. A rule may fail on several threads: the first reports, and the
 /// others wait for the lock until the process has ended.
 template <class Print>
 [[noreturn]] void End(int status, Print print)
 {
-    static std::mutex mutex;
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(g_Ending);
     print();
     std::fflush(stdout);
     std::_Exit(status);

@@ -69,7 +69,8 @@ EMSUTIL_API std::string string_format(const char* format, ...)
 /// whose format is not null fixes the path, even if that call writes nothing.
 ///
 /// Each call that writes appends one entry. The file is opened and closed for each entry. If the
-/// file does not exist, it is created with the mode 0644. The directory of the file is not created.
+/// file does not exist, it is created with the mode 0644, less the umask. The directory of the file
+/// is not created.
 ///
 /// Writes nothing if the format is null or malformed, or if the message is empty or longer than 511
 /// characters. Writes nothing either if the file cannot be opened, or if a lock of the library

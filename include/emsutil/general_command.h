@@ -33,7 +33,8 @@
 /// Errors: no function reports an error. A call that fails does nothing, except that a drain drops
 /// a command whose handler it does not find. If the library runs out of memory, std::bad_alloc
 /// passes to the caller. The call has then done nothing, except that the target of an assignment
-/// may have been changed in part, and that commands which a drain has run stay run.
+/// may have been changed in part, and that commands which a drain has run stay run. If ACE has no
+/// memory for the place in the queue, the command is dropped.
 
 #include <cstdint>
 #include <list>

@@ -133,7 +133,7 @@ EMSUTIL_API bool IsEmsThreadTimeout(long seconds);
 
 /// Returns whether the thread with this id is a report thread (see EmsThreadInfoMap). Waits only
 /// while another thread makes its first entry as a report thread. Such an entry may wait for this
-/// call, and no other call does.
+/// call.
 EMSUTIL_API bool IsEmsThreadReport(unsigned long threadId);
 
 /// Writes all records, in the order of thread ids, as one text at level 1 of the debug interface.

@@ -22,9 +22,9 @@
 /// The copy that pfnCopyParam returns belongs to the timer, which passes it to pfnFreeParam.
 /// Errors: no function reports an error. Some failures write a line at level 1 of the debug
 /// interface. An exception of pfnCopyParam, or of the task manager during ScheduleEmsUtilTimer(),
-/// passes to the caller, and the timer does not fire. An exception of pfnTimeout passes to the task
-/// manager, and the timer is finished. pfnFreeParam must not throw. A thread cannot be cancelled
-/// while pfnFreeParam runs.
+/// passes to the caller, and the library arms no timer. An exception of pfnTimeout passes to the
+/// task manager, and the timer is finished. pfnFreeParam must not throw. A thread cannot be
+/// cancelled while pfnFreeParam runs.
 
 #include "emsutil/export.h"
 
@@ -57,11 +57,11 @@ struct EmsUtilTimerInterface
 /// Writes "Find TaskMgrID %d failed\n" if there is no task manager with this id, or if the
 /// platform's eKorGetAppMgr() returns no application manager.
 /// Writes "new EmsUtilAgentTimerTask task failed bytes %u\n" if there is no memory for the timer.
-/// Writes nothing if the timer's lock cannot be taken, or if the task manager has no memory to arm
-/// the timer.
+/// Writes nothing if the timer's lock cannot be taken, or if the task manager does not arm the
+/// timer.
 ///
-/// After each of these failures the timer does not fire. If the data has been copied, the copy is
-/// passed to pfnFreeParam when the task is destroyed.
+/// After each of these failures the library has armed no timer. If the data has been copied, the
+/// copy is passed to pfnFreeParam when the task is destroyed.
 EMSUTIL_API void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
                                       void* param);
 

@@ -13,7 +13,7 @@
 
 #include "emsutil/export.h"
 
-// The only place with the version's numbers. CMake reads them from these lines.
+// The numbers of the version. CMake reads them from these lines.
 #define EMSUTIL_VERSION_MAJOR 1 ///< the first number of these headers' version
 #define EMSUTIL_VERSION_MINOR 0 ///< its second number
 #define EMSUTIL_VERSION_PATCH 0 ///< its third number

@@ -29,7 +29,7 @@ extern bool g_bEnableMitLockErrMgr;
 } // namespace NSQN_util
 
 /// Reads the integer `key` from the configuration file `file`. If the file has the key with an
-/// integer, sets `value` and returns 1. Otherwise returns another number.
+/// integer that fits an int, sets `value` and returns 1. Otherwise returns another number.
 int eKorGetRegInt(const char* key, int& value, const char* file);
 
 /// Formats as std::vsnprintf does. Writes at most `count` characters and a NUL into `dest`, which
