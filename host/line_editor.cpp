@@ -69,7 +69,7 @@ std::string EditLine(const std::stop_token& stop)
     }
     rl_callback_handler_remove();
     SetPrompt(false);
-    const std::string line = g_strTyped.value_or("");
+    std::string line = g_strTyped.value_or("");
     if (line.empty() && !stop.stop_requested()) {
         Print(""); // the shell's prompt begins a line
     }

@@ -130,7 +130,8 @@ int Run(int argc, char** argv)
     if (app.count("--debug-file") > 0 && !emshost::OpenDebugFile(debugFile)) {
         return WRONG_USE;
     }
-    std::setlocale(LC_CTYPE, "C.UTF-8"); // for the line editor
+    // For the line editor. NOLINTNEXTLINE(concurrency-mt-unsafe): before threads start
+    std::setlocale(LC_CTYPE, "C.UTF-8");
     const std::stop_source stop;
     StopOnSignal(stop);
     emsstandin::SetDebugCallback(

@@ -132,7 +132,11 @@ int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* lock)
 
 char* ctime_r(const time_t*, char* buffer) noexcept
 {
-    return Fails(faults::TIME_TEXT) ? nullptr : std::strcpy(buffer, faults::TIME_LINE);
+    if (Fails(faults::TIME_TEXT)) {
+        return nullptr;
+    }
+    std::memcpy(buffer, faults::TIME_LINE, sizeof faults::TIME_LINE);
+    return buffer;
 }
 
 int open(const char* path, int flags, ...)

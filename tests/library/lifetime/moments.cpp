@@ -9,7 +9,8 @@ namespace {
 
 bool Is(std::string_view moment)
 {
-    return std::getenv("MOMENT") == moment; // NOLINT(concurrency-mt-unsafe): no thread sets it
+    const char* const name = std::getenv("MOMENT"); // NOLINT(concurrency-mt-unsafe): no thread sets it
+    return name != nullptr && name == moment;
 }
 
 const struct Module
