@@ -9,7 +9,8 @@ namespace {
 
 bool Is(std::string_view moment)
 {
-    const char* const name = std::getenv("MOMENT"); // NOLINT(concurrency-mt-unsafe): no thread sets it
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread sets it
+    const char* const name = std::getenv("MOMENT");
     return name != nullptr && name == moment;
 }
 
