@@ -57,7 +57,7 @@ void Drain() // the draining thread
             last = g_bStopped;
         }
         {
-            RegEmsThreadInfo awake(nullptr); // its end restarts the measured time
+            RegEmsThreadInfo awake(nullptr); // enters and leaves: the measured time restarts
         }
         runGeneralCmd(); // g_Mutex is free here: handlers and other threads may add
     }

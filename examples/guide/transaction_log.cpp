@@ -19,9 +19,9 @@ unsigned long Begin(Text* request) // one thread
     return log.GetHandle();
 }
 
-void End(unsigned long handle) // another thread
+void End(unsigned long value) // another thread
 {
-    QNTransactionLog log(handle);
+    QNTransactionLog log(value);
     if (auto* request = static_cast<Text*>(log.GetBuffer("request", 1)))
         std::puts(request->text.c_str());
     log.Release();
@@ -31,9 +31,9 @@ int main()
 {
     auto* request = new Text;
     request->text = "two valves";
-    const unsigned long handle = Begin(request);
-    std::thread(End, handle).join();
+    const unsigned long value = Begin(request);
+    std::thread(End, value).join();
 
-    const QNTransactionLog late(handle);
+    const QNTransactionLog late(value);
     std::puts(late.IsValid() ? "the log is still there" : "the log is gone");
 }

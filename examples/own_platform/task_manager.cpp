@@ -119,8 +119,9 @@ void eKorTaskMgr::Deliver(std::unique_lock<std::mutex>& lock)
     }
     eKorTask* const task = armed->second.m_pTask;
     m_Expiries.push({expiry.m_Due + armed->second.m_Length, expiry.m_lId});
-    // Without the lock: the expiry arms and disarms, and waits for threads that do. An exception
-    // that it throws ends the process. A manager that must continue must catch it here.
+    // Without the lock: this call disarms the interval, and the timer's function may schedule a
+    // timer or wait for a thread that does. If the call throws, the process ends, unless you catch
+    // the exception here.
     lock.unlock();
     task->eKorTaskTimeInterval(expiry.m_lId);
     lock.lock();

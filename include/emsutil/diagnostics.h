@@ -39,10 +39,10 @@ namespace NSQN_EMSUTIL_AGENT {
 /// Returns the process's debug interface. Returns null if the platform has none. The caller must
 /// not delete the debug interface.
 ///
-/// Until the platform has returned a debug interface, each call asks the platform's
-/// GetDefaultDebugInterface(), and may wait until that has returned. From then on a call only reads
-/// a pointer, without a lock. May be called from a command handler, a timer callback or a buffer's
-/// destructor.
+/// Until the platform has returned a debug interface, each call calls the platform's
+/// GetDefaultDebugInterface(), and returns when that function returns. It does not wait until there
+/// is a debug interface. From then on a call only reads a pointer, without a lock. May be called
+/// from a command handler, a timer callback or a buffer's destructor.
 EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 
 /// Returns the whole printf-formatted text, up to 2^30 - 1 characters.
@@ -64,9 +64,10 @@ EMSUTIL_API std::string string_format(const char* format, ...)
 /// formatted text, and nothing is added to it: the caller must end each line with "\n".
 ///
 /// The path of the file is the parent of the platform's install path, followed by "../var/dump/",
-/// the process's name and ".rpt". If the install path is /opt/ems/bin and the name is "host", the
-/// file is /opt/ems/../var/dump/host.rpt. The first call of EmsUtilTraced() or EmsUtilReport()
-/// whose format is not null fixes the path, even if that call writes nothing.
+/// the process's name (the platform's g_ProcName) and ".rpt". If the install path is /opt/ems/bin
+/// and the name is "host", the file is /opt/ems/../var/dump/host.rpt, that is,
+/// /opt/var/dump/host.rpt. The first call of EmsUtilTraced() or EmsUtilReport() whose format is not
+/// null fixes the path, even if that call writes nothing.
 ///
 /// Each call that writes appends one entry. The file is opened and closed for each entry. If the
 /// file does not exist, it is created with the mode 0644, less the umask. The directory of the file
@@ -107,7 +108,7 @@ public:
     /// `format` is null, the description is empty.
     ///
     /// A longer description is cut. If the format is malformed, the description is empty. In both
-    /// cases the constructor writes the check line
+    /// cases the constructor writes a check line, which is a debug line about misuse:
     /// "file:emsutil_util:103,QN_LOG_IF_TRUE: irlen < 0" at level 1 of the debug interface.
     EMSUTIL_SCOPE_OBJECT explicit AgentTimeGuard(const char* format, ...)
         __attribute__((format(printf, 2, 3)));

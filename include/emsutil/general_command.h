@@ -32,9 +32,10 @@
 /// Ownership: a record owns all that it holds, and every copy is deep. The queue owns its copies.
 /// Errors: no function reports an error. A call that fails does nothing, except that a drain drops
 /// a command whose handler it does not find. If the library runs out of memory, std::bad_alloc
-/// passes to the caller. The call has then done nothing, except that the target of an assignment
-/// may have been changed in part, and that commands which a drain has run stay run. If ACE has no
-/// memory for the place in the queue, the command is dropped.
+/// passes to the caller. The call has then done nothing, with two exceptions: an assignment may
+/// have changed a part of its target, and a drain may already have run some commands. ACE allocates
+/// the command's entry in the queue. If that fails, addGeneralCmd() drops the command and throws
+/// nothing.
 
 #include <cstdint>
 #include <list>
@@ -180,15 +181,15 @@ public:
 /// limit, until a drain removes a command. In a handler that a drain runs, the call never waits for
 /// room: it adds the command beyond the limit.
 ///
-/// A timer callback or the destructor of a transaction log's buffer should not add a command,
-/// because all other work of that thread would wait too.
+/// A timer callback or the destructor of a transaction log's buffer should not add a command: if
+/// the queue is full, the thread that runs the callback or the destructor waits with it.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the handler of `cmd.name` at once on the calling thread. The handler receives `cmd` itself,
 /// so the caller sees the handler's changes. Returns when the handler has returned, or at once if
 /// the name has no handler. Does not use the queue. May be called from a command handler, a timer
-/// callback or the destructor of a transaction log's buffer, if the handler does nothing that is
-/// forbidden there.
+/// callback or the destructor of a transaction log's buffer. The handler of `cmd.name` then must
+/// not do what its caller must not do.
 EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Drains the queue: runs the queued commands on the calling thread, in the order in which they

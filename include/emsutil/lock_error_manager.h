@@ -71,8 +71,9 @@ public:
     /// transaction log's buffer.
     void EraseThrIDandInfo(int threadId);
 
-    /// The manager, or null if there is none. The library writes the pointer with release order. A
-    /// reader must read it with acquire order, or must call Instance().
+    /// The manager, or null if there is none. It is for a debugger to read. The library writes the
+    /// pointer with release order. Code that reads it must use acquire order (std::atomic_ref), or
+    /// must call Instance() instead.
     static QNMitLockErrMgr* m_pInstance;
 
 private:

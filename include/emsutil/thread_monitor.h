@@ -38,7 +38,7 @@
 /// these queries, and these queries wait for entries and exits. The fourth query,
 /// IsEmsThreadReport(), has a lock of its own: see there. The reader-writer locks of glibc prefer
 /// readers: queries that overlap without a gap can delay entries and exits without limit. Therefore
-/// only one thread should query, and it should pause between its queries.
+/// only one thread should call these three queries, and it should pause between its calls.
 /// Ownership: a map of named values belongs to the caller, and the library does not keep it.
 /// Records are returned as copies.
 /// Errors: a call that cannot take its lock does nothing, and leaves the code of the lock call in
@@ -66,8 +66,9 @@ enum {
 };
 
 /// The named values of a thread: a map from each name to a text and its type. If the map has the
-/// name "Report" at the thread's first entry, the thread is a report thread: IsEmsThreadReport()
-/// returns true for its id. The text and type of that value do not matter.
+/// name "Report" at the first entry with a thread id, the thread is a report thread:
+/// IsEmsThreadReport() returns true for this id. The text and type of that value do not matter. The
+/// library does not use the mark itself.
 typedef std::map<std::string, std::pair<std::string, int>> EmsThreadInfoMap;
 
 /// The record of one thread.
@@ -77,12 +78,11 @@ struct EmsThreadInfo
     int m_nStatus = 0;              ///< 1 inside the monitored work, 0 outside
     ACE_Time_Value m_StartTime;     ///< the time of the first entry, or of the latest exit if there
                                     ///< is one
-    ACE_Time_Value m_Duration;      ///< Each entry after the first sets it to the time from
-                                    ///< m_StartTime, as it is then, to that entry. It is 0 before
-                                    ///< the second entry. An entry that is not later than
-                                    ///< m_StartTime leaves it as it is. GetEmsThreadInfo() may
-                                    ///< change it.
-    ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had at an entry
+    ACE_Time_Value m_Duration;      ///< 0 at first. Each later entry sets it to the time since
+                                    ///< m_StartTime, if the clock shows a later time than
+                                    ///< m_StartTime. GetEmsThreadInfo() may set it at any time.
+    ACE_Time_Value m_MaxDuration;   ///< the largest m_Duration that the record had directly after
+                                    ///< an entry
     long long m_llRecvs = 0;        ///< the number of entries and exits
     EmsThreadInfoMap m_InfoMap;     ///< the named values of all entries, merged: the latest
                                     ///< value of each name

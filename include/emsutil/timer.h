@@ -2,8 +2,9 @@
 #define EMSUTIL_TIMER_H
 
 /// Timers: a task manager of the platform calls a function of the caller once, after one unit of
-/// the manager's time. The platform decides how long this unit is, for each task manager. Each
-/// timer is one task of its task manager.
+/// the manager's time. A task manager owns tasks and delivers their expiries. The platform decides
+/// how its task managers are created, and how long the unit of each is. Each timer is one task of
+/// its task manager.
 ///
 ///     using namespace NSQN_EMSUTIL_AGENT;
 ///
@@ -55,7 +56,7 @@ struct EmsUtilTimerInterface
 /// timer on the calling thread, before the call has returned.
 ///
 /// Writes "Find TaskMgrID %d failed\n" if there is no task manager with this id, or if the
-/// platform's eKorGetAppMgr() returns no application manager.
+/// platform's eKorGetAppMgr() returns null.
 /// Writes "new EmsUtilAgentTimerTask task failed bytes %u\n" if there is no memory for the timer.
 /// Writes nothing if the timer's lock cannot be taken, or if the task manager does not arm the
 /// timer.

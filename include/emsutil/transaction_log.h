@@ -16,9 +16,9 @@
 ///         return log.GetHandle();
 ///     }
 ///
-///     void End(unsigned long handle) // another thread
+///     void End(unsigned long value) // another thread
 ///     {
-///         QNTransactionLog log(handle);
+///         QNTransactionLog log(value);
 ///         if (auto* request = static_cast<Text*>(log.GetBuffer("request", 1)))
 ///             std::puts(request->text.c_str());
 ///         log.Release();
@@ -38,12 +38,12 @@
 /// destroyed deletes its buffers. GetBuffer() returns a pointer to a buffer that still belongs to
 /// the log. The pointer is valid while the log exists and the buffer is in it.
 /// Errors: an operation that cannot take its lock does nothing. If the operation returns a value,
-/// it then returns 0 or null. Misuse writes a check line, "file:translog:<number>,<text>", through
-/// the debug interface. std::bad_alloc and exceptions of the debug interface pass to the caller,
-/// with no lock held and nothing half done. The destructor of a handle and ClearAllLog() are
-/// different: no exception passes out of these two, and a thread cannot be cancelled in them. If
-/// the destructor of a handle cannot take its locks, the handle's reference stays counted, and the
-/// log exists until ClearAllLog().
+/// it then returns 0 or null. Misuse writes a check line, which is a debug line about misuse:
+/// "file:translog:<number>,<text>". std::bad_alloc and exceptions of the debug interface pass to
+/// the caller, with no lock held and nothing half done. The destructor of a handle and
+/// ClearAllLog() are different: no exception passes out of these two, and a thread cannot be
+/// cancelled in them. If the destructor of a handle cannot take its locks, the handle's reference
+/// stays counted, and the log exists until ClearAllLog().
 ///
 /// When the library writes a check line, it usually holds the locks of the log, or the lock of all
 /// logs. The debug interface must therefore not call an operation of a transaction log, and should
@@ -99,8 +99,9 @@ public:
     /// Adds `n` extra references, which keep the log while no handle is attached to it. Returns the
     /// number of extra references after that. Returns 0 if the handle is unattached.
     ///
-    /// REQUIRES: n > 0. If n is less than 1, writes a check line and changes nothing. If a count of
-    /// references would exceed INT_MAX, changes nothing.
+    /// REQUIRES: n > 0. If n is less than 1, writes a check line and adds nothing. If the extra
+    /// references, or these and the attached handles together, would exceed INT_MAX, adds nothing.
+    /// In both cases returns the unchanged number of extra references.
     int AddRef(int n);
 
     /// Drops one extra reference. Returns the number of extra references that remain. Returns 0 if
@@ -130,7 +131,7 @@ public:
 
     /// Returns the buffer with this key. Returns null if there is none. The buffer still belongs to
     /// the log. Look-ups on one log run at the same time. A look-up waits while AddBuffer() or
-    /// RemoveBuffer() runs on this log. It does not wait until a buffer is added.
+    /// RemoveBuffer() runs on this log. It does not wait for a buffer that is not in the log yet.
     QNTransactionBuffer* GetBuffer(const std::string& name, unsigned long num);
 
     /// Removes the buffer with this key and returns it. The buffer then belongs to the caller.

@@ -21,9 +21,9 @@
 /// The version of these headers as a text, such as "1.2.3".
 #define EMSUTIL_VERSION                                                                            \
     EMSUTIL_VERSION_TEXT(EMSUTIL_VERSION_MAJOR, EMSUTIL_VERSION_MINOR, EMSUTIL_VERSION_PATCH)
-/// Writes the values of three macros as a version's text.
+/// For EMSUTIL_VERSION: a text such as "1.2.3" from the values of three macros.
 #define EMSUTIL_VERSION_TEXT(major, minor, patch) EMSUTIL_VERSION_QUOTE(major, minor, patch)
-/// Writes its arguments as a version's text. A macro among them would be written by its name.
+/// For EMSUTIL_VERSION_TEXT: the same from three numbers. Does not replace macros by their values.
 #define EMSUTIL_VERSION_QUOTE(major, minor, patch) #major "." #minor "." #patch
 
 /// The version of these headers as one number for the preprocessor to compare: 10203 is 1.2.3.
