@@ -23,9 +23,9 @@
 ///
 /// A thread is inside after an entry and outside after an exit. The measured time of a thread
 /// counts from its latest exit, not from its latest entry: the time that the thread spends outside
-/// counts too. If the thread has not left yet, it counts from the first entry. A thread is overdue
-/// when it is inside and its measured time has reached the threshold, which is the
-/// `seconds` of the query. A thread that was outside for the threshold or longer is therefore
+/// counts too. If the thread has never left, its measured time counts from the first entry. A
+/// thread is overdue when it is inside and its measured time has reached the threshold, which is
+/// the `seconds` of the query. A thread that was outside for the threshold or longer is therefore
 /// overdue as soon as it enters again. A worker that waits for jobs should wait inside its
 /// monitored work, and should leave and enter again before the threshold has passed.
 ///
@@ -68,7 +68,7 @@ enum {
 /// The named values of a thread: a map from each name to a text and its type. If the map has the
 /// name "Report" at the first entry with a thread id, the thread is a report thread:
 /// IsEmsThreadReport() returns true for this id. The text and type of that value do not matter. The
-/// library does not use the mark itself.
+/// library treats report threads like all other threads.
 typedef std::map<std::string, std::pair<std::string, int>> EmsThreadInfoMap;
 
 /// The record of one thread.

@@ -61,8 +61,8 @@ struct EmsUtilTimerInterface
 /// Writes nothing if the timer's lock cannot be taken, or if the task manager does not arm the
 /// timer.
 ///
-/// After each of these failures the library has armed no timer. If the data has been copied, the
-/// copy is passed to pfnFreeParam when the task is destroyed.
+/// After each of these failures the library has armed no timer. If the data had already been
+/// copied, the timer's task owns the copy: it is passed to pfnFreeParam when the task is destroyed.
 EMSUTIL_API void ScheduleEmsUtilTimer(unsigned char taskMgrId, EmsUtilTimerInterface& timer,
                                       void* param);
 
