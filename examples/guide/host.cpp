@@ -89,7 +89,7 @@ int main()
         if (IsEmsThreadTimeout(3)) // the watchdog
             StatEmsThreadInfo();
 
-    stop.set_value(); // first the threads that add, while the queue is still drained
+    stop.set_value(); // first the threads that add, while the draining thread runs
     saving.join();
     checking.join();
     {

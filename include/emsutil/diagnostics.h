@@ -77,8 +77,8 @@ EMSUTIL_API std::string string_format(const char* format, ...)
 /// characters. Writes nothing either if the file cannot be opened, or if a lock of the library
 /// cannot be taken. The file itself is not locked. A full disk may cut an entry short.
 ///
-/// The entries of one process never mix. Two processes with the same name share a file, and an
-/// entry of one may stand between the time stamp and the message of the other.
+/// The entries of one process never mix. Two processes with the same name share a file: see
+/// EmsUtilReport().
 ///
 /// Waits for the file system and for entries of other threads. Returns when the entry has been
 /// written. A thread cannot be cancelled while it writes. May be called from a command handler, a
@@ -87,7 +87,8 @@ EMSUTIL_API void EmsUtilTraced(const char* format, ...) __attribute__((format(pr
 
 /// Appends an entry as EmsUtilTraced() does, with a time stamp directly before the message. The
 /// time stamp is the local time in 24 characters: "Sun Nov 22 20:38:00 2026". It is left out if the
-/// time cannot be converted.
+/// time cannot be converted. If two processes share a file, an entry of one may stand between the
+/// time stamp and the message of the other.
 EMSUTIL_API void EmsUtilReport(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Measures how long a block takes. Where the block ends, the guard writes two lines at level 1 of

@@ -188,8 +188,9 @@ EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 /// Runs the handler of `cmd.name` at once on the calling thread. The handler receives `cmd` itself,
 /// so the caller sees the handler's changes. Returns when the handler has returned, or at once if
 /// the name has no handler. Does not use the queue. May be called from a command handler, a timer
-/// callback or the destructor of a transaction log's buffer. The handler of `cmd.name` then runs
-/// inside it, and what it must not do, this handler must not do either.
+/// callback or the destructor of a transaction log's buffer. What is forbidden there is then also
+/// forbidden in the handler of `cmd.name`: for example, if a buffer's destructor makes the call,
+/// the handler must not call an operation of a transaction log.
 EMSUTIL_API void runGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Drains the queue: runs the queued commands on the calling thread, in the order in which they

@@ -99,9 +99,9 @@ public:
     /// Adds `n` extra references, which keep the log while no handle is attached to it. Returns the
     /// number of extra references after that. Returns 0 if the handle is unattached.
     ///
-    /// REQUIRES: n > 0. If n is less than 1, writes a check line and adds nothing. If the extra
-    /// references, or these and the attached handles together, would exceed INT_MAX, adds nothing.
-    /// In both cases returns the unchanged number of extra references.
+    /// REQUIRES: n > 0. If n is less than 1, writes a check line and adds nothing. If the log would
+    /// then have more than INT_MAX references, those of attached handles included, adds nothing. In
+    /// both cases returns the unchanged number of extra references.
     int AddRef(int n);
 
     /// Drops one extra reference. Returns the number of extra references that remain. Returns 0 if
