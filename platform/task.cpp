@@ -16,7 +16,7 @@ constexpr int STATE_FINISHED = 3;
 eKorTask::eKorTask(eKorTaskMgr* taskMgr, const char* name)
     : m_pState(new (m_StateMemory) State(*this, *taskMgr, name))
 {
-    static_assert(sizeof(State) <= sizeof m_StateMemory && alignof(State) <= alignof(void*));
+    static_assert(sizeof(State) <= sizeof m_StateMemory && alignof(State) <= alignof(long long));
 }
 
 eKorTask::~eKorTask()

@@ -119,7 +119,10 @@ long TaskStore::Arm(Task& task, unsigned int interval)
     try {
         Queue& queue = QueueOf(period);
         const long id = m_lLastInterval + 1;
-        Interval& armed = task.m_First ? task.m_Others.emplace_front(task, id, due, queue)
+        if (task.m_First && task.m_pOthers == nullptr) {
+            task.m_pOthers = std::make_unique<std::forward_list<Interval>>();
+        }
+        Interval& armed = task.m_First ? task.m_pOthers->emplace_front(task, id, due, queue)
                                        : task.m_First.emplace(task, id, due, queue);
         armed.Enqueue();
     } catch (const std::bad_alloc&) {
@@ -168,8 +171,8 @@ void TaskStore::Disarm(Task& task, long id)
     const Lock lock(m_Lock);
     if (task.m_First && task.m_First->m_lId == id) {
         task.m_First.reset();
-    } else {
-        task.m_Others.remove_if([id](const Interval& interval) { return interval.m_lId == id; });
+    } else if (task.m_pOthers != nullptr) {
+        task.m_pOthers->remove_if([id](const Interval& interval) { return interval.m_lId == id; });
     }
 }
 
@@ -190,7 +193,7 @@ void TaskStore::Forget(Task& task)
 void TaskStore::Drop(Task& task)
 {
     task.m_First.reset();
-    task.m_Others.clear();
+    task.m_pOthers.reset();
     task.Leave();
     task.m_bKnown = false;
 }

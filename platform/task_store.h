@@ -6,6 +6,7 @@
 #include <forward_list>
 #include <functional>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <optional>
 
@@ -98,7 +99,8 @@ public:
     const char* const m_pName;
     // Guarded by the store's lock.
     std::optional<emsstandin::Interval> m_First; // most tasks have no other
-    std::forward_list<emsstandin::Interval> m_Others;
+    // Behind a pointer, whose size does not depend on _GLIBCXX_DEBUG. Null until it is needed.
+    std::unique_ptr<std::forward_list<emsstandin::Interval>> m_pOthers;
     bool m_bKnown = false; // whether the store refers to it
 };
 

@@ -51,7 +51,7 @@ public:
 private:
     State* m_pState;
     // Has the record, so that a task needs no second allocation.
-    alignas(void*) unsigned char m_StateMemory[14 * sizeof(void*)];
+    alignas(long long) unsigned char m_StateMemory[112];
 };
 
 /// The first base of the tasks of libemsutil. None of its operations is pure.
