@@ -1,6 +1,6 @@
 # emsutil_add_conformance_test(PLATFORM SOURCE...)
 #
-# Adds the program PLATFORM_conformance, which checks the platform of the target PLATFORM by the rules
+# Adds the program PLATFORM_conformance, with "_" for each "::" in PLATFORM, which checks the platform of the target PLATFORM by the rules
 # of docs/platform.md, and a test that runs it. One of the sources defines ConformanceSetup(), as
 # emsutil_conformance.h says.
 
@@ -8,8 +8,11 @@ set(EMSUTIL_CONFORMANCE_DIR "${CMAKE_CURRENT_LIST_DIR}/../conformance" CACHE INT
     "The sources of the conformance kit")
 
 function(emsutil_add_conformance_test platform)
+    if(NOT TARGET "${platform}")
+        message(FATAL_ERROR "emsutil_add_conformance_test: ${platform} is not a target")
+    endif()
     find_package(Threads REQUIRED)
-    set(program ${platform}_conformance)
+    string(REPLACE "::" "_" program "${platform}_conformance") # no target may have "::" in its name
     add_executable(${program} ${ARGN}
         "${EMSUTIL_CONFORMANCE_DIR}/formatter_rules.cpp"
         "${EMSUTIL_CONFORMANCE_DIR}/main.cpp"

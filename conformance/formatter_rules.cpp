@@ -13,6 +13,7 @@ constexpr char UNTOUCHED = '#';
 /// What one call has returned, and the destMax bytes of its buffer.
 struct Formatted
 {
+    const char* m_pFormat;
     int m_nResult;
     std::string m_Buffer;
 
@@ -27,11 +28,15 @@ struct Formatted
         if (holds) {
             return;
         }
-        std::string shown;
-        for (const char character : m_Buffer.substr(0, 40)) {
-            shown += character == '\0' ? "\\0" : std::string(1, character);
+        std::string shown = m_Buffer;
+        if (shown.size() > 64) {
+            shown.replace(40, shown.size() - 41, "..."); // keeps the last byte
         }
-        Fail("the result " + std::to_string(m_nResult) + " and the buffer \"" + shown + '"');
+        for (std::size_t nul = 0; (nul = shown.find('\0', nul)) != std::string::npos;) {
+            shown.replace(nul, 1, "\\0");
+        }
+        Fail("the format \"" + std::string(m_pFormat) + "\" has the result " +
+             std::to_string(m_nResult) + " and leaves \"" + shown + "\" (#: not written)");
     }
 
     void RequireWhole(const std::string& text) const
@@ -63,7 +68,7 @@ Formatted Format(std::size_t destMax, std::size_t count, const char* format, ...
     va_end(args);
     Require(buffer.find_first_not_of(UNTOUCHED, destMax) == std::string::npos,
             "it writes past the end of its buffer");
-    return {result, buffer.substr(0, destMax)};
+    return {format, result, buffer.substr(0, destMax)};
 }
 
 constexpr Rule RULES[] = {
@@ -75,8 +80,8 @@ constexpr Rule RULES[] = {
          Format(512, 511, "%s", longest.c_str()).RequireWhole(longest);
      }},
     {"vsnprintf_s.does_not_fit",
-     "A text that does not fit must leave its first 'count' characters and a NUL, and return a "
-     "negative number.",
+     "If the text does not fit, the buffer must hold its first 'count' characters and a NUL, and "
+     "the result must be negative.",
      [](const ConformanceOptions&) {
          const std::string tooLong(1000, 'x');
          Format(4, 3, "%s", "text").RequireCut("tex");
@@ -95,8 +100,9 @@ constexpr Rule RULES[] = {
          Format(4, 3, "%c%s", 0, "text").RequireCut(std::string("\0te", 3));
      }},
     {"vsnprintf_s.malformed",
-     "A format that is rejected must leave the empty text, must not write the buffer's last byte, "
-     "and must return a negative number.",
+     "If the format is rejected, the buffer must begin with a NUL, its last byte must be "
+     "unchanged, "
+     "and the result must be negative. Otherwise the result must be the length of the text.",
      [](const ConformanceOptions&) {
          const wchar_t notInTheLocale[] = {0x20ac, 0};
          Format(64, 63, "text%").RequireEmptyIfRejected();

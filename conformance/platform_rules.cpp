@@ -27,7 +27,8 @@ void RequireDebugText(const ConformanceOptions& options, const std::string& text
 {
     if (options.m_DebugText) {
         const std::string found = options.m_DebugText();
-        Require(found.find(text) != std::string::npos, "\"" + found + "\", without " + text);
+        Require(found.find(text) != std::string::npos,
+                "m_DebugText returns \"" + found + "\", without \"" + text + '"');
     }
 }
 
@@ -79,12 +80,14 @@ constexpr Rule RULES[] = {
      [](const ConformanceOptions&) {
          RequirePlace("AssertPrint", VirtualPlace(&DebugInterface::AssertPrint), 4);
      }},
-    {"DebugPrint.arrives", "A line of level 1 must be formatted as printf does, and arrive.",
+    {"DebugPrint.arrives",
+     "A line of level 1 must be formatted as printf does, and m_DebugText must return it.",
      [](const ConformanceOptions& options) {
          TheDebugInterface().DebugPrint(1, "conformance: %s %d\n", "line", 17);
          RequireDebugText(options, "conformance: line 17");
      }},
-    {"AssertPrint.arrives", "A text must be formatted as printf does, and arrive.",
+    {"AssertPrint.arrives",
+     "A text must be formatted as printf does, and m_DebugText must return it.",
      [](const ConformanceOptions& options) {
          TheDebugInterface().AssertPrint("conformance: %s %d\n", "assertion", 18);
          RequireDebugText(options, "conformance: assertion 18");
@@ -110,19 +113,21 @@ constexpr Rule RULES[] = {
     {"eKorGetRegInt.integer", "The result must be 1 for a key that has an integer.",
      [](const ConformanceOptions& options) {
          int value = -1;
-         Require(IsFound(options.m_ConfigText, "MsgHandleMode", value), "another result");
-         Require(value == 0, "the value " + std::to_string(value) + " instead of 0");
+         Require(IsFound(options.m_ConfigText, "MsgHandleMode", value),
+                 "a result other than 1 for the key MsgHandleMode of m_ConfigText");
+         Require(value == 0, "the value " + std::to_string(value) + ", not 0");
      }},
     {"eKorGetRegInt.no_integer",
      "The result must not be 1 when the file, the key or the integer is missing.",
      [](const ConformanceOptions& options) {
          int value = 0;
-         Require(eKorGetRegInt("MsgHandleMode", value, "") != 1, "1 for the file \"\"");
-         Require(!IsFound(options.m_ConfigText, "Missing", value), "1 for the key Missing");
-         Require(!IsFound(options.m_ConfigText, "Word", value), "1 for the key Word");
+         Require(eKorGetRegInt("MsgHandleMode", value, "") != 1, "the result 1 for the path \"\"");
+         Require(!IsFound(options.m_ConfigText, "Missing", value),
+                 "the result 1 for the key Missing");
+         Require(!IsFound(options.m_ConfigText, "Word", value), "the result 1 for the key Word");
      }},
     {"GetEmsCfgFile.is_read",
-     "eKorGetRegInt must take the path that GetEmsCfgFile gives, whether the file exists or not.",
+     "eKorGetRegInt must accept the path that GetEmsCfgFile sets, whether the file exists or not.",
      [](const ConformanceOptions&) {
          std::string path;
          NSQN_util::GetEmsCfgFile(path);

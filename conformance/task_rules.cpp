@@ -8,6 +8,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <type_traits>
 
 #include <emsplatform/task.h>
@@ -133,7 +134,7 @@ eKorTaskMgr& Manager(const ConformanceOptions& options)
 
 Task* Insert(eKorTaskMgr& manager, const TimerPtr& timer)
 {
-    auto* const task = new Task(manager, timer);
+    auto* const task = new (std::nothrow) Task(manager, timer);
     manager.AllocReqID(task);
     manager.TMInitInsertTask(task);
     return task;
@@ -190,6 +191,28 @@ constexpr Rule RULES[] = {
          }
          Require(managers < 256, "a task manager for each id from 0 to 255");
      }},
+    // First, as the other rules need these.
+    {"SetTaskTimeInterval.end_to_end",
+     "An armed task must expire, and must be destroyed when it is at state 3.",
+     [](const ConformanceOptions& options) { RunTimer(Manager(options)); }},
+    {"eKorTaskTimeInterval.without_lock",
+     "While an expiry runs, other threads must be able to insert and arm tasks.",
+     [](const ConformanceOptions& options) {
+         eKorTaskMgr& manager = Manager(options);
+         const auto timer = std::make_shared<Timer>();
+         timer->m_OnExpiry = ScheduleOnAnotherThread(manager);
+         Schedule(manager, timer);
+         timer->RequireLife();
+     }},
+    {"~eKorGnlTask.without_lock",
+     "While a task is destroyed, other threads must be able to insert and arm tasks.",
+     [](const ConformanceOptions& options) {
+         eKorTaskMgr& manager = Manager(options);
+         const auto timer = std::make_shared<Timer>();
+         timer->m_OnDestroying = ScheduleOnAnotherThread(manager);
+         Schedule(manager, timer);
+         timer->RequireLife();
+     }},
     {"AllocReqID.not_inserted", "A task that is not inserted must stay the caller's, to delete.",
      [](const ConformanceOptions& options) {
          eKorTaskMgr& manager = Manager(options);
@@ -200,20 +223,23 @@ constexpr Rule RULES[] = {
          Require(timer->m_nDestroyed == 0, "the platform has destroyed it");
      }},
     {"TMInitInsertTask.finished_unarmed",
-     "An inserted task that is set to state 3 must be destroyed, also outside an event, and when "
-     "it "
-     "was never armed.",
+     "An inserted task that is set to state 3 must be destroyed once, also outside an event, when "
+     "it was never armed, and when its state is set again.",
      [](const ConformanceOptions& options) {
+         eKorTaskMgr& manager = Manager(options);
          const auto timer = std::make_shared<Timer>();
          {
              const std::lock_guard arming(timer->m_ArmingLock);
-             Insert(Manager(options), timer)->eKorSetTaskState(STATE_FINISHED);
+             Task* const task = Insert(manager, timer);
+             task->eKorSetTaskState(STATE_FINISHED);
+             if (timer->m_nDestroyed == 0) {
+                 task->eKorSetTaskState(STATE_FINISHED);
+             }
          }
          timer->m_nDestroyed.wait(0);
+         PassTime(manager);
+         Require(timer->m_nDestroyed == 1, "it was destroyed twice");
      }},
-    {"SetTaskTimeInterval.end_to_end",
-     "An armed task must expire, and must be destroyed when it is at state 3.",
-     [](const ConformanceOptions& options) { RunTimer(Manager(options)); }},
     {"SetTaskTimeInterval.expiry_waits",
      "While an expiry waits for the thread that armed it, that thread must be able to arm again.",
      [](const ConformanceOptions& options) {
@@ -244,15 +270,6 @@ constexpr Rule RULES[] = {
              RunTimer(manager);
          });
      }},
-    {"eKorTaskTimeInterval.without_lock",
-     "While an expiry runs, other threads must be able to insert and arm tasks.",
-     [](const ConformanceOptions& options) {
-         eKorTaskMgr& manager = Manager(options);
-         const auto timer = std::make_shared<Timer>();
-         timer->m_OnExpiry = ScheduleOnAnotherThread(manager);
-         Schedule(manager, timer);
-         timer->RequireLife();
-     }},
     {"DelTaskTimeInterval.disarms",
      "A disarmed timer must not expire again, and an id that is not armed must be ignored.",
      [](const ConformanceOptions& options) {
@@ -281,15 +298,6 @@ constexpr Rule RULES[] = {
          timer->m_nArmings = 2;
          Schedule(manager, timer);
          PassTime(manager);
-         timer->RequireLife();
-     }},
-    {"~eKorGnlTask.without_lock",
-     "While a task is destroyed, other threads must be able to insert and arm tasks.",
-     [](const ConformanceOptions& options) {
-         eKorTaskMgr& manager = Manager(options);
-         const auto timer = std::make_shared<Timer>();
-         timer->m_OnDestroying = ScheduleOnAnotherThread(manager);
-         Schedule(manager, timer);
          timer->RequireLife();
      }},
 };

@@ -87,6 +87,9 @@ void eKorTaskMgr::Disarm(long id)
 void eKorTaskMgr::Finish(eKorTask* task)
 {
     const std::lock_guard guard(m_Lock);
+    if (!m_Tasks.contains(task)) {
+        return; // the state is set for the second time
+    }
     std::erase_if(m_Intervals, [task](const auto& armed) { return armed.second.m_pTask == task; });
     m_Finished.push_back(task);
     m_Tasks.erase(task);

@@ -1,2 +1,2 @@
-# The process's name is a path.
-s/g_ProcName = "/&\/opt\//
+# The process's name is the path of the program.
+s/g_ProcName = "provider"/g_ProcName = program_invocation_name/

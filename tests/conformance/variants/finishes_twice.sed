@@ -1,0 +1,2 @@
+# A task whose state is set twice is destroyed twice.
+/m_Tasks.contains/,/}/d
