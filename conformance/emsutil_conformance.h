@@ -27,9 +27,9 @@ struct ConformanceOptions
     /// function is set, the kit calls the debug interface but cannot check the text.
     std::function<std::string()> m_DebugText;
 
-    /// The number of seconds that a rule may take, or 0 for any number. The kit kills the process of
-    /// a rule that takes longer, and reports that the rule does not hold. A rule waits for up to
-    /// four units of the task manager, one after another. A rule that is run alone has no limit.
+    /// The number of seconds that a rule may take, or 0 for any number. The kit kills the process
+    /// of a rule that takes longer, and reports that the rule does not hold. A rule waits for up to
+    /// four units of time of the task manager. A rule that is run alone has no limit.
     unsigned int m_nSecondsPerRule = 10;
 };
 

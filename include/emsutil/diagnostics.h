@@ -47,10 +47,10 @@ EMSUTIL_API NSQN_util::DebugInterface* GetEmsUtilAgentDebugInterface();
 
 /// Returns the whole printf-formatted text, up to 2^30 - 1 characters.
 ///
-/// Returns the empty string if the text is longer. Also returns the empty string if the platform's
-/// formatter rejects the format. The formatter rejects a null format, a lone "%" at the end, a
-/// width beyond int, and a wide character that the locale cannot show. The compiler checks the
-/// format against the arguments.
+/// Returns the empty string if the text is longer, or if the format is null. Also returns the empty
+/// string if the platform's formatter rejects the format. The formatter rejects a lone "%" at the
+/// end, a width beyond int, and a wide character that the locale cannot show. The compiler checks
+/// the format against the arguments.
 ///
 /// The text is formatted into a buffer of 512 bytes. If it does not fit, it is formatted again into
 /// a buffer of twice the size, and so on. A text of up to 511 characters is therefore formatted
