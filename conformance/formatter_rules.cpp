@@ -100,9 +100,8 @@ constexpr Rule RULES[] = {
          Format(4, 3, "%c%s", 0, "text").RequireCut(std::string("\0te", 3));
      }},
     {"vsnprintf_s.malformed",
-     "If the format is rejected, the buffer must begin with a NUL, its last byte must be "
-     "unchanged, "
-     "and the result must be negative. Otherwise the result must be the length of the text.",
+     "If the format is rejected, the buffer must begin with a NUL, keep its last byte, and the "
+     "result must be negative. Otherwise the result must be the length of the text.",
      [](const ConformanceOptions&) {
          const wchar_t notInTheLocale[] = {0x20ac, 0};
          Format(64, 63, "text%").RequireEmptyIfRejected();
