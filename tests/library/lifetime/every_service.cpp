@@ -10,10 +10,9 @@
 
 void WorkOnce(const soak::Load& load)
 {
-    for (int step = 0; step < soak::BURST; ++step) {
+    for (std::size_t step = 0; step < soak::BURST; ++step) {
         load.step(0);
     }
-    load.afterBurst(0);
     NSQN_EMSUTIL_AGENT::runGeneralCmd();
 }
 
@@ -22,10 +21,11 @@ void UseEveryService()
     const Installation installation;
     emsstandin::SetDebugCallback(
         [](auto, auto, const std::string& line) { REQUIRE(soak::CountDebugLine(line)); });
-    for (const soak::Load& load : soak::AllLoads(1, [] {})) {
+    for (const soak::Load& load : soak::AllLoads()) {
         WorkOnce(load);
-        for (const soak::Total& total : load.finish()) {
-            REQUIRE(total.IsExact());
+        load.finish();
+        for (const soak::Total* total : load.totals) {
+            REQUIRE(total->IsExact());
         }
     }
     emsstandin::SetDebugStream(stderr);
