@@ -4,7 +4,6 @@
 /// Loads on the services of the library. Each counts what it does and what it sees of it. A process
 /// creates the loads once: the services are process-wide, and so are the counts.
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -32,9 +31,8 @@ struct Total
     bool IsExact() const { return done == seen && done > 0; }
 };
 
-constexpr std::size_t BURST = 100; // steps
-/// A number for each thread of a load, of which there are at most 32.
-using PerThread = std::array<std::uint64_t, 32>;
+constexpr std::size_t BURST = 100;       // steps
+constexpr std::size_t MOST_THREADS = 32; // of a load
 
 /// The load that threads, numbered from 0, put on one service.
 struct Load

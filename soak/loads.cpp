@@ -1,3 +1,4 @@
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -28,6 +29,9 @@ using namespace NSQN_util;
 constinit std::shared_mutex g_ReportFile; // shared by the threads that write
 
 namespace {
+
+/// A number for each thread of a load.
+using PerThread = std::array<std::uint64_t, MOST_THREADS>;
 
 constinit Total g_Run = {"commands run"};
 constinit Total g_InOrder = {"commands in order"};
@@ -165,21 +169,16 @@ std::uint64_t CountEvents()
     return events;
 }
 
-void EnterAndLeave(std::uint64_t entries)
-{
-    EmsThreadInfoMap values = {{"Report", {"", THREADINFO_TYPE_STRING}}};
-    AddEmsThreadInfo(values, "entries", std::to_string(entries).c_str());
-    const RegEmsThreadInfo inside(&values);
-    g_ReportThreads.Add(IsEmsThreadReport(pthread_self()));
-    g_Events.done += 2;
-    ++g_Values.done;
-}
-
-/// Report threads enter and leave, and poll all records after each burst.
+/// Report threads enter and leave, and poll all records at the end of each burst.
 void EnterAndPoll(std::size_t thread)
 {
     const std::uint64_t entries = ++g_Entries.at(thread);
-    EnterAndLeave(entries);
+    EmsThreadInfoMap values = {{"Report", {"", THREADINFO_TYPE_STRING}}};
+    AddEmsThreadInfo(values, "entries", std::to_string(entries).c_str());
+    const RegEmsThreadInfo inside(&values);
+    g_Events.done += 2;
+    ++g_Values.done;
+    g_ReportThreads.Add(IsEmsThreadReport(pthread_self()));
     if (entries % BURST == 0) {
         std::list<EmsThreadInfo> overdue;
         GetEmsThreadInfo(overdue, NEVER);
@@ -232,15 +231,14 @@ void AwaitFreed()
     g_pManager->Stop();
 }
 
-constexpr unsigned long BUFFERS = 3;
+constexpr unsigned long BUFFERS = 3; // of a log that is passed on
 
 constinit Total g_Attached = {"logs attached"};
 constinit Total g_Found = {"buffers found"};
 constinit Total g_Deleted = {"buffers deleted"};
 constinit Total g_References = {"references of a shared log", 1};
-constinit unsigned long g_SharedLog = 0;
 constinit std::atomic<unsigned long> g_Latest = 0;
-constinit std::atomic<unsigned long> g_Number = 0;
+constinit std::atomic<unsigned long> g_NextBuffer = 0;
 
 struct Buffer final : QNTransactionBuffer
 {
@@ -254,14 +252,13 @@ void AddBuffer(QNTransactionLog& log, unsigned long number)
     g_Found.Add(log.GetBuffer("soak", number) != nullptr);
 }
 
-unsigned long CreateLog()
+unsigned long CreateLog(unsigned long buffers)
 {
     QNTransactionLog log;
-    for (unsigned long number = 0; number < BUFFERS; ++number) {
+    for (unsigned long number = 0; number < buffers; ++number) {
         AddBuffer(log, number);
     }
     log.AddRef(1);
-    ++g_Attached.done;
     return log.GetHandle();
 }
 
@@ -277,13 +274,21 @@ void TakeOver(unsigned long value)
     log.Release();
 }
 
+/// Returns the handle value of a log that all threads use.
+unsigned long SharedLog()
+{
+    static const unsigned long value = CreateLog(0);
+    return value;
+}
+
 /// Each thread creates logs with buffers, and passes the handle value of each on to the thread that
 /// creates the next one. All work on one shared log besides.
 void UseLogs(std::size_t)
 {
-    TakeOver(g_Latest.exchange(CreateLog()));
-    QNTransactionLog log(g_SharedLog);
-    const unsigned long number = g_Number++;
+    TakeOver(g_Latest.exchange(CreateLog(BUFFERS)));
+    ++g_Attached.done;
+    QNTransactionLog log(SharedLog());
+    const unsigned long number = g_NextBuffer++;
     log.AddRef(2);
     AddBuffer(log, number);
     const std::unique_ptr<QNTransactionBuffer> taken(log.RemoveBuffer("soak", number));
@@ -294,7 +299,7 @@ void UseLogs(std::size_t)
 void TakeLast()
 {
     TakeOver(g_Latest.exchange(0));
-    QNTransactionLog log(g_SharedLog);
+    QNTransactionLog log(SharedLog());
     log.AddRef(1);
     g_References.seen = static_cast<std::uint64_t>(log.Release());
     log.Release();
@@ -326,9 +331,6 @@ std::vector<Load> AllLoads()
     options.m_Unit = std::chrono::microseconds(100);
     g_pManager = emsstandin::AddTaskManager(MANAGER, options);
     g_pManager->Start();
-    QNTransactionLog log;
-    log.AddRef(1);
-    g_SharedLog = log.GetHandle();
     std::atomic_ref(g_bEnableMitLockErrMgr).store(true);
     return {
         {"general commands", AddAndRun, {&g_Run, &g_InOrder, &g_RunAtOnce}},
