@@ -7,14 +7,6 @@
 // After ace/Synch.h: without it the header does not declare the thread-safe queue.
 #include <ace/Message_Queue.h>
 
-#ifdef BENCH_HAS_BOOST
-#include <boost/lockfree/queue.hpp>
-#include <boost/signals2.hpp>
-#endif
-#ifdef BENCH_HAS_POCO
-#include <Poco/Notification.h>
-#include <Poco/NotificationQueue.h>
-#endif
 #ifdef BENCH_HAS_TBB
 #include <tbb/concurrent_queue.h>
 #endif
@@ -37,14 +29,14 @@ int Handle(EmsGeneralCmd* cmd, EmsGeneralCmd*)
     return ++g_nHandled;
 }
 
-EmsGeneralCmd Command(int number, std::size_t pairs)
+EmsGeneralCmd Command(int number, int pairs)
 {
     EmsNameAndValueStringTypePair pair;
     pair.name = "label";
     pair.value = "two words";
     EmsGeneralCmd cmd;
     cmd.name = "Command" + std::to_string(number);
-    cmd.nvtps.nvtps.assign(pairs, pair);
+    cmd.nvtps.nvtps.assign(static_cast<std::size_t>(pairs), pair);
     return cmd;
 }
 
@@ -79,77 +71,10 @@ struct OurQueue
     void Drain() { runGeneralCmd(); }
 };
 
-struct BareQueue
+/// Deep copies in a `Queue` of pointers, which has the names of TBB's.
+template <class Queue>
+struct Copies
 {
-    void Add(EmsGeneralCmd& cmd)
-    {
-        auto* copy = new EmsGeneralCmd(cmd);
-        queue.enqueue(new ACE_Message_Block(reinterpret_cast<const char*>(copy), sizeof *copy, 0),
-                      nullptr);
-    }
-
-    void Drain()
-    {
-        while (!queue.is_empty()) {
-            ACE_Message_Block* block = nullptr;
-            queue.dequeue(block, nullptr);
-            auto* copy = reinterpret_cast<EmsGeneralCmd*>(block->base());
-            RunHandler(*copy);
-            delete copy;
-            delete block;
-        }
-    }
-
-    ACE_Message_Queue<ACE_MT_SYNCH> queue{WATER_MARK_BYTES, WATER_MARK_BYTES, nullptr};
-};
-
-#ifdef BENCH_HAS_POCO
-struct CmdNotification : Poco::Notification
-{
-    explicit CmdNotification(const EmsGeneralCmd& source) : cmd(source) {}
-
-    EmsGeneralCmd cmd;
-};
-
-struct UnboundedQueue
-{
-    void Add(EmsGeneralCmd& cmd) { queue.enqueueNotification(new CmdNotification(cmd)); }
-
-    void Drain()
-    {
-        while (auto* next = static_cast<CmdNotification*>(queue.dequeueNotification())) {
-            RunHandler(next->cmd);
-            next->release();
-        }
-    }
-
-    Poco::NotificationQueue queue;
-};
-#endif
-
-#ifdef BENCH_HAS_BOOST
-struct LockFreeQueue
-{
-    void Add(EmsGeneralCmd& cmd) { queue.push(new EmsGeneralCmd(cmd)); }
-
-    void Drain()
-    {
-        EmsGeneralCmd* cmd = nullptr;
-        while (queue.pop(cmd)) {
-            RunHandler(*cmd);
-            delete cmd;
-        }
-    }
-
-    boost::lockfree::queue<EmsGeneralCmd*> queue{0};
-};
-#endif
-
-#ifdef BENCH_HAS_TBB
-struct BoundedQueue
-{
-    BoundedQueue() { queue.set_capacity(WATER_MARK_BYTES / sizeof(EmsGeneralCmd) + 1); }
-
     void Add(EmsGeneralCmd& cmd) { queue.push(new EmsGeneralCmd(cmd)); }
 
     void Drain()
@@ -161,117 +86,119 @@ struct BoundedQueue
         }
     }
 
-    tbb::concurrent_bounded_queue<EmsGeneralCmd*> queue;
+    Queue queue;
 };
+
+struct AceQueue
+{
+    void push(EmsGeneralCmd* cmd)
+    {
+        queue.enqueue(new ACE_Message_Block(reinterpret_cast<const char*>(cmd), sizeof *cmd, 0),
+                      nullptr);
+    }
+
+    bool try_pop(EmsGeneralCmd*& cmd)
+    {
+        if (queue.is_empty()) {
+            return false;
+        }
+        ACE_Message_Block* block = nullptr;
+        queue.dequeue(block, nullptr);
+        cmd = reinterpret_cast<EmsGeneralCmd*>(block->base());
+        delete block;
+        return true;
+    }
+
+    ACE_Message_Queue<ACE_MT_SYNCH> queue{WATER_MARK_BYTES, WATER_MARK_BYTES, nullptr};
+};
+
+using BareQueue = Copies<AceQueue>;
+
+#ifdef BENCH_HAS_TBB
+struct BoundedPointers : tbb::concurrent_bounded_queue<EmsGeneralCmd*>
+{
+    BoundedPointers() { set_capacity(WATER_MARK_BYTES / sizeof(EmsGeneralCmd) + 1); }
+};
+
+using BoundedQueue = Copies<BoundedPointers>;
+using UnboundedQueue = Copies<tbb::concurrent_queue<EmsGeneralCmd*>>;
 #endif
 
 /// One command is added and drained, again and again.
 template <class Queue>
-Body OnOneThread(std::size_t pairs)
+void OnOneThread(benchmark::State& state, int pairs)
 {
-    return [pairs](benchmark::State& state) {
-        Register(1);
-        EmsGeneralCmd cmd = Command(0, pairs);
-        Queue queue;
-        g_nHandled = 0;
-        Measure(state, [&] {
-            queue.Add(cmd);
-            queue.Drain();
-        });
-        Check(state, g_nHandled > state.iterations());
-    };
+    Register(1);
+    EmsGeneralCmd cmd = Command(0, pairs);
+    Queue queue;
+    g_nHandled = 0;
+    Measure(state, [&] {
+        queue.Add(cmd);
+        queue.Drain();
+    });
+    Check(state, g_nHandled > state.iterations());
 }
 
 /// Each producer adds a round of commands while this thread drains.
 template <class Queue>
-Body AcrossThreads(int producers)
+void AcrossThreads(benchmark::State& state, int producers)
 {
-    return [producers](benchmark::State& state) {
-        Register(1);
-        Queue queue;
-        const int commands = producers * ROUND;
-        const auto produce = [&queue] {
-            EmsGeneralCmd cmd = Command(0, 4);
-            for (int i = 0; i < ROUND; ++i) {
-                queue.Add(cmd);
-            }
-        };
-        const auto run = [&] {
-            g_nHandled = 0;
-            std::vector<std::jthread> threads;
-            for (int producer = 0; producer < producers; ++producer) {
-                threads.emplace_back(produce);
-            }
-            while (g_nHandled < commands) {
-                queue.Drain();
-                std::this_thread::yield();
-            }
-        };
-        Measure(state, run, commands);
-        Check(state, g_nHandled == commands);
+    Register(1);
+    Queue queue;
+    const int commands = producers * ROUND;
+    const auto produce = [&queue] {
+        EmsGeneralCmd cmd = Command(0, 4);
+        for (int i = 0; i < ROUND; ++i) {
+            queue.Add(cmd);
+        }
     };
+    const auto run = [&] {
+        g_nHandled = 0;
+        std::vector<std::jthread> threads;
+        for (int producer = 0; producer < producers; ++producer) {
+            threads.emplace_back(produce);
+        }
+        while (g_nHandled < commands) {
+            queue.Drain();
+            std::this_thread::yield();
+        }
+    };
+    Measure(state, run, commands);
+    Check(state, g_nHandled == commands);
 }
 
-void AddOneThread(std::size_t pairs)
+/// Runs commands in an order that the processor cannot learn.
+template <class Run>
+void RunAtOnce(benchmark::State& state, int handlers, Run run)
 {
-    const std::string operation = "add and drain, one thread, " + std::to_string(pairs) + " pairs";
-    Ours(operation, OnOneThread<OurQueue>(pairs));
-    Floor(operation, 1.1, OnOneThread<BareQueue>(pairs));
-#ifdef BENCH_HAS_BOOST
-    Peer(operation, "boost::lockfree::queue", 0, OnOneThread<LockFreeQueue>(pairs));
-#endif
+    std::vector<EmsGeneralCmd> commands = Register(handlers);
+    std::mt19937 random(20);
+    std::vector<EmsGeneralCmd*> order(65536);
+    for (EmsGeneralCmd*& cmd : order) {
+        cmd = &commands[random() % commands.size()];
+    }
+    std::size_t next = 0;
+    g_nHandled = 0;
+    Measure(state, [&] { run(*order[next++ % order.size()]); });
+    Check(state, g_nHandled > state.iterations());
 }
 
 void AddProducers(int count, const std::string& text, double goal)
 {
     const std::string operation = "add and drain, " + text;
-    Ours(operation, AcrossThreads<OurQueue>(count))->UseRealTime();
-    Floor(operation, goal, AcrossThreads<BareQueue>(count))->UseRealTime();
-#ifdef BENCH_HAS_POCO
-    Peer(operation, "Poco::NotificationQueue, unbounded", 1.4, AcrossThreads<UnboundedQueue>(count))
-        ->UseRealTime();
-#endif
+    const std::vector<Row*> rows = {
+        Ours(operation, [=](auto& state) { AcrossThreads<OurQueue>(state, count); }),
+        Floor(operation, goal, [=](auto& state) { AcrossThreads<BareQueue>(state, count); }),
 #ifdef BENCH_HAS_TBB
-    Add(operation + "/bounded peer", "tbb::concurrent_bounded_queue", 1,
-        AcrossThreads<BoundedQueue>(count))
-        ->UseRealTime();
+        Peer(operation, "tbb::concurrent_queue, unbounded", 1.4,
+             [=](auto& state) { AcrossThreads<UnboundedQueue>(state, count); }),
+        Add(operation + "/bounded peer", "tbb::concurrent_bounded_queue", 1,
+            [=](auto& state) { AcrossThreads<BoundedQueue>(state, count); }),
 #endif
-}
-
-/// Runs commands in an order that the processor cannot learn.
-template <class Run>
-Body RunAtOnce(int handlers, Run run)
-{
-    return [handlers, run](benchmark::State& state) {
-        std::vector<EmsGeneralCmd> commands = Register(handlers);
-        std::mt19937 random(20);
-        std::vector<EmsGeneralCmd*> order(65536);
-        for (EmsGeneralCmd*& cmd : order) {
-            cmd = &commands[random() % commands.size()];
-        }
-        std::size_t next = 0;
-        g_nHandled = 0;
-        Measure(state, [&] { run(*order[next++ % order.size()]); });
-        Check(state, g_nHandled > state.iterations());
     };
-}
-
-void AddHandlers(int count, const std::string& text)
-{
-    const std::string operation = "run a command at once, " + text + " handlers";
-    Ours(operation, RunAtOnce(count, [](EmsGeneralCmd& cmd) { runGeneralCmd(cmd); }));
-    Floor(operation, 1.1, RunAtOnce(count, RunHandler));
-#ifdef BENCH_HAS_BOOST
-    Peer(operation, "Boost.Signals2", 1, [count](benchmark::State& state) {
-        std::map<std::string, boost::signals2::signal<int(EmsGeneralCmd*, EmsGeneralCmd*)>> signals;
-        for (const EmsGeneralCmd& cmd : Register(count)) {
-            signals[cmd.name].connect(Handle);
-        }
-        RunAtOnce(count, [&signals](EmsGeneralCmd& cmd) {
-            signals.find(cmd.name)->second(&cmd, nullptr);
-        })(state);
-    });
-#endif
+    for (Row* row : rows) {
+        row->UseRealTime();
+    }
 }
 
 } // namespace
@@ -291,13 +218,25 @@ void AddGeneralCommands()
         Measure(state, [&] { text = cmd.ToString(); });
         Check(state, text.find("name=identifier,value=4711,rtype=Long") != std::string::npos);
     });
-    AddOneThread(0);
-    AddOneThread(4);
-    AddOneThread(16);
+    for (const int pairs : {4, 16}) {
+        const std::string operation =
+            "add and drain, one thread, " + std::to_string(pairs) + " pairs";
+        Ours(operation, [=](auto& state) { OnOneThread<OurQueue>(state, pairs); });
+        Floor(operation, 1.1, [=](auto& state) { OnOneThread<BareQueue>(state, pairs); });
+#ifdef BENCH_HAS_TBB
+        Peer(operation, "tbb::concurrent_queue", 0,
+             [=](auto& state) { OnOneThread<UnboundedQueue>(state, pairs); });
+#endif
+    }
     AddProducers(1, "1 producer", 1.1);
     AddProducers(4, "4 producers", 0.7);
     AddProducers(16, "16 producers", 0.7);
-    AddHandlers(10, "10");
-    AddHandlers(100, "100");
-    AddHandlers(1000, "1,000");
+    for (const int count : {10, 100}) {
+        const std::string operation =
+            "run a command at once, " + std::to_string(count) + " handlers";
+        Ours(operation, [=](auto& state) {
+            RunAtOnce(state, count, [](EmsGeneralCmd& cmd) { runGeneralCmd(cmd); });
+        });
+        Floor(operation, 1.1, [=](auto& state) { RunAtOnce(state, count, RunHandler); });
+    }
 }

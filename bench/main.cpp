@@ -20,5 +20,4 @@ int main(int argc, char** argv)
     AddTimers();
     AddLockErrorManager();
     benchmark::RunSpecifiedBenchmarks();
-    return 0;
 }

@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
-"""Makes Markdown tables of what bench/run has measured, and a picture.
+"""Prints the table of what bench/run has measured; with a HEADLINE puts it into docs/, and a picture.
 
-report.py RESULTS            prints the tables
-report.py RESULTS HEADLINE   puts them under the headline into docs/, and the picture
+report.py RESULTS [HEADLINE]
 """
 
 import json
@@ -13,14 +12,12 @@ import sys
 # What a user would ask about first.
 IN_PICTURE = (
     "string_format, 40 characters",
+    "write a report entry",
     "add and drain, one thread, 4 pairs",
     "add and drain, 4 producers",
     "run a command at once, 100 handlers",
     "enter and leave, 4 values, 1 thread",
-    "write a report entry",
-    "look up one of 10 buffers",
     "schedule and fire a timer, of 1,000",
-    "lateness of a timer, median",
     "insert and erase a lock error text",
 )
 
@@ -32,24 +29,20 @@ GROWTH = (
 )
 
 PAGE = pathlib.Path("docs/performance.md")
-PICTURE = PAGE.with_suffix(".svg")
-BEGIN = "<!-- bench/run begins -->\n"
-END = "<!-- bench/run ends -->\n"
+BEGIN, END = "<!-- bench/run begins -->\n", "<!-- bench/run ends -->\n"
 
 # The data: operation, ours, peer, its time; from the bottom.
 GNUPLOT = """
-set terminal svg noenhanced size 900,640 font "sans-serif,13" background "#ffffff"
+set terminal svg noenhanced size 900,600 font "sans-serif,13" background "#ffffff"
 set title "How long operations of emsutil take, and the best alternative to each"
 set xlabel "time relative to the bare primitives"
 set xrange [0:*]
 set offsets 0, 0.9, 0.6, 0.6
-set border 1
-set xtics nomirror
-set ytics nomirror scale 0
-set grid xtics linetype 1 linecolor "#d0d7de"
+set tics nomirror
+set grid xtics
 set style fill solid noborder
 set key bottom right
-set arrow from 1, graph 0 to 1, graph 1 nohead linewidth 1.6
+set arrow from 1, graph 0 to 1, graph 1 nohead
 $rows << EOD
 {rows}
 EOD
@@ -72,6 +65,9 @@ def read(directory):
                 time = "real_time" if {"real_time", "manual_time"} & set(options) else "cpu_time"
                 rows = operations.setdefault(operation, {})
                 rows[kind] = (run["label"], run[time], run["goal"])
+    for few, many, goal in GROWTH:
+        if few in operations and many in operations:
+            operations[many]["few"] = (few, operations[few]["ours"][1], goal)
     return operations
 
 
@@ -82,30 +78,22 @@ def unit(nanoseconds):
     return f"{nanoseconds:.3g} ns"
 
 
-def judge(ratio, goal):
-    return f"**{ratio:.2f}**" if 0 < goal < ratio else f"{ratio:.2f}"
+def compare(ours, other, goal):
+    ratio = f"**{ours / other:.2f}**" if 0 < goal < ours / other else f"{ours / other:.2f}"
+    return f"{ratio} ({goal:g})" if goal else ratio
 
 
-def tables(operations):
-    yield "| operation | ours | floor | ours / floor | goal | ours / peer (goal) |"
-    yield "|---|--:|--:|--:|--:|---|"
+def table(operations):
+    yield "| operation | ours | floor | ours / floor (goal) | ours / another (goal) |"
+    yield "|---|--:|--:|--:|---|"
     for operation, rows in operations.items():
-        ours = rows["ours"][1]
-        floor, peers = "| |", []
-        if "floor" in rows:
-            _, time, goal = rows["floor"]
-            floor = f"{unit(time)} | {judge(ours / time, goal)} | {goal:g}"
-        for kind in rows.keys() - {"ours", "floor"}:
-            who, time, goal = rows[kind]
-            peers.append(f"{judge(ours / time, goal)} of {who}" + (f" ({goal:g})" if goal else ""))
-        yield f"| {operation} | {unit(ours)} | {floor} | {', '.join(sorted(peers))} |"
-    growth = [row for row in GROWTH if row[0] in operations and row[1] in operations]
-    if growth:
-        yield "\n| where there are many | time per object, compared | goal |"
-        yield "|---|--:|--:|"
-    for few, many, goal in growth:
-        ratio = operations[many]["ours"][1] / operations[few]["ours"][1]
-        yield f"| {many}, compared with {few} | {judge(ratio, goal)} | {goal} |"
+        ours, floor, others = rows["ours"][1], " |", []
+        for kind, (who, time, goal) in sorted(rows.items()):
+            if kind == "floor":
+                floor = f"{unit(time)} | {compare(ours, time, goal)}"
+            elif kind != "ours":
+                others.append(f"{compare(ours, time, goal)} of {who}")
+        yield f"| {operation} | {unit(ours)} | {floor} | {', '.join(others)} |"
 
 
 def draw(operations):
@@ -121,13 +109,13 @@ def draw(operations):
 
 def main():
     operations = read(sys.argv[1])
-    text = "\n".join(tables(operations)) + "\n"
+    text = "\n".join(table(operations))
     if len(sys.argv) == 2:
-        print(text, end="")
+        print(text)
         return
     before, rest = PAGE.read_text().split(BEGIN)
-    PAGE.write_text(f"{before}{BEGIN}\n{sys.argv[2]}\n\n{text}\n{END}{rest.split(END)[1]}")
-    PICTURE.write_text(draw(operations))
+    PAGE.write_text(f"{before}{BEGIN}\n{sys.argv[2]}\n\n{text}\n\n{END}{rest.split(END)[1]}")
+    PAGE.with_suffix(".svg").write_text(draw(operations))
 
 
 main()

@@ -2,8 +2,6 @@
 #include <latch>
 #include <list>
 #include <map>
-#include <mutex>
-#include <shared_mutex>
 #include <thread>
 #include <vector>
 
@@ -19,37 +17,6 @@
 using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
-
-/// The monitor's records, with nothing around them.
-template <class Lock, class Guard>
-struct BareMonitor
-{
-    void Change(int status, const EmsThreadInfoMap& values)
-    {
-        timeval time{};
-        gettimeofday(&time, nullptr);
-        const ACE_Time_Value now(time);
-        const Guard guard(lock);
-        EmsThreadInfo& record = records[pthread_self()];
-        record.m_nStatus = status;
-        ++record.m_llRecvs;
-        if (status == 1) {
-            record.m_Duration = now - record.m_StartTime;
-            record.m_MaxDuration = std::max(record.m_MaxDuration, record.m_Duration);
-        } else {
-            record.m_StartTime = now;
-        }
-        for (const auto& [name, value] : values) {
-            record.m_InfoMap[name] = value;
-        }
-    }
-
-    Lock lock;
-    std::map<unsigned long, EmsThreadInfo> records;
-};
-
-using AceMonitor = BareMonitor<ACE_RW_Thread_Mutex, ACE_Write_Guard<ACE_RW_Thread_Mutex>>;
-using StandardMonitor = BareMonitor<std::shared_mutex, std::lock_guard<std::shared_mutex>>;
 
 EmsThreadInfoMap Values(int count)
 {
@@ -67,46 +34,55 @@ std::list<EmsThreadInfo> Records()
     return records;
 }
 
-bool IsComplete(const EmsThreadInfo& record, int values)
+struct OurMonitor
 {
-    return record.m_llRecvs >= 2 && record.m_InfoMap.size() >= static_cast<std::size_t>(values);
-}
+    void EnterAndLeave(EmsThreadInfoMap& values) { const RegEmsThreadInfo inside(&values); }
+    EmsThreadInfo Record() { return Records().back(); }
+};
 
-Body EnterAndLeave(int count)
+/// The monitor's records, with nothing around them.
+struct BareMonitor
 {
-    return [count](benchmark::State& state) {
-        EmsThreadInfoMap values = Values(count);
-        Measure(state, [&] { const RegEmsThreadInfo inside(&values); });
-        const std::list<EmsThreadInfo> records = Records();
-        Check(state, !records.empty() && IsComplete(records.back(), count));
-    };
-}
+    void EnterAndLeave(const EmsThreadInfoMap& values)
+    {
+        Change(1, values);
+        Change(0, {});
+    }
 
-template <class Monitor>
-Body EnterAndLeaveBare(int count)
-{
-    return [count](benchmark::State& state) {
-        static Monitor monitor;
-        const EmsThreadInfoMap values = Values(count);
-        Measure(state, [&] {
-            monitor.Change(1, values);
-            monitor.Change(0, {});
-        });
-        Check(state, IsComplete(monitor.records.at(pthread_self()), count));
-    };
-}
-
-void AddEntries(int count, int threads, const std::string& text, double goal)
-{
-    const std::string operation = "enter and leave, " + text;
-    for (Row* row :
-         {Ours(operation, EnterAndLeave(count)),
-          Floor(operation, goal, EnterAndLeaveBare<AceMonitor>(count)),
-          Peer(operation, "std::shared_mutex", 1, EnterAndLeaveBare<StandardMonitor>(count))}) {
-        if (threads > 1) {
-            row->Threads(threads)->UseRealTime();
+    void Change(int status, const EmsThreadInfoMap& values)
+    {
+        timeval time{};
+        gettimeofday(&time, nullptr);
+        const ACE_Time_Value now(time);
+        const ACE_Write_Guard<ACE_RW_Thread_Mutex> guard(lock);
+        EmsThreadInfo& record = records[pthread_self()];
+        record.m_nStatus = status;
+        ++record.m_llRecvs;
+        if (status == 1) {
+            record.m_Duration = now - record.m_StartTime;
+            record.m_MaxDuration = std::max(record.m_MaxDuration, record.m_Duration);
+        } else {
+            record.m_StartTime = now;
+        }
+        for (const auto& [name, value] : values) {
+            record.m_InfoMap[name] = value;
         }
     }
+
+    EmsThreadInfo Record() { return records.at(pthread_self()); }
+
+    ACE_RW_Thread_Mutex lock;
+    std::map<unsigned long, EmsThreadInfo> records;
+};
+
+template <class Monitor>
+void EnterAndLeave(benchmark::State& state, int count)
+{
+    static Monitor monitor;
+    EmsThreadInfoMap values = Values(count);
+    Measure(state, [&] { monitor.EnterAndLeave(values); });
+    const EmsThreadInfo record = monitor.Record();
+    Check(state, record.m_llRecvs >= 2 && record.m_InfoMap.size() >= values.size());
 }
 
 int CountRecords()
@@ -162,11 +138,21 @@ void AddThreadMonitor()
         Measure(state, [&] { AddEmsThreadInfo(values, "jobs", 4711); });
         Check(state, values["jobs"].first == "4711");
     });
-    AddEntries(0, 1, "0 values, 1 thread", 1.1);
-    AddEntries(4, 1, "4 values, 1 thread", 1.1);
-    AddEntries(16, 1, "16 values, 1 thread", 1.1);
-    AddEntries(4, 2, "4 values, 2 threads", 1.5);
-    AddEntries(4, 8, "4 values, 8 threads", 1.5);
+    for (const int count : {4, 16}) {
+        const std::string operation =
+            "enter and leave, " + std::to_string(count) + " values, 1 thread";
+        Ours(operation, [=](auto& state) { EnterAndLeave<OurMonitor>(state, count); });
+        Floor(operation, 1.1, [=](auto& state) { EnterAndLeave<BareMonitor>(state, count); });
+    }
+    for (const int threads : {2, 8}) {
+        const std::string operation =
+            "enter and leave, 4 values, " + std::to_string(threads) + " threads";
+        for (Row* row :
+             {Ours(operation, [](auto& state) { EnterAndLeave<OurMonitor>(state, 4); }),
+              Floor(operation, 1.5, [](auto& state) { EnterAndLeave<BareMonitor>(state, 4); })}) {
+            row->Threads(threads)->UseRealTime();
+        }
+    }
     AddQueries(10, "10");
     AddQueries(1000, "1,000");
 }

@@ -45,41 +45,32 @@ EmsUtilTimerInterface g_Functions = {
     [](void* number) { delete static_cast<int*>(number); },
 };
 
-ACE_Time_Value ToTimeValue(std::chrono::seconds time)
-{
-    return ACE_Time_Value(time.count());
-}
-
 /// A timer on ACE's heap, with a copy of the caller's data: an interval, as a task's are, that is
 /// disarmed where it first expires.
-class BareTimer final : public ACE_Event_Handler
+struct BareTimer final : ACE_Event_Handler
 {
-public:
-    BareTimer(ACE_Timer_Heap& heap, void* data)
-        : m_Functions(g_Functions), m_pData(m_Functions.pfnCopyParam(data)), m_Heap(heap)
+    BareTimer(ACE_Timer_Heap& timers, void* source)
+        : heap(timers), data(functions.pfnCopyParam(source))
     {}
-    ~BareTimer() override { m_Functions.pfnFreeParam(m_pData); }
-    BareTimer(const BareTimer&) = delete;
-    BareTimer& operator=(const BareTimer&) = delete;
+    ~BareTimer() override { functions.pfnFreeParam(data); }
 
     void Arm()
     {
-        m_lId = m_Heap.schedule(this, nullptr, ToTimeValue(g_Clock + UNIT), ToTimeValue(UNIT));
+        id = heap.schedule(this, nullptr, ACE_Time_Value(g_Clock + UNIT), ACE_Time_Value(UNIT));
     }
 
     int handle_timeout(const ACE_Time_Value&, const void*) override
     {
-        m_Heap.cancel(m_lId, nullptr, 1);
-        m_Functions.pfnTimeout(m_pData);
+        heap.cancel(id, nullptr, 1);
+        functions.pfnTimeout(data);
         delete this;
         return 0;
     }
 
-private:
-    EmsUtilTimerInterface m_Functions;
-    void* m_pData;
-    ACE_Timer_Heap& m_Heap;
-    long m_lId = 0;
+    const EmsUtilTimerInterface functions = g_Functions;
+    ACE_Timer_Heap& heap;
+    void* const data;
+    long id = 0;
 };
 
 /// `count` times `schedule(data)`, then `deliver()`, which fires all.
@@ -116,7 +107,7 @@ void AddScheduling(int count, const std::string& text)
         ACE_Timer_Heap heap;
         ScheduleAndFire(
             state, count, [&heap](void* data) { (new BareTimer(heap, data))->Arm(); },
-            [&heap] { heap.expire(ToTimeValue(g_Clock)); });
+            [&heap] { heap.expire(ACE_Time_Value(g_Clock)); });
     });
 #ifdef BENCH_HAS_BOOST
     Peer(operation, "boost::asio::steady_timer", 1, [count](benchmark::State& state) {
@@ -150,7 +141,8 @@ void NoteFiring()
 }
 
 /// How late `arm()`'s call of NoteFiring() is in this share of cases; one timer at a time.
-void MeasureLateness(benchmark::State& state, double share, const std::function<void()>& arm)
+template <class Arm>
+void MeasureLateness(benchmark::State& state, double share, Arm arm)
 {
     for (auto _ : state) {
         std::vector<Clock::duration> late;
@@ -168,25 +160,19 @@ void MeasureLateness(benchmark::State& state, double share, const std::function<
     }
 }
 
-/// A run measures by itself, and is a whole repetition.
-void RunOnce(Row* row)
-{
-    row->Iterations(1)->UseManualTime();
-}
-
+/// One iteration is a whole repetition.
 void AddLateness(const std::string& text, double share, double goal)
 {
     const std::string operation = "lateness of a timer, " + text;
-    RunOnce(Ours(operation, [share](benchmark::State& state) {
+    Row* const ours = Ours(operation, [share](benchmark::State& state) {
         constexpr unsigned char id = 12;
-        static emsstandin::TaskManager* const manager =
-            emsstandin::AddTaskManager(id, {DELAY, nullptr});
+        static auto* const manager = emsstandin::AddTaskManager(id, {DELAY, nullptr});
         EmsUtilTimerInterface functions = {[](void*) { NoteFiring(); }, nullptr, nullptr};
         manager->Start();
         MeasureLateness(state, share, [&] { ScheduleEmsUtilTimer(id, functions, nullptr); });
         manager->Stop();
-    }));
-    RunOnce(Floor(operation, goal, [share](benchmark::State& state) {
+    });
+    Row* const floor = Floor(operation, goal, [share](benchmark::State& state) {
         const int timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
         const itimerspec spec{{}, {0, std::chrono::nanoseconds(DELAY).count()}};
         MeasureLateness(state, share, [&] {
@@ -197,19 +183,10 @@ void AddLateness(const std::string& text, double share, double goal)
             }
         });
         close(timer);
-    }));
-#ifdef BENCH_HAS_BOOST
-    RunOnce(Peer(operation, "boost::asio::steady_timer", 0, [share](benchmark::State& state) {
-        boost::asio::io_context context;
-        boost::asio::steady_timer timer(context);
-        MeasureLateness(state, share, [&] {
-            timer.expires_after(DELAY);
-            timer.async_wait([](const boost::system::error_code&) { NoteFiring(); });
-            context.restart();
-            context.run();
-        });
-    }));
-#endif
+    });
+    for (Row* row : {ours, floor}) {
+        row->Iterations(1)->UseManualTime();
+    }
 }
 
 } // namespace
