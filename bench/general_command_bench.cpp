@@ -7,6 +7,10 @@
 // After ace/Synch.h: without it the header does not declare the thread-safe queue.
 #include <ace/Message_Queue.h>
 
+#ifdef BENCH_HAS_POCO
+#include <Poco/Notification.h>
+#include <Poco/NotificationQueue.h>
+#endif
 #ifdef BENCH_HAS_TBB
 #include <tbb/concurrent_queue.h>
 #endif
@@ -114,6 +118,30 @@ struct AceQueue
 
 using BareQueue = Copies<AceQueue>;
 
+#ifdef BENCH_HAS_POCO
+struct PocoQueue
+{
+    struct Command : Poco::Notification
+    {
+        explicit Command(const EmsGeneralCmd& source) : cmd(source) {}
+
+        EmsGeneralCmd cmd;
+    };
+
+    void Add(EmsGeneralCmd& cmd) { queue.enqueueNotification(new Command(cmd)); }
+
+    void Drain()
+    {
+        while (auto* next = static_cast<Command*>(queue.dequeueNotification())) {
+            RunHandler(next->cmd);
+            next->release();
+        }
+    }
+
+    Poco::NotificationQueue queue;
+};
+#endif
+
 #ifdef BENCH_HAS_TBB
 struct BoundedPointers : tbb::concurrent_bounded_queue<EmsGeneralCmd*>
 {
@@ -121,7 +149,6 @@ struct BoundedPointers : tbb::concurrent_bounded_queue<EmsGeneralCmd*>
 };
 
 using BoundedQueue = Copies<BoundedPointers>;
-using UnboundedQueue = Copies<tbb::concurrent_queue<EmsGeneralCmd*>>;
 #endif
 
 /// One command is added and drained, again and again.
@@ -189,9 +216,11 @@ void AddProducers(int count, const std::string& text, double goal)
     const std::vector<Row*> rows = {
         Ours(operation, [=](auto& state) { AcrossThreads<OurQueue>(state, count); }),
         Floor(operation, goal, [=](auto& state) { AcrossThreads<BareQueue>(state, count); }),
+#ifdef BENCH_HAS_POCO
+        Peer(operation, "Poco::NotificationQueue, unbounded", 1.4,
+             [=](auto& state) { AcrossThreads<PocoQueue>(state, count); }),
+#endif
 #ifdef BENCH_HAS_TBB
-        Peer(operation, "tbb::concurrent_queue, unbounded", 1.4,
-             [=](auto& state) { AcrossThreads<UnboundedQueue>(state, count); }),
         Add(operation + "/bounded peer", "tbb::concurrent_bounded_queue", 1,
             [=](auto& state) { AcrossThreads<BoundedQueue>(state, count); }),
 #endif
@@ -223,10 +252,6 @@ void AddGeneralCommands()
             "add and drain, one thread, " + std::to_string(pairs) + " pairs";
         Ours(operation, [=](auto& state) { OnOneThread<OurQueue>(state, pairs); });
         Floor(operation, 1.1, [=](auto& state) { OnOneThread<BareQueue>(state, pairs); });
-#ifdef BENCH_HAS_TBB
-        Peer(operation, "tbb::concurrent_queue", 0,
-             [=](auto& state) { OnOneThread<UnboundedQueue>(state, pairs); });
-#endif
     }
     AddProducers(1, "1 producer", 1.1);
     AddProducers(4, "4 producers", 0.7);

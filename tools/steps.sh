@@ -18,7 +18,7 @@ CI_PACKAGES=(git clang clang-tidy clang-format libclang-rt-14-dev doxygen graphv
     flake8)
 COMPILER_PACKAGES=(g++-11 g++-12 clang-14 clang-16 clang-19)
 BENCH_PACKAGES=(libbenchmark-dev valgrind python3 gnuplot-nox)
-PEER_PACKAGES=(libboost-dev libspdlog-dev libtbb-dev)
+PEER_PACKAGES=(libboost-dev libpoco-dev libspdlog-dev libtbb-dev)
 
 fail() {
     echo "$script: $1" >&2
