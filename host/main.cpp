@@ -3,6 +3,7 @@
 #include <chrono>
 #include <clocale>
 #include <csignal>
+#include <cstdio>
 #include <exception>
 #include <stop_token>
 #include <string>
@@ -59,11 +60,13 @@ void StopOnSignal(std::stop_source stop)
         while (sigwait(&signals, &number) != 0) {
         }
         g_nSignal = number;
+        ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
         if (::isatty(STDERR_FILENO) == 1) {
-            emshost::Message(""); // ends the line of a prompt, or in which the terminal shows ^C
+            // Ends the line of a prompt, or in which the terminal shows ^C. Message() may wait for
+            // the reader of the standard output.
+            std::fputs("\n", stderr);
         }
         stop.request_stop();
-        ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
         for (;;) {
             ::pause();
         }
