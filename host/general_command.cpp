@@ -101,35 +101,34 @@ void Help(const Call& call)
     Print("help COMMAND explains the arguments of a command.");
 }
 
-const Service
-    g_Service("General commands",
-              {{"help",
-                "List the commands, or explain one.",
-                Help,
-                {Text("command", "which to explain", INT64_MAX, "")}},
-               {"pause",
-                "Wait.",
-                [](const Call& call) { call.m_Host.Pause(call.Number<int>("ms")); },
-                {Number("ms", 0, 60000, "how long, in milliseconds")}},
-               {"quit",
-                "End the process; the commands that follow are skipped.",
-                [](const Call& call) { call.m_Host.Quit(call.Number<int>("status")); },
-                {Number("status", 0, 255, "the exit status", "0")}},
-               {"repeat",
-                "Add a command several times, behind the queued ones, with the other arguments; "
-                "one that takes "
-                "any arguments also gets the count, as n.",
-                Repeat,
-                {Number("times", 0, 1000000, "how many times; all are in memory at once"),
-                 Text("command", "the name of the command")},
-                true},
-               {"run",
-                "Run the commands of another script at once, before the next line of this one.",
-                Run,
-                {Text("file", "the path of the script, relative to the directory of this script")}},
-               {"show", "Print the text form of this command.", Show, {}, true},
-               {"summary", "Print how many commands there have been so far.",
-                [](const Call& call) { Print(call.m_Host.Summary()); }}});
+const Service g_Service(
+    "General commands",
+    {{"help",
+      "List the commands, or explain one.",
+      Help,
+      {Text("command", "which to explain", INT64_MAX, "")}},
+     {"pause",
+      "Wait.",
+      [](const Call& call) { call.m_Host.Pause(call.Number<int>("ms")); },
+      {Number("ms", 0, 60000, "how long, in milliseconds")}},
+     {"quit",
+      "End the process; the commands that follow are skipped.",
+      [](const Call& call) { call.m_Host.Quit(call.Number<int>("status")); },
+      {Number("status", 0, 255, "the exit status", "0")}},
+     {"repeat",
+      "Add a command with the other arguments several times, behind the queued ones; if it takes "
+      "any arguments it also gets the count, as n.",
+      Repeat,
+      {Number("times", 0, 1000000, "how many times; all are in memory at once"),
+       Text("command", "the name of the command")},
+      true},
+     {"run",
+      "Run the commands of another script at once, before the next line of this one.",
+      Run,
+      {Text("file", "the path of the script, relative to the directory of this script")}},
+     {"show", "Print the text form of this command.", Show, {}, true},
+     {"summary", "Print how many commands there have been so far.",
+      [](const Call& call) { Print(call.m_Host.Summary()); }}});
 
 } // namespace
 
