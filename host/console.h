@@ -19,8 +19,8 @@ bool IsOutputLost();
 /// Writes all results, and then a message.
 void Message(std::string_view line);
 
-/// Makes debug lines be appended to a file. Returns false, with a message, when it cannot be
-/// opened.
+/// Opens a file, to which all later debug lines are appended. Returns false, with a message, when
+/// it cannot be opened.
 bool OpenDebugFile(const std::string& path);
 void DebugLine(std::string_view line);
 

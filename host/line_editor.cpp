@@ -16,7 +16,7 @@ namespace emshost {
 
 namespace {
 
-constexpr int MOST_LINES = 1000; // that can be called back
+constexpr int MOST_LINES = 1000; // in the history
 
 std::optional<std::string> g_strTyped;
 
@@ -29,8 +29,7 @@ void TakeLine(char* line)
     std::free(line); // NOLINT: the library has allocated it
 }
 
-/// The name of the command after those that earlier calls have returned, the first call having the
-/// state 0; null after the last.
+/// libedit calls this with the states 0, 1, 2 and so on until it returns null.
 char* NextName(const char* typed, int state)
 {
     static std::vector<std::string> names;
@@ -42,7 +41,7 @@ char* NextName(const char* typed, int state)
     return index < names.size() ? ::strdup(names[index].c_str()) : nullptr;
 }
 
-/// A command stands at the begin of a line, or after "help".
+/// A command stands at the beginning of a line, or after "help".
 char** Complete(const char* typed, int begin, int)
 {
     rl_attempted_completion_over = 1; // never the name of a file

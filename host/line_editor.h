@@ -8,7 +8,7 @@ namespace emshost {
 
 /// Shows a prompt at the terminal, and returns the line that is typed, with its line end; the empty
 /// text at the end of the input, or when the process is to stop. The line can be edited, earlier
-/// lines can be called back, and the names of commands are completed. One thread may call it. Left
+/// lines are in a history, and the names of commands are completed. One thread may call it. Left
 /// out where libedit is absent.
 std::string EditLine(const std::stop_token& stop);
 
