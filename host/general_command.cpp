@@ -1,14 +1,10 @@
 #include "emsutil/general_command.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
-#include <system_error>
-
-#include <unistd.h>
 
 #include "emsutil/diagnostics.h"
 #include "host/host.h"
@@ -46,11 +42,8 @@ void Show(const Call& call)
 void Run(const Call& call)
 {
     const std::filesystem::path asking = call.Path();
-    const std::string path = asking.parent_path() / call.Text("file");
-    if (::access(path.c_str(), R_OK) != 0) {
-        throw std::system_error(errno, std::generic_category(), path);
-    }
-    call.m_Host.RunScript(path);
+    const std::string file = call.Text("file");
+    call.m_Host.RunScript(file == "-" ? file : (asking.parent_path() / file).string());
 }
 
 /// The added command is this one without the first "times" and "command": more pairs of these names
@@ -125,7 +118,8 @@ const Service g_Service(
      {"run",
       "Run the commands of another script at once, before the next line of this one.",
       Run,
-      {Text("file", "the path of the script, relative to the directory of this script")}},
+      {Text("file", "the path of the script, relative to the directory of this script; - is "
+                    "standard input")}},
      {"show", "Print the text form of this command.", Show, {}, true},
      {"summary", "Print how many commands there have been so far.",
       [](const Call& call) { Print(call.m_Host.Summary()); }}});

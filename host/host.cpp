@@ -126,6 +126,9 @@ bool Host::ReadScript(LineReader& reader, bool nested)
             Deliver(cmd, position, nested);
         } else if (parsed == ParseResult::Error) {
             const bool isOver = result == LineReader::Result::Failed;
+            if (isOver && nested) {
+                throw std::runtime_error(position.value + ": " + error); // the command has failed
+            }
             DeliverFault(isOver ? UNREAD : BAD_LINES, error, position, nested);
             if (isOver || m_Options.strict) {
                 return !m_Options.strict;
@@ -251,7 +254,7 @@ void Host::RunScript(const std::string& path)
     // A script that ran itself twice would run 2^DEEPEST_NESTING times.
     for (const Position& by : m_Running) {
         std::error_code missing;
-        if (std::filesystem::equivalent(path, by.name, missing)) {
+        if (path == by.name || std::filesystem::equivalent(path, by.name, missing)) {
             throw std::runtime_error(path + " is being run already");
         }
     }
