@@ -10,18 +10,25 @@
 #include "host/command_parser.h"
 
 using namespace NSQN_EMSUTIL_AGENT;
+using emshost::BadLine;
 using emshost::ParseCommand;
-using emshost::ParseResult;
 
 namespace {
 
 struct Parsed
 {
-    explicit Parsed(std::string_view line) : m_Result(ParseCommand(line, m_Cmd, m_strError)) {}
+    explicit Parsed(std::string_view line, const EmsGeneralCmd& used = {}) : m_Cmd(used)
+    {
+        try {
+            m_bCommand = ParseCommand(line, m_Cmd);
+        } catch (const BadLine& bad) {
+            m_strError = bad.what();
+        }
+    }
 
     EmsGeneralCmd m_Cmd;
+    bool m_bCommand = false;
     std::string m_strError;
-    ParseResult m_Result;
 };
 
 std::string Quote(const std::string& text)
@@ -63,7 +70,7 @@ void CheckCommand(const Parsed& parsed, std::size_t size)
     Expect(text.size() <= 32 + 16 * size, "a text form is no longer than its line allows");
 
     const Parsed again(LineOf(parsed.m_Cmd));
-    Expect(again.m_Result == ParseResult::Command, "the quoted line is a command");
+    Expect(again.m_bCommand, "the quoted line is a command");
     Expect(LineOf(again.m_Cmd) == LineOf(parsed.m_Cmd), "the quoted line is the same command");
 }
 
@@ -85,24 +92,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     const std::string line(reinterpret_cast<const char*>(data), size);
     const Parsed parsed(line);
-    Expect(parsed.m_strError.empty() == (parsed.m_Result != ParseResult::Error),
-           "there is an error text when there is an error");
-    switch (parsed.m_Result) {
-    case ParseResult::Command:
+    if (parsed.m_bCommand) {
         CheckCommand(parsed, size);
-        break;
-    case ParseResult::Blank:
-        Expect(LineOf(parsed.m_Cmd) == LineOf(EmsGeneralCmd()), "a blank line has no command");
-        break;
-    case ParseResult::Error:
+    } else if (!parsed.m_strError.empty()) {
         CheckError(parsed.m_strError, size);
-        break;
+    } else {
+        Expect(LineOf(parsed.m_Cmd) == LineOf(EmsGeneralCmd()), "a blank line has no command");
     }
 
-    EmsGeneralCmd used = parsed.m_Cmd;
-    std::string error;
-    Expect(ParseCommand(line, used, error) == parsed.m_Result && error == parsed.m_strError &&
-               LineOf(used) == LineOf(parsed.m_Cmd),
+    const Parsed again(line, parsed.m_Cmd);
+    Expect(again.m_bCommand == parsed.m_bCommand && again.m_strError == parsed.m_strError &&
+               LineOf(again.m_Cmd) == LineOf(parsed.m_Cmd),
            "a line that is parsed again into a used command gives the same");
     return 0;
 }

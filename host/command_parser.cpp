@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "emsutil/diagnostics.h"
 
@@ -26,28 +27,27 @@ bool IsInteger(std::string_view text)
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-/// Reads from left to right. What returns a bool returns false after an error, with the error set.
+/// Reads from left to right. Throws BadLine.
 class LineParser
 {
 public:
-    LineParser(std::string_view line, std::string& error) : m_Line(line), m_strError(error) {}
+    explicit LineParser(std::string_view line) : m_Line(line) {}
 
-    ParseResult Parse(EmsGeneralCmd& cmd)
+    bool Parse(EmsGeneralCmd& cmd)
     {
         if (AtEnd()) {
-            return ParseResult::Blank;
+            return false;
         }
         const std::size_t begin = m_nAt;
-        if (!TakeText(cmd.name, NAME_ENDS)) {
-            return ParseResult::Error;
-        }
+        cmd.name = TakeText(NAME_ENDS);
         if (!AtOneOf(WORD_ENDS) || m_nAt == begin) {
             FailExpected("a command name", begin);
-            return ParseResult::Error;
         }
-        TakeTopic(cmd);
-        const bool isRead = TakePairs(cmd.nvtps) && TakeObjects(cmd.objs);
-        return isRead ? ParseResult::Command : ParseResult::Error;
+        TakePairs(cmd.nvtps, cmd.name == "help");
+        for (; !AtEnd(); ++m_nAt) {
+            TakeObject(cmd.objs.objs.emplace_back());
+        }
+        return true;
     }
 
 private:
@@ -65,16 +65,15 @@ private:
         return m_nAt == m_Line.size() || At('#');
     }
 
-    bool Fail(const std::string& what, std::size_t at)
+    [[noreturn]] static void Fail(const std::string& what, std::size_t at)
     {
-        m_strError = what + " at column " + std::to_string(at + 1);
-        return false;
+        throw BadLine(what + " at column " + std::to_string(at + 1));
     }
 
-    bool FailExpected(const std::string& expected, std::size_t at)
+    [[noreturn]] void FailExpected(const std::string& expected, std::size_t at) const
     {
         const std::size_t end = m_Line.find_first_of(BLANKS, at);
-        return Fail("expected " + expected + ", found " + Quoted(m_Line.substr(at, end - at)), at);
+        Fail("expected " + expected + ", found " + Quoted(m_Line.substr(at, end - at)), at);
     }
 
     std::string_view TakeBare(std::string_view ends)
@@ -85,142 +84,116 @@ private:
     }
 
     /// A bare text, which may be empty, or a quoted one.
-    bool TakeText(std::string& text, std::string_view ends)
+    std::string TakeText(std::string_view ends)
     {
         if (!At('"')) {
-            text = TakeBare(ends);
-            return true;
+            return std::string(TakeBare(ends));
         }
+        std::string text;
         const std::size_t begin = m_nAt++;
-        for (; m_nAt < m_Line.size(); ++m_nAt) {
-            if (At('"')) {
-                ++m_nAt;
-                return true;
+        for (; !At('"'); ++m_nAt) {
+            if (m_nAt == m_Line.size()) {
+                Fail("unterminated quote", begin);
             }
-            if (!At('\\')) {
-                text += m_Line[m_nAt];
-            } else if (m_nAt + 1 < m_Line.size() && !TakeEscape(text)) {
-                return false;
-            }
+            text += At('\\') ? TakeEscape() : m_Line[m_nAt];
         }
-        return Fail("unterminated quote", begin);
+        ++m_nAt;
+        return text;
     }
 
     /// Leaves the position on the last character of the escape.
-    bool TakeEscape(std::string& text)
+    char TakeEscape()
     {
         constexpr std::string_view names = "\"\\ntr";
         constexpr std::string_view values = "\"\\\n\t\r";
+        const std::string_view escape = m_Line.substr(m_nAt, 2);
+        if (escape.size() < 2) {
+            return '\\'; // the quote is not terminated
+        }
         const std::size_t begin = m_nAt++;
-        if (const auto index = names.find(m_Line[m_nAt]); index != std::string_view::npos) {
-            text += values[index];
-            return true;
+        if (const auto index = names.find(escape[1]); index != std::string_view::npos) {
+            return values[index];
         }
         if (!At('x')) {
-            return Fail("unknown escape " + Quoted(m_Line.substr(begin, 2)), begin);
+            Fail("unknown escape " + Quoted(escape), begin);
         }
         const std::string_view digits = m_Line.substr(m_nAt + 1, 2);
         const char* const end = digits.data() + digits.size();
         unsigned char byte = 0;
         if (std::from_chars(digits.data(), end, byte, 16).ptr != end || digits.size() < 2) {
-            return Fail("\\x without two hexadecimal digits", begin);
+            Fail("\\x without two hexadecimal digits", begin);
         }
-        text += static_cast<char>(byte);
         m_nAt += 2;
-        return true;
+        return static_cast<char>(byte);
     }
 
     /// "help WORD" is short for "help command=WORD".
-    void TakeTopic(EmsGeneralCmd& cmd)
+    void TakePairs(EmsNVTPList& list, bool isHelp = false)
     {
-        if (AtEnd() || cmd.name != "help") {
-            return;
+        for (; !AtEnd() && !At('{') && !At('}'); isHelp = false) {
+            TakePair(list.nvtps.emplace_back(), isHelp);
         }
-        const std::size_t begin = m_nAt;
-        const std::string_view word = TakeBare(NAME_ENDS);
-        if (word.empty() || !AtOneOf(WORD_ENDS)) {
-            m_nAt = begin;
-            return;
-        }
-        Pair& pair = cmd.nvtps.nvtps.emplace_back();
-        pair.name = "command";
-        pair.value = word;
     }
 
-    bool TakePairs(EmsNVTPList& list)
-    {
-        while (!AtEnd() && !At('{') && !At('}')) {
-            if (!TakePair(list.nvtps.emplace_back())) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    bool TakePair(Pair& pair)
+    void TakePair(Pair& pair, bool mayBeTopic)
     {
         const std::size_t begin = m_nAt;
-        if (!TakeText(pair.name, NAME_ENDS)) {
-            return false;
-        }
+        const bool quotedName = At('"');
+        pair.name = TakeText(NAME_ENDS);
         const bool named = m_nAt > begin;
+        if (mayBeTopic && named && !quotedName && AtOneOf(WORD_ENDS)) {
+            pair.value = std::exchange(pair.name, "command");
+            return;
+        }
         if (At(':')) {
             const std::size_t typeBegin = ++m_nAt;
             const std::string_view type = TakeBare(NAME_ENDS);
             if (named && At('=') && type != "long") {
-                return Fail("unknown type " + Quoted(type) + ", only long is known", typeBegin);
+                Fail("unknown type " + Quoted(type) + ", only long is known", typeBegin);
             }
             pair.rtype = NVTP_TYPE_LONG;
         }
         if (!named || !At('=')) {
-            return FailExpected("name=value", begin);
+            FailExpected("name=value", begin);
         }
         const std::size_t valueBegin = ++m_nAt;
         const bool quoted = At('"');
-        if (!TakeText(pair.value, VALUE_ENDS)) {
-            return false;
-        }
+        pair.value = TakeText(VALUE_ENDS);
         if (!AtOneOf(WORD_ENDS)) {
-            return Fail(quoted ? "text after a closing quote" : "quote inside a bare value", m_nAt);
+            Fail(quoted ? "text after a closing quote" : "quote inside a bare value", m_nAt);
         }
-        return pair.rtype != NVTP_TYPE_LONG || IsInteger(pair.value) ||
-               Fail(Quoted(pair.value) + " is not an integer", valueBegin);
+        if (pair.rtype == NVTP_TYPE_LONG && !IsInteger(pair.value)) {
+            Fail(Quoted(pair.value) + " is not an integer", valueBegin);
+        }
     }
 
-    bool TakeObjects(EmsGeneralObjList& list)
+    /// Leaves the position on the closing brace.
+    void TakeObject(EmsGeneralObj& object)
     {
-        for (; !AtEnd(); ++m_nAt) {
-            const std::size_t begin = m_nAt;
-            if (!At('{')) {
-                return FailExpected("{ or the end of the line", begin);
-            }
-            ++m_nAt;
-            if (!TakePairs(list.objs.emplace_back().nvtps)) {
-                return false;
-            }
-            if (AtEnd()) {
-                return Fail("object not closed with }", begin);
-            }
-            if (!At('}')) {
-                return FailExpected("name=value or }", m_nAt);
-            }
+        const std::size_t begin = m_nAt;
+        if (!At('{')) {
+            FailExpected("{ or the end of the line", begin);
         }
-        return true;
+        ++m_nAt;
+        TakePairs(object.nvtps);
+        if (AtEnd()) {
+            Fail("object not closed with }", begin);
+        }
+        if (!At('}')) {
+            FailExpected("name=value or }", m_nAt);
+        }
     }
 
     std::string_view m_Line;
-    std::string& m_strError;
     std::size_t m_nAt = 0;
 };
 
 } // namespace
 
-ParseResult ParseCommand(std::string_view line, EmsGeneralCmd& cmd, std::string& error)
+bool ParseCommand(std::string_view line, EmsGeneralCmd& cmd)
 {
-    cmd.name.clear();
-    cmd.nvtps.nvtps.clear();
-    cmd.objs.objs.clear();
-    return LineParser(line, error).Parse(cmd);
+    cmd = EmsGeneralCmd();
+    return LineParser(line).Parse(cmd);
 }
 
 std::string Printable(std::string_view text)

@@ -1,6 +1,7 @@
 #ifndef HOST_COMMAND_PARSER_H
 #define HOST_COMMAND_PARSER_H
 
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -8,10 +9,15 @@
 
 namespace emshost {
 
-enum class ParseResult { Command, Blank, Error };
+/// What is wrong with a line of a script.
+struct BadLine : std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+};
 
-/// Reads one line of a script, without its line end: a command, or nothing but blanks and a
-/// comment, or an error, which `error` then says, with its column in bytes. `cmd` is overwritten.
+/// Reads the command in a line of a script, without its line end, and overwrites `cmd`. Returns
+/// false if there is nothing but blanks and a comment. Throws BadLine, which says the column in
+/// bytes.
 ///
 ///     name  name=value ...  name:long=value ...  { name=value ... } ...   # comment
 ///
@@ -26,8 +32,7 @@ enum class ParseResult { Command, Blank, Error };
 /// - A value of the type long is an optional sign and decimal digits, as many as you like.
 /// - A bare word as the first argument of "help" is short for command=WORD.
 /// - # begins a comment where a name could begin, and is an ordinary character elsewhere.
-ParseResult ParseCommand(std::string_view line, NSQN_EMSUTIL_AGENT::EmsGeneralCmd& cmd,
-                         std::string& error);
+bool ParseCommand(std::string_view line, NSQN_EMSUTIL_AGENT::EmsGeneralCmd& cmd);
 
 /// `text` as it is, if it is a plain word, else quoted.
 std::string Printable(std::string_view text);

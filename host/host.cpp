@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "emsutil/diagnostics.h"
-#include "host/line_editor.h"
+#include "host/line_reader.h"
 
 namespace emshost {
 
@@ -36,7 +36,7 @@ constexpr const char* COUNT_NAMES[] = {"read",
 constinit Host* g_pHost = nullptr;
 
 /// What cannot be run as a command goes through the queue too, so that its message comes in its
-/// turn: as a command of this name with the message, and the kind of fault in its position.
+/// turn: as a command of this name, with the message and the kind of fault in its position.
 std::string g_strFault = "(fault)";
 const RegEmsUtilCmd g_FaultRegistration(g_strFault, Host::Dispatch);
 
@@ -55,7 +55,8 @@ Host::~Host()
 
 int Host::Run(const std::vector<std::string>& scripts)
 {
-    m_bInteractive = scripts.empty() && ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
+    m_bInteractive = scripts == std::vector<std::string>{"-"} && ::isatty(STDIN_FILENO) == 1 &&
+                     ::isatty(STDOUT_FILENO) == 1;
     if (m_Options.direct || m_bInteractive) {
         ReadAll(scripts);
     } else {
@@ -85,53 +86,44 @@ int Host::Run(const std::vector<std::string>& scripts)
 
 void Host::ReadAll(const std::vector<std::string>& scripts)
 {
-    LineReader::Source typed;
-#if EMSHOST_HAS_LINE_EDITOR
-    std::string line;
     if (m_bInteractive) {
         Print("help lists the commands, and Ctrl-D ends the process.");
-        typed = [&] { return std::string_view(line = EditLine(StopToken())); };
     }
-#endif
-    try {
-        for (const auto& script : scripts.empty() ? std::vector<std::string>{"-"} : scripts) {
-            LineReader reader(script, StopToken(), typed);
-            if (!ReadScript(reader, false)) {
+    for (const std::string& script : scripts) {
+        try {
+            if (!ReadScript(script, false)) {
+                return;
+            }
+        } catch (const std::exception& failure) {
+            DeliverFault(UNREAD, failure.what(), false);
+            if (m_Options.strict) {
                 return;
             }
         }
-    } catch (const std::exception& failure) {
-        Report(FAILED, std::string("emshost: ") + failure.what());
     }
 }
 
-/// False when no more is to be read.
-bool Host::ReadScript(LineReader& reader, bool nested)
+/// Returns false when no more is to be read.
+bool Host::ReadScript(const std::string& path, bool nested)
 {
+    LineReader reader(path, StopToken(), m_bInteractive && !nested);
     EmsGeneralCmd cmd;
     Position position;
-    position.name = reader.Path();
-    while (!m_Stop.stop_requested()) {
-        const LineReader::Result result = reader.Next();
-        std::string error = reader.Error();
-        const ParseResult parsed = result == LineReader::Result::Line
-                                       ? ParseCommand(reader.Line(), cmd, error)
-                                       : ParseResult::Error;
-        position.value = reader.Where();
-        if (result == LineReader::Result::End) {
-            return true;
-        }
-        if (parsed == ParseResult::Command) {
-            ++m_Counts[READ];
-            Deliver(cmd, position, nested);
-        } else if (parsed == ParseResult::Error) {
-            const bool isOver = result == LineReader::Result::Failed;
-            if (isOver && nested) {
-                throw std::runtime_error(position.value + ": " + error); // the command has failed
+    position.name = path;
+    for (std::string line; !m_Stop.stop_requested();) {
+        try {
+            if (!reader.Next(line)) {
+                return true;
             }
-            DeliverFault(isOver ? UNREAD : BAD_LINES, error, position, nested);
-            if (isOver || m_Options.strict) {
-                return !m_Options.strict;
+            if (ParseCommand(line, cmd)) {
+                ++m_Counts[READ];
+                position.value = reader.Where();
+                Deliver(cmd, position, nested);
+            }
+        } catch (const BadLine& bad) {
+            DeliverFault(BAD_LINES, reader.Where() + ": " + bad.what(), nested);
+            if (m_Options.strict) {
+                return false;
             }
         }
     }
@@ -141,7 +133,8 @@ bool Host::ReadScript(LineReader& reader, bool nested)
 void Host::Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested)
 {
     if (position.rtype == READ && FindCommand(cmd.name) == nullptr) {
-        DeliverFault(UNKNOWN, Unknown(cmd.name, CommandNames()), position, nested);
+        const std::string unknown = Unknown(cmd.name, CommandNames());
+        DeliverFault(UNKNOWN, position.value + ": " + unknown, nested);
         return;
     }
     cmd.nvtps.nvtps.push_back(position); // RunCommand() removes it
@@ -158,13 +151,14 @@ void Host::Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested)
     }
 }
 
-void Host::DeliverFault(Count kind, const std::string& message, Position position, bool nested)
+void Host::DeliverFault(Count kind, const std::string& message, bool nested)
 {
     EmsGeneralCmd cmd;
     cmd.name = g_strFault;
-    cmd.nvtps.nvtps.emplace_back().value = message;
-    position.rtype = kind;
-    Deliver(cmd, position, nested);
+    Position fault;
+    fault.value = message;
+    fault.rtype = kind;
+    Deliver(cmd, fault, nested);
 }
 
 /// The reader announces each command after adding it; here the announcement is taken back before
@@ -212,7 +206,7 @@ void Host::RunCommand(EmsGeneralCmd& cmd)
     if (m_Stop.stop_requested()) {
         m_Counts[SKIPPED] += fault == READ ? 1 : 0;
     } else if (fault != READ) {
-        Report(fault, position.value + ": " + pairs.front().value);
+        Report(fault, position.value);
     } else {
         ++m_Counts[RUN];
         const Command& command = *FindCommand(cmd.name);
@@ -259,8 +253,7 @@ void Host::RunScript(const std::string& path)
         }
     }
     CheckNesting();
-    LineReader reader(path, StopToken());
-    ReadScript(reader, true);
+    ReadScript(path, true);
 }
 
 void Host::Add(EmsGeneralCmd& cmd)

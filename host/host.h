@@ -19,7 +19,6 @@
 #include "host/command.h"
 #include "host/command_parser.h"
 #include "host/console.h"
-#include "host/line_reader.h"
 #include "host/workers.h"
 
 namespace emshost {
@@ -82,9 +81,9 @@ private:
     enum Count { READ, ADDED, RUN, UNKNOWN, BAD_LINES, FAILED, UNREAD, SKIPPED, COUNTS };
 
     void ReadAll(const std::vector<std::string>& scripts);
-    bool ReadScript(LineReader& reader, bool nested);
+    bool ReadScript(const std::string& path, bool nested);
     void Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested);
-    void DeliverFault(Count kind, const std::string& message, Position position, bool nested);
+    void DeliverFault(Count kind, const std::string& message, bool nested);
     void RunCommand(EmsGeneralCmd& cmd);
     void Report(Count kind, const std::string& message);
     void CheckNesting() const;

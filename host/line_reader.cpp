@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -10,7 +11,9 @@
 #include <unistd.h>
 
 #include "emsutil/diagnostics.h"
+#include "host/command_parser.h"
 #include "host/console.h"
+#include "host/line_editor.h"
 
 namespace emshost {
 
@@ -18,12 +21,24 @@ using NSQN_EMSUTIL_AGENT::string_format;
 
 namespace {
 
+constexpr std::size_t LONGEST_LINE = 65536;
+constexpr std::size_t READ_SIZE = 65536;
 constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
+
+std::string NameOf(const std::string& path)
+{
+    return path == "-" ? "stdin" : path.empty() ? "\"\"" : path;
+}
 
 /// A named pipe is opened without waiting for a writer; the wait for input then does that.
 int Open(const std::string& path)
 {
-    return path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int descriptor =
+        path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), NameOf(path));
+    }
+    return descriptor;
 }
 
 /// A CR is let through: at the end of a line it is part of the line end, elsewhere a character.
@@ -40,100 +55,89 @@ int WaitForInput(int descriptor, int milliseconds)
     return ::poll(&waited, 1, milliseconds);
 }
 
-LineReader::LineReader(const std::string& path, std::stop_token stop, Source source)
-    : m_strPath(path), m_Stop(std::move(stop)), m_Source(std::move(source)),
-      m_nDescriptor(Open(path)), m_nError(m_nDescriptor < 0 ? errno : 0),
-      m_bTerminal(::isatty(m_nDescriptor) == 1), m_Buffer(LONGEST_LINE)
+LineReader::LineReader(const std::string& path, std::stop_token stop, bool edited)
+    : m_strName(NameOf(path)), m_Stop(std::move(stop)), m_bEdited(edited), m_nDescriptor(Open(path))
 {}
 
 LineReader::~LineReader()
 {
-    if (m_nDescriptor > STDIN_FILENO) {
+    if (m_nDescriptor != STDIN_FILENO) {
         ::close(m_nDescriptor);
     }
 }
 
-std::string LineReader::Where() const
-{
-    const std::string name = m_strPath == "-" ? "stdin" : m_strPath.empty() ? "\"\"" : m_strPath;
-    return m_nError != 0 ? name : name + ':' + std::to_string(m_nLineNumber);
-}
-
-LineReader::Result LineReader::Next()
+bool LineReader::Next(std::string& line)
 {
     ++m_nLineNumber;
-    m_strLine.clear();
-    m_strError.clear();
-    bool hasBegun = false;
-    // A terminal goes on after an error: what was a slip is not the shell's.
-    const auto goesOn = [this] { return m_strError.empty() || m_bTerminal; };
-    for (bool hasEnded = false; !hasEnded && goesOn() && (!m_Rest.empty() || ReadMore());) {
-        const std::size_t length = std::min(m_Rest.find('\n'), m_Rest.size());
-        hasBegun = true;
-        hasEnded = length < m_Rest.size();
-        Append(m_Rest.substr(0, length));
-        m_Rest.remove_prefix(length + (hasEnded ? 1 : 0));
+    line.clear();
+    bool hasEnded = false;
+    while (!hasEnded && (!m_Rest.empty() || ReadMore())) {
+        const std::string_view part = m_Rest.substr(0, m_Rest.find('\n'));
+        hasEnded = part.size() < m_Rest.size();
+        m_Rest.remove_prefix(part.size() + (hasEnded ? 1 : 0));
+        CheckText(part);
+        // No more is kept of a line that is too long than shows that it is: one more for a CR.
+        if (line.size() <= LONGEST_LINE + BYTE_ORDER_MARK.size() + 1) {
+            line += part;
+        }
     }
-    if (m_nError != 0) {
-        m_strError = std::generic_category().message(m_nError);
-        return Result::Failed;
+    if (!hasEnded && line.empty()) {
+        return false;
     }
-    if (!hasBegun) {
-        return Result::End;
+    if (m_nLineNumber == 1 && line.starts_with(BYTE_ORDER_MARK)) {
+        line.erase(0, BYTE_ORDER_MARK.size());
     }
-    if (!m_strError.empty()) {
-        return goesOn() ? Result::Bad : Result::Failed;
+    if (line.ends_with('\r')) {
+        line.pop_back();
     }
-    if (m_nLineNumber == 1 && m_strLine.starts_with(BYTE_ORDER_MARK)) {
-        m_strLine.erase(0, BYTE_ORDER_MARK.size());
+    if (line.size() > LONGEST_LINE) {
+        throw BadLine(string_format("line longer than %zu bytes", LONGEST_LINE));
     }
-    if (m_strLine.ends_with('\r')) {
-        m_strLine.pop_back();
-    }
-    if (m_strLine.size() > LONGEST_LINE) {
-        m_strError = string_format("line longer than %zu bytes", LONGEST_LINE);
-        return Result::Bad;
-    }
-    return Result::Line;
+    return true;
 }
 
-/// Keeps no more of a line that is too long than shows that it is.
-void LineReader::Append(std::string_view part)
+/// What was a slip at a terminal, where a part is a line, does not end the process.
+void LineReader::CheckText(std::string_view part) const
 {
     const auto control = std::find_if(part.begin(), part.end(), IsControl);
     if (control != part.end()) {
-        m_strError =
+        const std::string wrong =
             string_format("not a text file (byte 0x%02x)", static_cast<unsigned char>(*control));
-    }
-    if (m_strLine.size() <= LONGEST_LINE + BYTE_ORDER_MARK.size() + 1) { // one more for a CR
-        m_strLine += part;
+        if (::isatty(m_nDescriptor) == 1) {
+            throw BadLine(wrong);
+        }
+        throw std::runtime_error(Where() + ": " + wrong);
     }
 }
 
-/// False at the end of the input, when the process is to stop, or with m_nError set.
+/// Returns false at the end of the input, or when the process is to stop.
 bool LineReader::ReadMore()
 {
-    if (m_Source) {
-        m_Rest = m_Source();
+#if EMSHOST_HAS_LINE_EDITOR
+    if (m_bEdited) {
+        m_strRead = EditLine(m_Stop);
+        m_Rest = m_strRead;
         return !m_Rest.empty();
     }
-    while (m_nError == 0) {
-        if (WaitForInput(m_nDescriptor, 0) <= 0) {
-            Flush(); // what is done is seen while the process waits
-        }
+#endif
+    m_strRead.resize(READ_SIZE);
+    if (WaitForInput(m_nDescriptor, 0) <= 0) {
+        Flush(); // what is done is seen while the process waits
+    }
+    ssize_t count = 0;
+    do {
         while (!m_Stop.stop_requested() && WaitForInput(m_nDescriptor, STOP_CHECK_MS) <= 0) {
         }
         if (m_Stop.stop_requested()) {
             return false;
         }
-        const ssize_t count = ::read(m_nDescriptor, m_Buffer.data(), m_Buffer.size());
-        if (count >= 0) {
-            m_Rest = std::string_view(m_Buffer.data(), static_cast<std::size_t>(count));
-            return count > 0;
-        }
-        m_nError = errno == EAGAIN ? 0 : errno;
+        count = ::read(m_nDescriptor, m_strRead.data(), m_strRead.size());
+    } while (count < 0 && errno == EAGAIN);
+    if (count < 0) {
+        throw std::system_error(errno, std::generic_category(), m_strName);
     }
-    return false;
+    m_Rest = std::string_view(m_strRead).substr(0, static_cast<std::size_t>(count));
+    return count > 0;
 }
 
 } // namespace emshost

@@ -77,7 +77,7 @@ void StopOnSignal(std::stop_source stop)
 int Run(int argc, char** argv)
 {
     emshost::HostOptions options;
-    std::vector<std::string> scripts;
+    std::vector<std::string> scripts = {"-"};
     std::string debugFile;
     int soakSeconds = 0;
 
