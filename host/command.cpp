@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <numeric>
 #include <stdexcept>
 #include <utility>
@@ -52,25 +53,24 @@ bool IsInRange(const Argument& argument, std::string_view number)
     return result.ec == std::errc() && value >= argument.lowest && value <= argument.highest;
 }
 
-std::string CheckValue(const Argument& argument, const EmsNameAndValueStringTypePair& pair)
+void CheckValue(const Argument& argument, const EmsNameAndValueStringTypePair& pair)
 {
+    const auto fail = [&pair](const std::string& wrong) {
+        throw std::runtime_error(pair.name + ": " + wrong);
+    };
+    const auto& choices = argument.choices;
     if ((pair.rtype == NVTP_TYPE_LONG) != argument.isNumber) {
-        return std::string("must be a ") + (argument.isNumber ? "number: " : "text: ") +
-               argument.Form();
+        fail((argument.isNumber ? "must be a number: " : "must be a text: ") + argument.Form());
     }
-    if (argument.isNumber) {
-        const bool isInRange = IsInRange(argument, pair.value);
-        return isInRange ? "" : pair.value + " is out of the range " + RangeOf(argument);
+    if (argument.isNumber && !IsInRange(argument, pair.value)) {
+        fail(pair.value + " is out of the range " + RangeOf(argument));
     }
     if (pair.value.find('\0') != std::string::npos) {
-        return Quoted(pair.value) + " has a NUL, where the text would be cut";
+        fail(Quoted(pair.value) + " has a NUL, where the text would be cut");
     }
-    if (std::cmp_greater(pair.value.size(), argument.highest)) {
-        return "longer than " + std::to_string(argument.highest) + " bytes";
+    if (!choices.empty() && std::ranges::count(choices, pair.value) == 0) {
+        fail("must be " + argument.Form());
     }
-    const auto& choices = argument.choices;
-    const bool isChoice = choices.empty() || std::ranges::count(choices, pair.value) > 0;
-    return isChoice ? "" : "must be " + argument.Form();
 }
 
 } // namespace
@@ -78,17 +78,17 @@ std::string CheckValue(const Argument& argument, const EmsNameAndValueStringType
 Argument Number(const char* name, std::int64_t lowest, std::int64_t highest, const char* help,
                 const char* fallback)
 {
-    return {name, true, lowest, highest, help, fallback};
+    return {name, help, fallback, true, lowest, highest};
 }
 
-Argument Text(const char* name, const char* help, std::int64_t longest, const char* fallback)
+Argument Text(const char* name, const char* help, const char* fallback)
 {
-    return {name, false, 0, longest, help, fallback};
+    return {name, help, fallback};
 }
 
 Argument Choice(const char* name, std::vector<std::string> choices, const char* help)
 {
-    return {name, false, 0, INT64_MAX, help, nullptr, std::move(choices)};
+    return {name, help, nullptr, false, 0, 0, std::move(choices)};
 }
 
 std::string Argument::Form() const
@@ -117,8 +117,6 @@ std::vector<std::string> Command::Explanations() const
         std::string& line = lines.emplace_back(argument.name + std::string(": ") + argument.help);
         if (argument.isNumber) {
             line += ", " + RangeOf(argument);
-        } else if (argument.highest != INT64_MAX) {
-            line += ", at most " + std::to_string(argument.highest) + " bytes";
         }
         if (argument.fallback != nullptr && *argument.fallback != '\0') {
             line += std::string("; ") + argument.fallback + " unless given";
@@ -127,38 +125,38 @@ std::vector<std::string> Command::Explanations() const
     return lines;
 }
 
-std::string Command::Check(const EmsGeneralCmd& cmd) const
+void Command::Check(const EmsGeneralCmd& cmd) const
 {
-    std::map<std::string, const Argument*> missing;
-    std::vector<std::string> names;
-    for (const Argument& argument : arguments) {
-        missing.emplace(argument.name, &argument);
-        names.emplace_back(argument.name);
-    }
+    std::vector<Argument> missing = arguments;
     for (const EmsNameAndValueStringTypePair& pair : cmd.nvtps.nvtps) {
-        if (const auto found = missing.find(pair.name); found != missing.end()) {
-            if (const std::string wrong = CheckValue(*found->second, pair); !wrong.empty()) {
-                return pair.name + ": " + wrong;
-            }
+        const auto found = std::ranges::find(missing, pair.name, &Argument::name);
+        if (found != missing.end()) {
+            CheckValue(*found, pair);
             missing.erase(found);
         } else if (!takesMore) {
+            std::vector<std::string> names;
+            std::ranges::transform(arguments, std::back_inserter(names), &Argument::name);
             const bool isKnown = std::ranges::count(names, pair.name) > 0;
-            return isKnown ? pair.name + ": given twice" : Unknown(pair.name, names);
+            throw std::runtime_error(isKnown ? pair.name + ": given twice"
+                                             : Unknown(pair.name, names));
         }
     }
-    for (const auto& [argument, declared] : missing) {
-        if (declared->fallback == nullptr) {
-            return argument + ": missing; the command is " + Usage();
+    for (const Argument& argument : missing) {
+        if (argument.fallback == nullptr) {
+            throw std::runtime_error(argument.name + (": missing; the command is " + Usage()));
         }
     }
-    return takesMore || cmd.objs.objs.empty() ? "" : "takes no object in braces";
+    if (!takesMore && !cmd.objs.objs.empty()) {
+        throw std::runtime_error("takes no object in braces");
+    }
 }
 
 Service::Service(const char* title, std::initializer_list<Command> commands)
 {
-    for (const Command& command : commands) {
+    for (Command command : commands) {
+        command.title = title;
         std::string name = command.name;
-        MutableCommands()[title].emplace(name, command);
+        MutableCommands().emplace(name, command);
         const RegEmsUtilCmd registration(name, Host::Dispatch);
     }
 }
@@ -170,21 +168,15 @@ const Commands& AllCommands()
 
 const Command* FindCommand(std::string_view name)
 {
-    for (const auto& [title, commands] : AllCommands()) {
-        if (const auto found = commands.find(std::string(name)); found != commands.end()) {
-            return &found->second;
-        }
-    }
-    return nullptr;
+    const auto found = AllCommands().find(name);
+    return found == AllCommands().end() ? nullptr : &found->second;
 }
 
 std::vector<std::string> CommandNames()
 {
     std::vector<std::string> names;
-    for (const auto& [title, commands] : AllCommands()) {
-        for (const auto& [name, command] : commands) {
-            names.push_back(name);
-        }
+    for (const auto& [name, command] : AllCommands()) {
+        names.push_back(name);
     }
     return names;
 }

@@ -16,6 +16,7 @@
 ///                             {{"pause", "Wait.", Pause, {Number("ms", 0, 60000, "how long")}}});
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <string>
@@ -34,11 +35,11 @@ class Call;
 struct Argument
 {
     const char* name;
-    bool isNumber;
-    std::int64_t lowest;  // of a number
-    std::int64_t highest; // of a number, or of the bytes of a text
     const char* help;
     const char* fallback; // the value of an argument that is not given; null: it is required
+    bool isNumber = false;
+    std::int64_t lowest = 0; // of a number
+    std::int64_t highest = 0;
     std::vector<std::string> choices = {}; // of a text; empty: any
 
     /// The argument as it is written: "ms:long=N", "state=on|off".
@@ -47,8 +48,7 @@ struct Argument
 
 Argument Number(const char* name, std::int64_t lowest, std::int64_t highest, const char* help,
                 const char* fallback = nullptr);
-Argument Text(const char* name, const char* help, std::int64_t longest = INT64_MAX,
-              const char* fallback = nullptr);
+Argument Text(const char* name, const char* help, const char* fallback = nullptr);
 Argument Choice(const char* name, std::vector<std::string> choices, const char* help);
 
 struct Command
@@ -58,13 +58,14 @@ struct Command
     void (*function)(const Call&);
     std::vector<Argument> arguments = {};
     bool takesMore = false; // any other pairs, and objects
+    const char* title = ""; // of the service
 
     /// The command with its arguments as they are written.
     std::string Usage() const;
     /// What each argument means, in a line per argument.
     std::vector<std::string> Explanations() const;
-    /// Returns what is wrong with a command of this name that was read; empty when nothing is.
-    std::string Check(const EmsGeneralCmd& cmd) const;
+    /// Throws std::runtime_error if something is wrong with a command of this name that was read.
+    void Check(const EmsGeneralCmd& cmd) const;
 };
 
 /// Registers the commands of a service.
@@ -74,8 +75,7 @@ public:
     Service(const char* title, std::initializer_list<Command> commands);
 };
 
-/// By the title of the service and by name.
-using Commands = std::map<std::string, std::map<std::string, Command>>;
+using Commands = std::map<std::string, Command, std::less<>>; // by name
 const Commands& AllCommands();
 /// Null when there is no such command.
 const Command* FindCommand(std::string_view name);

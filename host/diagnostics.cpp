@@ -12,9 +12,6 @@
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <emsplatform/debug_interface.h>
 #include <emsplatform/platform.h>
 #include <emsstandin/setup.h>
@@ -30,7 +27,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::int64_t LONGEST_ENTRY = 510; // the library's limit without the line end
+constexpr std::size_t LONGEST_ENTRY = 510; // the library's limit without the line end
 
 // For the main thread.
 std::optional<fs::path> g_ReportFile; // which the library decides on at the first entry
@@ -57,16 +54,19 @@ void Install(const Call& call)
 template <void (*Write)(const char* format, ...)>
 void WriteEntry(const Call& call)
 {
+    const std::string text = call.Text("text");
+    if (text.size() > LONGEST_ENTRY) {
+        throw std::runtime_error(string_format("text: longer than %zu bytes", LONGEST_ENTRY));
+    }
     const fs::path file = ReportFile();
     std::error_code missing;
     const std::uintmax_t before = fs::file_size(file, missing);
-    Write("%s\n", call.Text("text").c_str());
+    Write("%s\n", text.c_str());
     const bool isFirst = !std::exchange(g_ReportFile, file);
-    if (fs::file_size(file, missing) == before || missing) {
-        const int descriptor = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    if (fs::file_size(file, missing) == before) {
+        const bool canOpen = std::ofstream(file, std::ios::app).is_open();
         const std::string reason =
-            descriptor < 0 ? std::generic_category().message(errno) : "the file cannot grow";
-        ::close(descriptor);
+            canOpen ? "the file cannot grow" : std::generic_category().message(errno);
         throw std::runtime_error("not written: " + file.string() + ": " + reason);
     }
     if (isFirst && !g_bTemporary) {
@@ -105,6 +105,8 @@ void Debug(const Call& call)
     }
 }
 
+const Argument ENTRY = Text("text", "the line, at most 510 bytes");
+
 const Service g_Service(
     "Diagnostics",
     {{"debug",
@@ -126,15 +128,12 @@ const Service g_Service(
      {"report",
       "Append a line to the report file, with the time in front.",
       WriteEntry<EmsUtilReport>,
-      {Text("text", "the line", LONGEST_ENTRY)}},
+      {ENTRY}},
      {"tail",
       "Print the last lines of the report file.",
       Tail,
       {Number("lines", 1, 1000, "how many")}},
-     {"trace",
-      "Append a line to the report file.",
-      WriteEntry<EmsUtilTraced>,
-      {Text("text", "the line", LONGEST_ENTRY)}}});
+     {"trace", "Append a line to the report file.", WriteEntry<EmsUtilTraced>, {ENTRY}}});
 
 } // namespace
 

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <stdexcept>
 
 #include "emsutil/diagnostics.h"
@@ -85,11 +86,13 @@ void Help(const Call& call)
     if (!name.empty()) {
         throw std::runtime_error(Unknown(name, CommandNames()));
     }
-    for (const auto& [title, commands] : AllCommands()) {
+    std::map<std::string, std::string> lists; // by title
+    for (const auto& [command, declared] : AllCommands()) {
+        lists[declared.title] += string_format("  %-13s %s\n", command.c_str(), declared.help);
+    }
+    for (const auto& [title, list] : lists) {
         Print(title + ':');
-        for (const auto& [command, declared] : commands) {
-            Print(string_format("  %-13s %s", command.c_str(), declared.help));
-        }
+        Print(list);
     }
     Print("help COMMAND explains the arguments of a command.");
 }
@@ -99,7 +102,7 @@ const Service g_Service(
     {{"help",
       "List the commands, or explain one.",
       Help,
-      {Text("command", "which to explain", INT64_MAX, "")}},
+      {Text("command", "which to explain", "")}},
      {"pause",
       "Wait.",
       [](const Call& call) { call.m_Host.Pause(call.Number<int>("ms")); },

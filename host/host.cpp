@@ -211,17 +211,11 @@ void Host::RunCommand(EmsGeneralCmd& cmd)
         ++m_Counts[RUN];
         const Command& command = *FindCommand(cmd.name);
         const Call call(*this, command, cmd, position);
-        std::string wrong;
         try {
-            wrong = command.Check(cmd);
-            if (wrong.empty()) {
-                command.function(call);
-            }
+            command.Check(cmd);
+            command.function(call);
         } catch (const std::exception& failure) {
-            wrong = failure.what();
-        }
-        if (!wrong.empty()) {
-            Report(FAILED, call.Where() + ": " + wrong);
+            Report(FAILED, call.Where() + ": " + failure.what());
         }
     }
     m_Running.pop_back();
