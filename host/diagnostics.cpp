@@ -19,8 +19,7 @@
 #include "host/host.h"
 #include "host/temporary_install.h"
 
-namespace emshost {
-
+using namespace emshost;
 using namespace NSQN_EMSUTIL_AGENT;
 
 namespace fs = std::filesystem;
@@ -136,5 +135,3 @@ const Service g_Service(
      {"trace", "Append a line to the report file.", WriteEntry<EmsUtilTraced>, {ENTRY}}});
 
 } // namespace
-
-} // namespace emshost

@@ -10,8 +10,7 @@
 #include "emsutil/diagnostics.h"
 #include "host/host.h"
 
-namespace emshost {
-
+using namespace emshost;
 using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
@@ -128,5 +127,3 @@ const Service g_Service(
       [](const Call& call) { Print(call.m_Host.Summary()); }}});
 
 } // namespace
-
-} // namespace emshost

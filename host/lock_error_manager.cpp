@@ -9,8 +9,7 @@
 #include "emsutil/diagnostics.h"
 #include "host/host.h"
 
-namespace emshost {
-
+using namespace emshost;
 using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
@@ -70,5 +69,3 @@ const Service g_Service("Lock error manager",
                           {THREAD, Text("text", "the information")}}});
 
 } // namespace
-
-} // namespace emshost

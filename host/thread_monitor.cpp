@@ -11,8 +11,7 @@
 #include "emsutil/diagnostics.h"
 #include "host/host.h"
 
-namespace emshost {
-
+using namespace emshost;
 using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
@@ -136,5 +135,3 @@ const Service g_Service(
               "0")}}});
 
 } // namespace
-
-} // namespace emshost

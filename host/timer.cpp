@@ -12,8 +12,7 @@
 #include "emsutil/diagnostics.h"
 #include "host/host.h"
 
-namespace emshost {
-
+using namespace emshost;
 using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
@@ -122,5 +121,3 @@ const Service g_Service(
       {Number("manager", 0, 255, "the id of the task manager"), Text("text", "the text")}}});
 
 } // namespace
-
-} // namespace emshost

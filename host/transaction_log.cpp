@@ -2,16 +2,17 @@
 
 #include <map>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "emsutil/diagnostics.h"
 #include "host/host.h"
 
-namespace emshost {
-
+using namespace emshost;
 using namespace NSQN_EMSUTIL_AGENT;
 using NSQN_util::QNTransactionBuffer;
 using NSQN_util::QNTransactionLog;
@@ -177,41 +178,38 @@ void WorkOnLog(const Call& call)
     call.m_Host.m_Workers.Await();
 }
 
-/// The library does not list its logs, but a handle attaches only to one that there is.
-template <class Visit>
-int ForEachLog(Visit visit)
+/// The handle values of all logs. The library does not list them, but a handle attaches only to a
+/// log that there is.
+std::vector<unsigned long> Logs()
 {
-    int count = 0;
-    for (unsigned long value = 1; value <= g_ulLatest; ++value) {
-        if (QNTransactionLog log(value); log.IsValid()) {
-            visit(log);
-            ++count;
-        }
-    }
-    return count;
+    std::vector<unsigned long> values(g_ulLatest);
+    std::iota(values.begin(), values.end(), 1UL);
+    std::erase_if(values, [](unsigned long value) { return !QNTransactionLog(value).IsValid(); });
+    return values;
 }
 
-/// The library says how many extra references there are when one is added or released.
 void List(const Call& call)
 {
-    const int count = ForEachLog([&call](QNTransactionLog& log) {
-        log.AddRef(1);
+    const std::vector<unsigned long> logs = Logs();
+    for (const unsigned long value : logs) {
+        QNTransactionLog log(value);
+        log.AddRef(1); // the library says how many there are when one is added or released
         const int extra = log.Release();
         Json names = Json::array();
         std::string text;
         for (auto& [name, handle] : g_Held) {
-            if (handle.GetHandle() == log.GetHandle()) {
+            if (handle.GetHandle() == value) {
                 names.push_back(name);
                 text += (text.empty() ? ", handles " : ", ") + Quoted(name);
             }
         }
         if (call.m_Host.IsJson()) {
-            PrintJson({{"log", log.GetHandle()}, {"extra_references", extra}, {"handles", names}});
+            PrintJson({{"log", value}, {"extra_references", extra}, {"handles", names}});
         } else {
-            Print(Log(log.GetHandle()) + References(extra) + (text.empty() ? ", no handle" : text));
+            Print(Log(value) + References(extra) + (text.empty() ? ", no handle" : text));
         }
-    });
-    if (count == 0 && !call.m_Host.IsJson()) {
+    }
+    if (logs.empty() && !call.m_Host.IsJson()) {
         Print("there is no log");
     }
 }
@@ -222,7 +220,7 @@ void Clear(const Call&)
         throw std::runtime_error(
             string_format("handles that are still attached: %zu", g_Held.size()));
     }
-    const int count = ForEachLog([](QNTransactionLog&) {});
+    const std::size_t count = Logs().size();
     QNTransactionLog::ClearAllLog();
     Print("logs destroyed: " + std::to_string(count));
 }
@@ -253,5 +251,3 @@ const Service g_Service(
       {HANDLE, NAME, NUMBER}}});
 
 } // namespace
-
-} // namespace emshost
