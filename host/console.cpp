@@ -43,8 +43,12 @@ void FlushOutput()
     Check(g_Output);
 }
 
+/// Messages and results are in order.
 void Write(Stream& stream, std::string_view line)
 {
+    if (stream.file == stderr) {
+        FlushOutput();
+    }
     if (stream.isLost) {
         return;
     }
@@ -81,7 +85,6 @@ bool IsOutputLost()
 void Message(std::string_view line)
 {
     const std::lock_guard guard(g_Mutex);
-    FlushOutput();
     Write(g_Error, line);
 }
 
@@ -101,9 +104,6 @@ bool OpenDebugFile(const std::string& path)
 void DebugLine(std::string_view line)
 {
     const std::lock_guard guard(g_Mutex);
-    if (g_Debug.file == stderr) {
-        FlushOutput();
-    }
     Write(g_Debug, line);
 }
 

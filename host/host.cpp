@@ -43,14 +43,9 @@ const RegEmsUtilCmd g_FaultRegistration(g_strFault, Host::Dispatch);
 } // namespace
 
 Host::Host(const HostOptions& options, std::stop_source stop)
-    : m_Workers(options.workers, stop.get_token()), m_Options(options), m_Stop(std::move(stop))
+    : m_Options(options), m_Stop(std::move(stop)), m_Workers(options.workers, StopToken())
 {
     g_pHost = this;
-}
-
-Host::~Host()
-{
-    m_Workers.End(); // their jobs use the other members
 }
 
 int Host::Run(const std::vector<std::string>& scripts)
@@ -305,9 +300,9 @@ std::string Host::Summary() const
     return table;
 }
 
-void PrintJson(const Json& row)
+void Host::PrintRow(const Json& row, const std::string& text) const
 {
-    Print(row.dump(-1, ' ', false, Json::error_handler_t::replace));
+    Print(m_Options.json ? row.dump(-1, ' ', false, Json::error_handler_t::replace) : text);
 }
 
 } // namespace emshost

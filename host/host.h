@@ -46,7 +46,6 @@ public:
 
     /// `stop` is requested by a signal or by the host itself.
     Host(const HostOptions& options, std::stop_source stop);
-    ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
@@ -71,8 +70,9 @@ public:
     std::stop_token StopToken() const { return m_Stop.get_token(); }
     std::string Summary() const;
     bool IsJson() const { return m_Options.json; }
-
-    Workers m_Workers;
+    /// Prints a row of a table, as JSON or as text. In JSON, bytes that are not UTF-8 are replaced.
+    void PrintRow(const Json& row, const std::string& text) const;
+    Workers& GetWorkers() { return m_Workers; }
 
 private:
     using Position = Call::Position;
@@ -105,10 +105,9 @@ private:
     std::condition_variable m_News;
     bool m_bAdded = false;
     bool m_bAllRead = false;
-};
 
-/// Prints a line of JSON. Bytes that are not UTF-8 are replaced.
-void PrintJson(const Json& row);
+    Workers m_Workers; // the last: their jobs use the other members
+};
 
 } // namespace emshost
 

@@ -1,4 +1,4 @@
-#include "host/line_editor.h"
+#include "host/line_reader.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -10,7 +10,6 @@
 
 #include "host/command.h"
 #include "host/console.h"
-#include "host/line_reader.h"
 
 namespace emshost {
 

@@ -13,7 +13,6 @@
 #include "emsutil/diagnostics.h"
 #include "host/command_parser.h"
 #include "host/console.h"
-#include "host/line_editor.h"
 
 namespace emshost {
 

@@ -15,6 +15,12 @@ constexpr int STOP_CHECK_MS = 100;
 /// if there is none, and a negative number if a signal has ended the wait.
 int WaitForInput(int descriptor, int milliseconds);
 
+/// Shows a prompt at the terminal, and returns the line that is typed, with its line end; the empty
+/// text at the end of the input, or when the process is to stop. The line can be edited, earlier
+/// lines are in a history, and the names of commands are completed. One thread may call it. Left
+/// out where libedit is absent.
+std::string EditLine(const std::stop_token& stop);
+
 /// The lines of a script, one at a time, in little memory whatever the script has.
 class LineReader
 {

@@ -57,18 +57,16 @@ void PrintThreads(const Call& call, std::list<EmsThreadInfo>& threads)
             values[name] = value.first;
             text += "  " + name + '=' + (isNumber ? value.first : Quoted(value.first));
         }
-        if (call.m_Host.IsJson()) {
-            PrintJson({{"thread", id},
-                       {"kind", kind},
-                       {"state", state},
-                       {"since", since},
-                       {"longest", longest},
-                       {"events", thread.m_llRecvs},
-                       {"values", values}});
-        } else {
-            Print(string_format("%-16s  %-6s  %-7s  %7.1f  %9.1f  %6lld%s", id.c_str(), kind, state,
-                                since, longest, thread.m_llRecvs, text.c_str()));
-        }
+        call.m_Host.PrintRow({{"thread", id},
+                              {"kind", kind},
+                              {"state", state},
+                              {"since", since},
+                              {"longest", longest},
+                              {"events", thread.m_llRecvs},
+                              {"values", values}},
+                             string_format("%-16s  %-6s  %-7s  %7.1f  %9.1f  %6lld%s", id.c_str(),
+                                           kind, state, since, longest, thread.m_llRecvs,
+                                           text.c_str()));
     }
 }
 
@@ -112,7 +110,7 @@ const Service g_Service(
     {{"await", "Wait until the workers have done all jobs, except those that they are stuck in.",
       [](const Call& call) {
           Flush();
-          call.m_Host.m_Workers.Await();
+          call.m_Host.GetWorkers().Await();
       }},
      {"mode", "Print the message-handling mode, 0 or 1, and where it comes from: 1 is the default.",
       Mode},
@@ -123,10 +121,10 @@ const Service g_Service(
      {"stat", "Write the records of all threads as a debug line.",
       [](const Call&) { StatEmsThreadInfo(); }},
      {"stick", "Make a worker stick in a job, and wait until it does.",
-      [](const Call& call) { call.m_Host.m_Workers.Stick(); }},
+      [](const Call& call) { call.m_Host.GetWorkers().Stick(); }},
      {"threads", "Print the records of all threads.", Threads},
      {"unstick", "Let all stuck workers go on.",
-      [](const Call& call) { call.m_Host.m_Workers.Unstick(); }},
+      [](const Call& call) { call.m_Host.GetWorkers().Unstick(); }},
      {"work",
       "Pass jobs to the workers in turn, except stuck workers.",
       Work,

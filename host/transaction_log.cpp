@@ -175,7 +175,7 @@ void WorkOnLog(const Call& call)
         PrintDestroyed(value);
     };
     call.m_Host.Submit(call, "log-work", work);
-    call.m_Host.m_Workers.Await();
+    call.m_Host.GetWorkers().Await();
 }
 
 /// The handle values of all logs. The library does not list them, but a handle attaches only to a
@@ -203,11 +203,9 @@ void List(const Call& call)
                 text += (text.empty() ? ", handles " : ", ") + Quoted(name);
             }
         }
-        if (call.m_Host.IsJson()) {
-            PrintJson({{"log", value}, {"extra_references", extra}, {"handles", names}});
-        } else {
-            Print(Log(value) + References(extra) + (text.empty() ? ", no handle" : text));
-        }
+        call.m_Host.PrintRow({{"log", value}, {"extra_references", extra}, {"handles", names}},
+                             Log(value) + References(extra) +
+                                 (text.empty() ? ", no handle" : text));
     }
     if (logs.empty() && !call.m_Host.IsJson()) {
         Print("there is no log");

@@ -11,25 +11,19 @@ namespace emshost {
 using namespace NSQN_EMSUTIL_AGENT;
 
 Workers::Workers(int count, std::stop_token stop)
-    : m_nCount(static_cast<std::size_t>(count)), m_Stop(std::move(stop))
-{}
+    : m_Stop(std::move(stop)), m_Workers(static_cast<std::size_t>(count))
+{
+    for (Worker& worker : m_Workers) {
+        worker.thread =
+            std::jthread([this, &worker](const std::stop_token& ending) { Work(ending, worker); });
+    }
+}
 
 /// With the lock held.
 Workers::Worker& Workers::Next()
 {
-    while (m_Workers.size() < m_nCount) {
-        Worker& worker = m_Workers.emplace_back();
-        try {
-            worker.thread =
-                std::jthread([this, &worker, isFirst = m_Workers.size() == 1](
-                                 const std::stop_token& ending) { Work(ending, worker, isFirst); });
-        } catch (...) {
-            m_Workers.pop_back();
-            throw;
-        }
-    }
-    for (std::size_t tried = 0; tried < m_nCount; ++tried) {
-        Worker& worker = m_Workers[m_nNext++ % m_nCount];
+    for (std::size_t tried = 0; tried < m_Workers.size(); ++tried) {
+        Worker& worker = m_Workers[m_nNext++ % m_Workers.size()];
         if (!worker.stuck) {
             return worker;
         }
@@ -88,10 +82,10 @@ void Workers::End()
 }
 
 /// Returns when the workers end and all jobs of this one are done.
-void Workers::Work(const std::stop_token& ending, Worker& worker, bool isReport)
+void Workers::Work(const std::stop_token& ending, Worker& worker)
 {
     EmsThreadInfoMap values;
-    if (isReport) {
+    if (&worker == &m_Workers.front()) {
         AddEmsThreadInfo(values, "Report", "yes");
     }
     std::unique_lock lock(m_Mutex);

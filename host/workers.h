@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace emshost {
 
@@ -22,14 +23,14 @@ public:
     /// A job must not throw. It should return when the token says that the workers end.
     using Job = std::function<void(const std::stop_token& ending)>;
 
-    /// A stop ends every wait.
+    /// Starts the threads. Throws std::system_error when one cannot be started. A stop ends every
+    /// wait.
     Workers(int count, std::stop_token stop);
     ~Workers() { End(); }
     Workers(const Workers&) = delete;
     Workers& operator=(const Workers&) = delete;
 
-    /// Passes a job to a worker. The threads are started with the first job. Throws
-    /// std::runtime_error when all workers are stuck or a thread cannot be started.
+    /// Passes a job to a worker. Throws std::runtime_error when all workers are stuck.
     void Submit(const std::string& name, const Job& job);
     /// Waits until all jobs are done, except those that workers are stuck in.
     void Await();
@@ -50,13 +51,12 @@ private:
     };
 
     Worker& Next();
-    void Work(const std::stop_token& ending, Worker& worker, bool isReport);
+    void Work(const std::stop_token& ending, Worker& worker);
 
-    const std::size_t m_nCount;
     const std::stop_token m_Stop;
     std::mutex m_Mutex;                    // guards the following
     std::condition_variable_any m_Changed; // any of them
-    std::deque<Worker> m_Workers;
+    std::vector<Worker> m_Workers;         // none after End()
     std::size_t m_nNext = 0;
 };
 
