@@ -16,13 +16,6 @@ using namespace NSQN_EMSUTIL_AGENT;
 
 namespace {
 
-/// Created on first use, because objects in other files fill it while the program is initialised.
-Commands& MutableCommands()
-{
-    static Commands& commands = *new Commands;
-    return commands;
-}
-
 /// How many letters must be changed, added or left out to turn one word into the other.
 std::size_t Distance(std::string_view from, std::string_view to)
 {
@@ -125,7 +118,7 @@ std::vector<std::string> Command::Explanations() const
     return lines;
 }
 
-void Command::Check(const EmsGeneralCmd& cmd) const
+void Command::Complete(EmsGeneralCmd& cmd) const
 {
     std::vector<Argument> missing = arguments;
     for (const EmsNameAndValueStringTypePair& pair : cmd.nvtps.nvtps) {
@@ -145,6 +138,9 @@ void Command::Check(const EmsGeneralCmd& cmd) const
         if (argument.fallback == nullptr) {
             throw std::runtime_error(argument.name + (": missing; the command is " + Usage()));
         }
+        auto& pair = cmd.nvtps.nvtps.emplace_back();
+        pair.name = argument.name;
+        pair.value = argument.fallback;
     }
     if (!takesMore && !cmd.objs.objs.empty()) {
         throw std::runtime_error("takes no object in braces");
@@ -156,14 +152,16 @@ Service::Service(const char* title, std::initializer_list<Command> commands)
     for (Command command : commands) {
         command.title = title;
         std::string name = command.name;
-        MutableCommands().emplace(name, command);
+        AllCommands().emplace(name, command);
         const RegEmsUtilCmd registration(name, Host::Dispatch);
     }
 }
 
-const Commands& AllCommands()
+/// Created on first use, because objects in other files fill it while the program is initialised.
+Commands& AllCommands()
 {
-    return MutableCommands();
+    static Commands& commands = *new Commands;
+    return commands;
 }
 
 const Command* FindCommand(std::string_view name)
@@ -199,17 +197,12 @@ std::string Unknown(std::string_view name, const std::vector<std::string>& known
 
 std::string Call::Text(std::string_view name) const
 {
-    for (const EmsNameAndValueStringTypePair& pair : m_Cmd.nvtps.nvtps) {
-        if (pair.name == name) {
-            return pair.value;
-        }
+    const auto& pairs = m_Cmd.nvtps.nvtps;
+    const auto found = std::ranges::find(pairs, name, &EmsNameAndValueStringTypePair::name);
+    if (found == pairs.end()) {
+        throw std::logic_error("undeclared argument " + std::string(name));
     }
-    for (const Argument& argument : m_Command.arguments) {
-        if (argument.name == name && argument.fallback != nullptr) {
-            return argument.fallback;
-        }
-    }
-    throw std::logic_error("undeclared argument " + std::string(name));
+    return found->value;
 }
 
 } // namespace emshost

@@ -64,8 +64,9 @@ struct Command
     std::string Usage() const;
     /// What each argument means, in a line per argument.
     std::vector<std::string> Explanations() const;
-    /// Throws std::runtime_error if something is wrong with a command of this name that was read.
-    void Check(const EmsGeneralCmd& cmd) const;
+    /// Throws std::runtime_error if something is wrong with a command of this name that was read,
+    /// or else adds the values of the arguments that were not given.
+    void Complete(EmsGeneralCmd& cmd) const;
 };
 
 /// Registers the commands of a service.
@@ -76,14 +77,14 @@ public:
 };
 
 using Commands = std::map<std::string, Command, std::less<>>; // by name
-const Commands& AllCommands();
+Commands& AllCommands();
 /// Null when there is no such command.
 const Command* FindCommand(std::string_view name);
 std::vector<std::string> CommandNames();
 /// "unknown", with the name that is nearest to it when one is near.
 std::string Unknown(std::string_view name, const std::vector<std::string>& known);
 
-/// A command that runs, after its arguments have been checked.
+/// A command that runs, with all its arguments.
 class Call
 {
 public:
@@ -91,12 +92,12 @@ public:
     /// queue as the last pair of the command.
     using Position = NSQN_EMSUTIL_AGENT::EmsNameAndValueStringTypePair;
 
-    Call(Host& host, const Command& command, EmsGeneralCmd& cmd, const Position& position)
-        : m_Host(host), m_Cmd(cmd), m_Position(position), m_Command(command)
+    Call(Host& host, EmsGeneralCmd& cmd, const Position& position)
+        : m_Host(host), m_Cmd(cmd), m_Position(position)
     {}
 
     /// What begins a message: "file:line: name".
-    std::string Where() const { return m_Position.value + ": " + m_Command.name; }
+    std::string Where() const { return m_Position.value + ": " + m_Cmd.name; }
     /// The path of the script that has the command.
     const std::string& Path() const { return m_Position.name; }
 
@@ -112,7 +113,6 @@ public:
 
 private:
     const Position& m_Position;
-    const Command& m_Command;
 };
 
 } // namespace emshost

@@ -86,29 +86,23 @@ void Host::ReadAll(const std::vector<std::string>& scripts)
     }
     for (const std::string& script : scripts) {
         try {
-            if (!ReadScript(script, false)) {
-                return;
-            }
+            ReadScript(script, false);
         } catch (const std::exception& failure) {
             DeliverFault(UNREAD, failure.what(), false);
-            if (m_Options.strict) {
-                return;
-            }
         }
     }
 }
 
-/// Returns false when no more is to be read.
-bool Host::ReadScript(const std::string& path, bool nested)
+void Host::ReadScript(const std::string& path, bool nested)
 {
     LineReader reader(path, StopToken(), m_bInteractive && !nested);
     EmsGeneralCmd cmd;
     Position position;
     position.name = path;
-    for (std::string line; !m_Stop.stop_requested();) {
+    for (std::string line; !m_Stop.stop_requested() && !m_bReadEnough;) {
         try {
             if (!reader.Next(line)) {
-                return true;
+                return;
             }
             if (ParseCommand(line, cmd)) {
                 ++m_Counts[READ];
@@ -117,12 +111,8 @@ bool Host::ReadScript(const std::string& path, bool nested)
             }
         } catch (const BadLine& bad) {
             DeliverFault(BAD_LINES, reader.Where() + ": " + bad.what(), nested);
-            if (m_Options.strict) {
-                return false;
-            }
         }
     }
-    return false;
 }
 
 void Host::Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested)
@@ -153,6 +143,9 @@ void Host::DeliverFault(Count kind, const std::string& message, bool nested)
     Position fault;
     fault.value = message;
     fault.rtype = kind;
+    if (m_Options.strict && kind != UNKNOWN) {
+        m_bReadEnough = true;
+    }
     Deliver(cmd, fault, nested);
 }
 
@@ -205,9 +198,9 @@ void Host::RunCommand(EmsGeneralCmd& cmd)
     } else {
         ++m_Counts[RUN];
         const Command& command = *FindCommand(cmd.name);
-        const Call call(*this, command, cmd, position);
+        const Call call(*this, cmd, position);
         try {
-            command.Check(cmd);
+            command.Complete(cmd);
             command.function(call);
         } catch (const std::exception& failure) {
             Report(FAILED, call.Where() + ": " + failure.what());

@@ -81,7 +81,7 @@ private:
     enum Count { READ, ADDED, RUN, UNKNOWN, BAD_LINES, FAILED, UNREAD, SKIPPED, COUNTS };
 
     void ReadAll(const std::vector<std::string>& scripts);
-    bool ReadScript(const std::string& path, bool nested);
+    void ReadScript(const std::string& path, bool nested);
     void Deliver(EmsGeneralCmd& cmd, const Position& position, bool nested);
     void DeliverFault(Count kind, const std::string& message, bool nested);
     void RunCommand(EmsGeneralCmd& cmd);
@@ -94,6 +94,7 @@ private:
     std::stop_source m_Stop;
     const std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
     bool m_bInteractive = false;
+    std::atomic<bool> m_bReadEnough = false; // an error that is to stop the process is delivered
     std::array<std::atomic<std::uint64_t>, COUNTS> m_Counts = {};
 
     // Used by the main thread only.
