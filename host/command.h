@@ -9,7 +9,7 @@
 ///
 ///     void Pause(const Call& call)
 ///     {
-///         call.m_Host.Sleep(std::chrono::milliseconds(call.Number<int>("ms")));
+///         call.m_Host.Pause(call.Number<int>("ms"));
 ///     }
 ///
 ///     const Service g_Service("General commands",

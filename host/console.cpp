@@ -43,11 +43,10 @@ void FlushOutput()
     Check(g_Output);
 }
 
-/// Messages and results are in order.
 void Write(Stream& stream, std::string_view line)
 {
     if (stream.file == stderr) {
-        FlushOutput();
+        FlushOutput(); // so that the results come before the message
     }
     if (stream.isLost) {
         return;
