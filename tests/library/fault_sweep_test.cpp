@@ -154,7 +154,6 @@ int Sweep(const Operation& operation, long& allocations)
         {faults::MUTEX_LOCK, {EINVAL, EAGAIN, EDEADLK}},
         {faults::READ_LOCK, {EINVAL, EAGAIN, EDEADLK}},
         {faults::WRITE_LOCK, {EINVAL, EAGAIN, EDEADLK}},
-        {faults::OPEN, {ENOENT, EACCES, EMFILE, EINTR, ENOSPC}},
         {faults::WRITE, {ENOSPC, EIO, EINTR, faults::SHORT_WRITE}},
         {faults::CLOCK, {EINVAL}},
         {faults::TIME_TEXT, {EINVAL}},

@@ -1,13 +1,12 @@
 #include "tests/support/faults.h"
 
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <new>
+#include <utility>
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -15,12 +14,11 @@
 namespace {
 
 constinit thread_local faults::FailNth* g_pFault = nullptr;
-constinit thread_local int g_nPauses = 0;
 constinit std::atomic<long> g_lLiveAllocations = 0; // relaxed: it orders no threads
 
 bool Fails(faults::Call call)
 {
-    return g_pFault != nullptr && g_nPauses == 0 && g_pFault->Fails(call);
+    return g_pFault != nullptr && g_pFault->Fails(call);
 }
 
 template <class Function>
@@ -48,17 +46,15 @@ namespace faults {
 
 std::atomic<long long> g_llClock = REAL_CLOCK;
 void (*g_pOnConditionWait)() = nullptr;
-void (*g_pOnMutexLock)() = nullptr;
 
 FailNth::FailNth(Call call, int n, int error, bool persistently)
-    : m_Call(call), m_nNth(n), m_nError(error), m_bPersistently(persistently)
-{
-    g_pFault = this;
-}
+    : m_pOuter(std::exchange(g_pFault, this)), m_Call(call), m_nNth(n), m_nError(error),
+      m_bPersistently(persistently)
+{}
 
 FailNth::~FailNth()
 {
-    g_pFault = nullptr;
+    g_pFault = m_pOuter;
 }
 
 bool FailNth::Fails(Call call)
@@ -72,16 +68,6 @@ bool FailNth::Fails(Call call)
         errno = m_nError;
     }
     return fails;
-}
-
-Pause::Pause()
-{
-    ++g_nPauses;
-}
-
-Pause::~Pause()
-{
-    --g_nPauses;
 }
 
 void Collaborate()
@@ -103,9 +89,6 @@ extern "C" {
 int pthread_mutex_lock(pthread_mutex_t* lock) noexcept
 {
     static auto* const next = Next<int(pthread_mutex_t*)>("pthread_mutex_lock");
-    if (faults::g_pOnMutexLock != nullptr) {
-        faults::g_pOnMutexLock();
-    }
     return Fails(faults::MUTEX_LOCK) ? errno : next(lock);
 }
 
@@ -137,16 +120,6 @@ char* ctime_r(const time_t*, char* buffer) noexcept
     }
     std::memcpy(buffer, faults::TIME_LINE, sizeof faults::TIME_LINE);
     return buffer;
-}
-
-int open(const char* path, int flags, ...)
-{
-    static auto* const next = Next<int(const char*, int, ...)>("open");
-    va_list args;
-    va_start(args, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
-    va_end(args);
-    return Fails(faults::OPEN) ? -1 : next(path, flags, mode);
 }
 
 ssize_t write(int file, const void* bytes, std::size_t size)

@@ -13,7 +13,6 @@ enum Call {
     MUTEX_LOCK,
     READ_LOCK,
     WRITE_LOCK,
-    OPEN,
     WRITE,
     CLOCK,        // gettimeofday()
     TIME_TEXT,    // ctime_r()
@@ -28,8 +27,9 @@ constexpr int SHORT_WRITE = 0;
 constexpr char TIME_LINE[] = "Thu Jan  1 00:16:40 1970\n";
 
 /// While it exists, the n-th call of a kind on this thread fails, and every later one too if
-/// `persistently`. The next call is number 1. A call fails with `error`, except an allocation,
-/// which fails as its operator new does. A thread has one of them at a time.
+/// `persistently`. The next call is number 1; no call is number 0. A call fails with `error`,
+/// except an allocation, which fails as its operator new does. An inner object suspends the outer
+/// one.
 class FailNth
 {
 public:
@@ -45,21 +45,12 @@ public:
     bool Fails(Call call);
 
 private:
+    FailNth* const m_pOuter;
     const Call m_Call;
     const int m_nNth;
     const int m_nError;
     const bool m_bPersistently;
     int m_nCalls = 0;
-};
-
-/// While it exists, no call on this thread fails or is counted. The calls of a test are its own.
-class Pause
-{
-public:
-    Pause();
-    ~Pause();
-    Pause(const Pause&) = delete;
-    Pause& operator=(const Pause&) = delete;
 };
 
 struct Thrown
@@ -77,11 +68,8 @@ constexpr long long REAL_CLOCK = -1;
 constexpr long long FAILING_CLOCK = -2;
 extern std::atomic<long long> g_llClock;
 
-/// Called, unless null, by each thread that is about to wait for a condition.
+/// Called, unless null, by each thread that is about to wait for a condition. May throw.
 extern void (*g_pOnConditionWait)();
-
-/// Called, unless null, by each thread that is about to lock a mutex.
-extern void (*g_pOnMutexLock)();
 
 } // namespace faults
 
