@@ -7,13 +7,12 @@
 #include <fstream>
 #include <latch>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <sched.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <emsplatform/platform.h>
@@ -34,37 +33,21 @@ namespace {
 
 std::mutex g_HostMutex;
 
-/// A thread that is known to wait in the kernel for a lock, a condition or the like.
-class WaitingThread
+/// Starts a thread. Returns when it waits in the kernel for a lock, a condition or the like.
+template <class Function>
+std::thread& StartWaiting(Function function)
 {
-public:
-    template <class Function>
-    explicit WaitingThread(Function function)
-        : m_Thread([this, function] {
-              m_nId = gettid();
-              function();
-          })
-    {
-        AwaitFutex("");
+    std::atomic<pid_t> id = 0;
+    auto& thread = *new std::thread([&id, function] {
+        id = gettid();
+        function();
+    });
+    for (std::string call; call != std::to_string(SYS_futex);) {
+        sched_yield();
+        std::ifstream("/proc/self/task/" + std::to_string(id) + "/syscall") >> call;
     }
-
-    /// Returns when the thread waits for the futex at this address, given as the kernel writes it.
-    void AwaitFutex(const std::string& address) const
-    {
-        std::string call;
-        std::string futex;
-        while (call != "202" || (!address.empty() && futex != address)) {
-            sched_yield();
-            std::ifstream("/proc/self/task/" + std::to_string(m_nId) + "/syscall") >> call >> futex;
-        }
-    }
-
-    std::thread& Thread() { return m_Thread; }
-
-private:
-    std::atomic<pid_t> m_nId = 0;
-    std::thread m_Thread;
-};
+    return thread;
+}
 
 [[gnu::noinline]] void WaitForever()
 {
@@ -115,7 +98,7 @@ void StandStill()
     NSQN_util::g_bEnableMitLockErrMgr = true;
     NSQN_util::QNMitLockErrMgr::Instance()->InsertThrIDandInfo(-1, "is not a thread");
 
-    new WaitingThread(WorkWithoutEnd);
+    StartWaiting(WorkWithoutEnd);
     std::latch both(2); // at once, so that they have ids of their own
     std::thread leaves([&] {
         const RegEmsThreadInfo left(nullptr);
@@ -174,7 +157,7 @@ void HangInAHandler()
     hang.name = "hang";
     hang.nvtps.nvtps.push_back(MakePair("element", "NE-17", NVTP_TYPE_STRING));
     addGeneralCmd(hang);
-    new WaitingThread([] { runGeneralCmd(); });
+    StartWaiting([] { runGeneralCmd(); });
 
     EmsGeneralCmd command;
     command.name = "SetLevel";
@@ -185,8 +168,8 @@ void HangInAHandler()
                            MakePair("not shown", "", 99), MakePair("none", "x", NVTP_TYPE_LONG)};
     addGeneralCmd(command);
     std::puts(command.ToString().c_str());
-    new WaitingThread(FillTheQueue);
-    new WaitingThread(FillTheQueue);
+    StartWaiting(FillTheQueue);
+    StartWaiting(FillTheQueue);
 }
 
 // Locks -------------------------------------------------------------------------------------------
@@ -196,12 +179,6 @@ void HangInAHandler()
     const std::lock_guard guard(g_HostMutex);
 }
 
-[[gnu::noinline]] void AddToLogUnderHostMutex(QNTransactionLog& log)
-{
-    const std::lock_guard guard(g_HostMutex);
-    log.AddBuffer("request", 1, new Request);
-}
-
 /// Its check line is written under the log's lock, and the host's debug lines take the host's
 /// mutex.
 [[gnu::noinline]] void AddNothingToLog(QNTransactionLog& log)
@@ -209,28 +186,19 @@ void HangInAHandler()
     log.AddBuffer("nothing", 1, nullptr);
 }
 
-/// The check line of one thread waits until the other thread has the mutex and waits for the log.
+[[gnu::noinline]] void AddToLogUnderHostMutex(QNTransactionLog& log)
+{
+    const std::lock_guard guard(g_HostMutex);
+    StartWaiting([&log] { AddNothingToLog(log); });
+    log.AddBuffer("request", 1, new Request);
+}
+
 void WaitForEachOther()
 {
-    auto* log = new QNTransactionLog;
-    auto* isHeld = new std::atomic<bool>(false);
-    auto* mayLock = new std::atomic<bool>(false);
-    emsstandin::SetDebugCallback([=](emsstandin::DebugOperation, int, const std::string&) {
-        *isHeld = true;
-        isHeld->notify_all();
-        mayLock->wait(false);
-        LockHostMutex();
-    });
-    auto* first = new WaitingThread([=] { AddNothingToLog(*log); });
-    isHeld->wait(false);
-    auto* second = new WaitingThread([=] { AddToLogUnderHostMutex(*log); });
-    *mayLock = true;
-    mayLock->notify_all();
-    // This one is no part of the circle.
-    new WaitingThread([=] { second->Thread().join(); });
-    char address[32];
-    std::snprintf(address, sizeof address, "%p", static_cast<void*>(g_HostMutex.native_handle()));
-    first->AwaitFutex(address);
+    emsstandin::SetDebugCallback([](auto, auto, auto&) { LockHostMutex(); });
+    auto& log = *new QNTransactionLog;
+    std::thread& second = StartWaiting([&log] { AddToLogUnderHostMutex(log); });
+    StartWaiting([&second] { second.join(); }); // no part of the circle
 }
 
 } // namespace
