@@ -23,10 +23,8 @@ struct Operation
     bool repeatsFailedMutexes = false; // never returns if mutexes fail persistently
 };
 
+/// Returns them, and sets the clock and the configuration that they use.
 std::vector<Operation> AllOperations();
-
-/// Sets the clock and the configuration that the operations use.
-void SetUpServices();
 
 /// Adds to what TakeState() returns.
 void Note(const std::string& what);

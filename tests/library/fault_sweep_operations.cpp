@@ -145,6 +145,11 @@ std::vector<Operation> AllOperations()
 {
     using namespace faults;
 
+    TheDebugInterface(); // created here, not under a fault
+    ThePlatform().readMode = [](int& value) { return value = 0, 1; };
+    g_llClock = START;
+    g_bEnableMitLockErrMgr = true;
+
     EmsNameAndValueStringTypePair pair;
     pair.name = "1 ";
     pair.value = LONG;
@@ -198,11 +203,6 @@ std::vector<Operation> AllOperations()
          .does = "description; used time(ms): 0; ", .tolerates = {CLOCK, READ_LOCK},
          .otherwise = {{CLOCK, "description; used time(ms): 1000000; "}, // since 1970
                        {COLLABORATOR, "description; "}, {COLLABORATOR, ""}}},
-        {.name = "AgentTimeGuard malformed",
-         .run = [] { const AgentTimeGuard guard("%ls", L"\u20ac"); },
-         .does = "file:emsutil_util:103; used time(ms): 0; ", .tolerates = {CLOCK, READ_LOCK},
-         .otherwise = {{CLOCK, "file:emsutil_util:103; used time(ms): 1000000; "},
-                       {COLLABORATOR, "file:emsutil_util:103; "}}},
 
         {.name = "RegEmsThreadInfo::RegEmsThreadInfo(map*)",
          .run = Enter, .does = "inside 1 report ", .tolerates = {CLOCK},
@@ -224,7 +224,6 @@ std::vector<Operation> AllOperations()
          .run = [] { Result(IsEmsThreadReport(pthread_self())); }, .does = "= 1 inside 1 report "},
         {.name = "GetEmsThreadInfo(list&, long)", .prepare = Enter,
          .run = [] { CountRecords(0); }, .does = "= 1 inside 1 report "},
-        {.name = "GetEmsThreadInfo(list&, long) without records", .run = [] { CountRecords(0); }},
         {.name = "GetEmsThreadInfo(list&, long) of overdue threads", .prepare = Enter,
          .run = [] { CountRecords(10); }, .does = "= 1 inside 1 report "},
         {.name = "StatEmsThreadInfo()", .prepare = Enter, .run = StatEmsThreadInfo,
@@ -242,9 +241,6 @@ std::vector<Operation> AllOperations()
                        {MUTEX_LOCK, "copy free "},                // of the timer
                        {MUTEX_LOCK, "copy free system_error "},   // of the manager
                        {MUTEX_LOCK, "copy system_error free "}}},
-        {.name = "ScheduleEmsUtilTimer(unsigned char, EmsUtilTimerInterface&, void*) without a manager",
-         .prepare = [] { Timers(); }, .run = [] { ScheduleEmsUtilTimer(9, g_Timer, &g_Cmd); },
-         .does = "Find TaskMgrID 9 failed; ", .tolerates = {READ_LOCK}},
 
         {.name = "QNTransactionLog::QNTransactionLog(), QNTransactionLog::IsValid() const",
          .run = [] { Result(g_Log.emplace().IsValid()); }, .does = "= 1 log 1 0 0 "},
@@ -264,20 +260,11 @@ std::vector<Operation> AllOperations()
          .run = [] { Result(g_Log->GetHandle()); }, .does = "file:translog:262; "},
         {.name = "QNTransactionLog::AddRef(int)", .prepare = CreateLog,
          .run = [] { Result(g_Log->AddRef(2)); }, .does = "= 2 log 3 2 1 "},
-        {.name = "QNTransactionLog::AddRef(int) of no reference", .prepare = CreateLog,
-         .run = [] { Result(g_Log->AddRef(0)); }, .does = "file:translog:419; log 1 0 1 ",
-         .tolerates = {MUTEX_LOCK}},
         {.name = "QNTransactionLog::Release()", .prepare = CreateReferencedLog,
          .run = [] { Result(g_Log->Release()); }, .does = "= 1 log 2 1 1 "},
-        {.name = "QNTransactionLog::Release() without an extra reference", .prepare = CreateLog,
-         .run = [] { Result(g_Log->Release()); }, .does = "file:translog:439; log 1 0 1 ",
-         .tolerates = {MUTEX_LOCK}},
         {.name = "QNTransactionLog::AddBuffer(string const&, unsigned long, QNTransactionBuffer*)",
          .prepare = CreateLog, .run = [] { g_Log->AddBuffer(LONG, 1, &g_Buffer); },
          .does = "log 1 0 2 "},
-        {.name = "QNTransactionLog::AddBuffer of no buffer",
-         .prepare = CreateLog, .run = [] { g_Log->AddBuffer(LONG, 1, nullptr); },
-         .does = "file:translog:467; log 1 0 1 "},
         {.name = "QNTransactionLog::GetBuffer(string const&, unsigned long)",
          .prepare = CreateLog, .run = [] { Result(g_Log->GetBuffer("a", 1) != nullptr); },
          .does = "= 1 log 1 0 1 "},
@@ -297,14 +284,6 @@ std::vector<Operation> AllOperations()
          .run = [] { Locks().EraseThrIDandInfo(7); }, .does = "lock errors 0 "},
     };
     // clang-format on
-}
-
-void SetUpServices()
-{
-    TheDebugInterface(); // created here, not under a fault
-    ThePlatform().readMode = [](int& value) { return value = 0, 1; };
-    faults::g_llClock = START;
-    g_bEnableMitLockErrMgr = true;
 }
 
 void Note(const std::string& what)

@@ -188,7 +188,6 @@ TEST(FaultSweep, EveryOperationSurvivesEveryFault)
     ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS);
     ACE_Log_Category::ace_lib().per_thr_obj();
     const ReportDirectory directory;
-    SetUpServices();
     auto* const allocations = static_cast<long*>( // shared with the children
         mmap(nullptr, sizeof(long), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     int faults = 0;

@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "soak/load.h"
-
 /// Ends the process with a message if the condition does not hold. It works before main() and after
 /// its end, where no test framework does.
 #define REQUIRE(cond)                                                                              \
@@ -30,11 +28,5 @@ unsigned long LeaveLog();
 
 /// Releases the extra reference of such a log and checks that the log is destroyed.
 void FinishLog(unsigned long handle);
-
-/// Does one burst of the work of each thread of the load, on the calling thread.
-void WorkOnce(const soak::Load& load);
-
-/// Uses every service on the calling thread and checks the results.
-void UseEveryService();
 
 #endif
