@@ -36,11 +36,6 @@ void Free(void* param)
     delete static_cast<int*>(param);
 }
 
-void* Same(void* param)
-{
-    return param;
-}
-
 EmsUtilTimerInterface g_Timer = {Timeout, Copy, Free};
 
 std::string TakeEvents()
@@ -89,12 +84,12 @@ TEST(Timer, NullFunctionsAreNotCalled)
     for (EmsUtilTimerInterface timer : {EmsUtilTimerInterface{nullptr, nullptr, nullptr},
                                         {Timeout, [](void*) -> void* { return nullptr; }, Free},
                                         {Timeout, nullptr, Free},
-                                        {nullptr, Same, nullptr}}) {
+                                        {nullptr, Copy, Free}}) {
         ScheduleEmsUtilTimer(7, timer, &param);
     }
     g_Now += 101ms;
     EXPECT_EQ(manager.DeliverExpired(), 4u);
-    EXPECT_EQ(TakeEvents(), "timeout-null timeout-null ");
+    EXPECT_EQ(TakeEvents(), "copy timeout-null timeout-null free ");
 }
 
 TEST(Timer, FailuresWriteOneLine)
@@ -102,6 +97,7 @@ TEST(Timer, FailuresWriteOneLine)
     int param = 5;
     ScheduleEmsUtilTimer(7, g_Timer, &param); // no application manager
     Manager();
+    EXPECT_EQ(emsstandin::AddTaskManager(7, {}), nullptr);
     ScheduleEmsUtilTimer(255, g_Timer, &param);
     EXPECT_EQ(TakeLines(), (Lines{"1|Find TaskMgrID 7 failed\n", "1|Find TaskMgrID 255 failed\n"}));
     EXPECT_EQ(TakeEvents(), "");
@@ -111,46 +107,4 @@ TEST(Timer, FailuresWriteOneLine)
     EXPECT_EQ(Manager().DeliverExpired(), 1u);
     EXPECT_EQ(TakeEvents(), "copy free ");
     EXPECT_EQ(TakeLines(), Lines{"1|timer of task EmsUtilAgentTimerTask failed: late\n"});
-}
-
-TEST(TaskManager, StoppingDestroysTasksWhereverItIsCalled)
-{
-    int param = 5;
-    TaskManager& outer = *emsstandin::AddTaskManager(8, {1us, [] { return g_Now; }});
-    EXPECT_EQ(emsstandin::AddTaskManager(8, {}), nullptr);
-    EXPECT_THROW(TaskManager({0us, nullptr}), std::invalid_argument);
-    ScheduleEmsUtilTimer(8, g_Timer, &param);
-    outer.Stop(); // before Start()
-    EXPECT_EQ(TakeEvents(), "copy free ");
-
-    TaskManager& manager = Manager();
-    EmsUtilTimerInterface stops = {[](void*) {
-                                       EXPECT_EQ(Manager().DeliverExpired(), 0u);
-                                       Manager().Stop();
-                                       g_Events += "stopped ";
-                                   },
-                                   Same,
-                                   [](void*) {
-                                       Manager().Stop(); // from a task's destruction
-                                       g_Events += "free ";
-                                   }};
-    ScheduleEmsUtilTimer(7, stops, &param);
-    g_Now += 1us;
-    ScheduleEmsUtilTimer(7, g_Timer, &param); // due later, but in the same call
-    g_Now += 101ms;
-    EXPECT_EQ(manager.DeliverExpired(), 1u);
-    EXPECT_EQ(TakeEvents(), "copy stopped free free "); // after the event
-    EXPECT_EQ(manager.DeliverExpired(), 0u);
-    outer.Start();
-    manager.Start();
-    EmsUtilTimerInterface first = {[](void*) { Manager().DeliverExpired(); }, nullptr, nullptr};
-    // In an event of the outer manager, inside which an event of another manager runs.
-    EmsUtilTimerInterface second = {[](void* given) { static_cast<TaskManager*>(given)->Stop(); },
-                                    Same, nullptr};
-    ScheduleEmsUtilTimer(8, first, nullptr);
-    ScheduleEmsUtilTimer(7, second, &outer);
-    g_Now += 101ms;
-    EXPECT_EQ(outer.DeliverExpired(), 1u);
-    EXPECT_EQ(outer.DeliverExpired(), 0u);
-    manager.Stop();
 }
