@@ -67,7 +67,7 @@ struct Tasks
         return std::exchange(g_Events, {});
     }
 
-    std::chrono::seconds m_Now{0};
+    std::chrono::nanoseconds m_Now{0};
     emsstandin::TaskManager m_Manager{{std::chrono::seconds(1), [this] { return m_Now; }}};
     NamedTask* const m_pA = new NamedTask(m_Manager, 'a');
     NamedTask* const m_pB = new NamedTask(m_Manager, 'b');
@@ -193,6 +193,9 @@ TEST(Platform, TimersExpireInTheOrderInWhichTheyAreDue)
     };
     EXPECT_EQ(tasks.EventsAt(30), "abc");
     EXPECT_EQ(tasks.EventsAt(33), "abc");
+    ++tasks.m_Now;
+    b->SetTaskTimeInterval(1); // rounded up to a microsecond
+    EXPECT_EQ(tasks.EventsAt(34), "a");
     tasks.m_Manager.Stop();
     EXPECT_EQ(g_Events, "~a~b~c");
 }
@@ -211,8 +214,12 @@ TEST(Platform, ATaskMayDestroyItselfAndOthersInItsEvent)
         self->eKorSetTaskState(3); // once more
         g_Events += "finished ";
     };
-    c->m_OnEvent = [task = c](long) { delete task; };
-    EXPECT_EQ(tasks.EventsAt(2), "afinished ~b~ac~c");
+    c->m_OnEvent = [task = c](long) {
+        task->m_OnEvent = [task](long) { delete task; };
+        throw std::runtime_error("late");
+    };
+    emsstandin::SetDebugCallback([](auto, auto, auto& line) { g_Events += line; });
+    EXPECT_EQ(tasks.EventsAt(2), "afinished ~b~actimer of task NamedTask failed: late\nc~c");
     tasks.m_Manager.Stop();
     EXPECT_EQ(g_Events, "");
 }
@@ -221,6 +228,8 @@ TEST(Platform, StoppingDestroysAllTasksWhereverItIsCalled)
 {
     EXPECT_THROW(emsstandin::TaskManager({std::chrono::microseconds(0), nullptr}),
                  std::invalid_argument);
+    EXPECT_NE(emsstandin::AddTaskManager(7, {}), nullptr);
+    EXPECT_EQ(emsstandin::AddTaskManager(7, {}), nullptr);
     Tasks tasks;
     emsstandin::TaskManager& manager = tasks.m_Manager;
     tasks.m_pA->SetTaskTimeInterval(1);
