@@ -84,7 +84,7 @@ TEST(DebugInterface, IsFetchedOnceAndANullIsNotKept)
     EXPECT_EQ(ThePlatform().fetches, 2);
 }
 
-TEST(Checks, WriteTheConditionAsWrittenAndAssertionsExpanded)
+TEST(Checks, WriteTheConditionAsWrittenAndEvaluateItOnce)
 {
 #define TEST_EXPANDED 1
     for (const bool holds : {true, false}) {
@@ -102,8 +102,12 @@ TEST(Checks, WriteTheConditionAsWrittenAndAssertionsExpanded)
                      "A|ASSERT: file sample, line 1 assertion failed for '(holds && 1)'.\n"}));
     // A check line asks the platform, and is lost when it has no debug interface.
     ThePlatform().hasDebugInterface = false;
+    int evaluations = 0;
     QN_CHECK_AT("sample", 3)
-    QN_LOG_IF_TRUE(TEST_EXPANDED);
+    QN_LOG_IF_TRUE(++evaluations == 1);
+    QN_CHECK_AT("sample", 4)
+    QN_LOG_IF_NOT_TRUE(++evaluations != 2);
+    EXPECT_EQ(evaluations, 2);
     EXPECT_EQ(TakeLines(), Lines{});
 }
 
