@@ -224,6 +224,7 @@ std::vector<Operation> AllOperations()
          .run = [] { Result(IsEmsThreadReport(pthread_self())); }, .does = "= 1 inside 1 report "},
         {.name = "GetEmsThreadInfo(list&, long)", .prepare = Enter,
          .run = [] { CountRecords(0); }, .does = "= 1 inside 1 report "},
+        {.name = "GetEmsThreadInfo(list&, long) without records", .run = [] { CountRecords(0); }},
         {.name = "GetEmsThreadInfo(list&, long) of overdue threads", .prepare = Enter,
          .run = [] { CountRecords(10); }, .does = "= 1 inside 1 report "},
         {.name = "StatEmsThreadInfo()", .prepare = Enter, .run = StatEmsThreadInfo,

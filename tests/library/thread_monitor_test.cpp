@@ -143,30 +143,30 @@ TEST(ThreadMonitor, TheFirstEntryDecidesWhetherAThreadIsAReportThread)
 
 TEST(ThreadMonitor, OverdueIsExactlyTheThresholdAndMore)
 {
-    SetClock(0);
+    SetClock(0.5);
     {
         RegEmsThreadInfo left(nullptr);
     }
-    SetClock(100);
+    SetClock(100.5);
     EXPECT_FALSE(IsEmsThreadTimeout(1)); // outside
     Report(1, 1);
     RegEmsThreadInfo inside(nullptr);
     std::list<EmsThreadInfo> infos(2);
-    SetClock(102.999999);
+    SetClock(103.499999);
     EXPECT_FALSE(IsEmsThreadTimeout(0));
     EXPECT_TRUE(IsEmsThreadTimeout(102)); // since the exit of this thread
     EXPECT_FALSE(IsEmsThreadTimeout(103));
     GetEmsThreadInfo(infos, 3);
     EXPECT_EQ(infos.size(), 3u);
-    SetClock(103);
+    SetClock(103.5);
     EXPECT_TRUE(IsEmsThreadTimeout(103));
     GetEmsThreadInfo(infos, 3);
     ASSERT_EQ(infos.size(), 5u);
     EXPECT_EQ(Microseconds(infos.back().m_Duration), 103 * SECOND); // the higher id is the last
-    EXPECT_EQ(StateOf(pthread_self()), (State{1, 0, 103 * SECOND, 100 * SECOND, 3}));
+    EXPECT_EQ(StateOf(pthread_self()), (State{1, SECOND / 2, 103 * SECOND, 100 * SECOND, 3}));
     EXPECT_EQ(Microseconds(Records()[1].m_Duration), 3 * SECOND);
 
-    SetClock(-1);
+    SetClock(-0.5);
     EXPECT_FALSE(IsEmsThreadTimeout(1));
     EXPECT_TRUE(IsEmsThreadTimeout(-1));
     EXPECT_TRUE(IsEmsThreadTimeout(LONG_MIN));

@@ -2,11 +2,9 @@
 // the other must find it. Both are built from this source.
 
 #include <list>
-#include <utility>
 
 #include <dlfcn.h>
 
-#include <emsplatform/platform.h>
 #include <emsstandin/setup.h>
 
 #include "emsutil/diagnostics.h"
@@ -35,12 +33,10 @@ EMSUTIL_API void Find(EmsGeneralCmd& cmd, unsigned long log, const QNMitLockErrM
     std::list<EmsThreadInfo> records;
     GetEmsThreadInfo(records, 0);
     REQUIRE(records.size() == 1 && records.front().m_InfoMap.contains(cmd.name));
-    // The process reads its mode and its name once.
+    // The process reads its mode once.
     emsstandin::SetConfigFile("");
     REQUIRE(ReadMsgHandleModeSwitcher() == 0);
-    const std::string name = std::exchange(g_ProcName, "other");
     EmsUtilTraced("found ");
-    g_ProcName = name;
 }
 
 EMSUTIL_API void Leave(decltype(&Find) find)
