@@ -266,6 +266,9 @@ std::vector<Operation> AllOperations()
         {.name = "QNTransactionLog::AddBuffer(string const&, unsigned long, QNTransactionBuffer*)",
          .prepare = CreateLog, .run = [] { g_Log->AddBuffer(LONG, 1, &g_Buffer); },
          .does = "log 1 0 2 "},
+        {.name = "QNTransactionLog::AddBuffer of no buffer", // its check line is under the lock
+         .prepare = CreateLog, .run = [] { g_Log->AddBuffer(LONG, 1, nullptr); },
+         .does = "file:translog:467; log 1 0 1 "},
         {.name = "QNTransactionLog::GetBuffer(string const&, unsigned long)",
          .prepare = CreateLog, .run = [] { Result(g_Log->GetBuffer("a", 1) != nullptr); },
          .does = "= 1 log 1 0 1 "},
