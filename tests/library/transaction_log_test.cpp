@@ -192,6 +192,8 @@ TEST(TransactionLog, AnExceptionOrACancellationInACheckLineDoesNotStopADestructi
     std::destroy_at(&damaged); // line 402
     EXPECT_EQ(std::exchange(g_Deleted, {}), "a1 ");
     new (&damaged) QNTransactionLog(0ul);
+    QNTransactionLog().AddRef(1);
+    EXPECT_NO_THROW(QNTransactionLog::ClearAllLog()); // lines 353 and 354
 
     ThePlatform().onLine = [](const std::string&) { pthread_testcancel(); };
     std::thread([] {
@@ -200,7 +202,7 @@ TEST(TransactionLog, AnExceptionOrACancellationInACheckLineDoesNotStopADestructi
         log->AddRef(1);
         log.reset();
         pthread_cancel(pthread_self());
-        QNTransactionLog::ClearAllLog(); // lines 353 and 354
+        QNTransactionLog::ClearAllLog();
     }).join();
     EXPECT_EQ(std::exchange(g_Deleted, {}), "a1 ");
 }
