@@ -7,6 +7,7 @@ wc -c <var/dump/emshost.rpt
 export TMPDIR=$PWD/temporary
 printf 'install\ntrace text=a\ninstall\n' | "$emshost"
 for signal in HUP TERM; do
+    rm -f out # the earlier one has text before this one's host has started
     { echo install; yes 'pause ms:long=60000' | head -400; } | "$emshost" --install-path "$signal" >out 2>err &
     until [ -s out ]; do :; done
     kill -s $signal $!
