@@ -12,7 +12,7 @@ using namespace NSQN_EMSUTIL_AGENT;
 constexpr int JOBS = 3;
 std::promise<void> g_Unstick;
 
-// Stands for a queue: the first two waits bring a job each, the next five none, the eighth one.
+// Stands for a queue: waits 1, 2 and 8 bring a job each, and waits 3 to 7 bring none.
 bool AwaitJob(std::chrono::milliseconds time)
 {
     static int waits = 0;

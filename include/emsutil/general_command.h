@@ -181,8 +181,8 @@ public:
 /// limit, until a drain removes a command. In a handler that a drain runs, the call never waits for
 /// room: it adds the command beyond the limit.
 ///
-/// A timer callback or the destructor of a transaction log's buffer should not add a command: if
-/// the queue is full, the thread that runs the callback or the destructor waits with it.
+/// A timer callback or the destructor of a transaction log's buffer should not add a command: while
+/// the queue is full, the callback or the destructor would wait too.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the handler of `cmd.name` at once on the calling thread. The handler receives `cmd` itself,

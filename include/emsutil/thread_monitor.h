@@ -65,10 +65,10 @@ enum {
     THREADINFO_TYPE_INT = 1     ///< an int as decimal text
 };
 
-/// The named values of a thread: a map from each name to a text and its type. If the map has the
-/// name "Report" at the first entry with a thread id, the thread is a report thread:
-/// IsEmsThreadReport() returns true for this id. The text and type of that value do not matter. The
-/// library treats report threads like all other threads.
+/// The named values of a thread: a map from each name to a text and its type. A thread whose map
+/// has the name "Report" when the thread first enters is a report thread: IsEmsThreadReport()
+/// returns true for its id. The text and type of that value do not matter. The library treats
+/// report threads like all other threads.
 typedef std::map<std::string, std::pair<std::string, int>> EmsThreadInfoMap;
 
 /// The record of one thread.
@@ -117,7 +117,8 @@ private:
 
 /// Sets a named value in the caller's map. The thread's next entry with this map copies the value
 /// into the record. The last call for a name also decides the type of the value. Changes nothing if
-/// the name or the text is null. The text may point into the map. Does not wait.
+/// the name or the text is null. The text is copied first, and may be a text of this map. Does not
+/// wait.
 EMSUTIL_API void AddEmsThreadInfo(std::map<std::string, std::pair<std::string, int>>& infoMap,
                                   const char* name, const char* value);
 
