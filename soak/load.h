@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -55,9 +54,6 @@ std::vector<Load> AllLoads();
 void Run(const std::vector<Load>& loads, std::size_t threads,
          const std::function<bool(std::size_t bursts)>& pause,
          const std::function<void()>& meanwhile);
-
-/// Who holds it exclusively finds the report file closed.
-extern std::shared_mutex g_ReportFile;
 
 /// Counts a debug line that a load makes the library write, or returns false for one that no load
 /// expects. The program must pass it each line of its debug interface.

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -25,8 +26,6 @@ namespace soak {
 
 using namespace NSQN_EMSUTIL_AGENT;
 using namespace NSQN_util;
-
-constinit std::shared_mutex g_ReportFile; // shared by the threads that write
 
 namespace {
 
@@ -84,6 +83,7 @@ void AddAndRun(std::size_t thread)
 constinit Total g_WholeEntries = {"report entries whole"};
 constinit PerThread g_NextEntry = {};
 constinit PerThread g_ExpectedEntry = {}; // only for the check
+constinit std::shared_mutex g_ReportFile; // shared by the threads that write
 
 std::string Entry(std::size_t writer, std::uint64_t number)
 {

@@ -65,9 +65,9 @@ EMSUTIL_API std::string string_format(const char* format, ...)
 ///
 /// The path of the file is the parent of the platform's install path, followed by "../var/dump/",
 /// the process's name (the platform's g_ProcName) and ".rpt". If the install path is /opt/ems/bin
-/// and the name is "host", the file is /opt/ems/../var/dump/host.rpt, that is,
-/// /opt/var/dump/host.rpt. The first call of EmsUtilTraced() or EmsUtilReport() whose format is not
-/// null fixes the path, even if that call writes nothing.
+/// and the name is "host", the file is /opt/ems/../var/dump/host.rpt. The first call of
+/// EmsUtilTraced() or EmsUtilReport() whose format is not null fixes the path, even if that call
+/// writes nothing.
 ///
 /// Each call that writes appends one entry. The file is opened and closed for each entry. If the
 /// file does not exist, it is created with the mode 0644, less the umask. The directory of the file

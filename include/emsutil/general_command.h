@@ -33,9 +33,9 @@
 /// Errors: no function reports an error. A call that fails does nothing, except that a drain drops
 /// a command whose handler it does not find. If the library runs out of memory, std::bad_alloc
 /// passes to the caller. The call has then done nothing, with two exceptions: an assignment may
-/// have changed a part of its target, and a drain may already have run some commands. ACE allocates
-/// the command's entry in the queue. If that fails, addGeneralCmd() drops the command and throws
-/// nothing.
+/// have changed a part of its target, and a drain may already have run some commands. If ACE cannot
+/// allocate its own part of a command's entry in the queue, addGeneralCmd() drops the command and
+/// throws nothing.
 
 #include <cstdint>
 #include <list>
@@ -182,7 +182,7 @@ public:
 /// room: it adds the command beyond the limit.
 ///
 /// A timer callback or the destructor of a transaction log's buffer should not add a command: while
-/// the queue is full, the callback or the destructor would wait too.
+/// the queue is full, it would wait, and with it all other work of the thread that runs it.
 EMSUTIL_API void addGeneralCmd(EmsGeneralCmd& cmd);
 
 /// Runs the handler of `cmd.name` at once on the calling thread. The handler receives `cmd` itself,

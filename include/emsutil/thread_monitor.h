@@ -65,10 +65,10 @@ enum {
     THREADINFO_TYPE_INT = 1     ///< an int as decimal text
 };
 
-/// The named values of a thread: a map from each name to a text and its type. A thread whose map
-/// has the name "Report" when the thread first enters is a report thread: IsEmsThreadReport()
-/// returns true for its id. The text and type of that value do not matter. The library treats
-/// report threads like all other threads.
+/// The named values of a thread: a map from each name to a text and its type. If the first
+/// RegEmsThreadInfo object under a thread id receives a map with the name "Report", the id is that
+/// of a report thread: IsEmsThreadReport() returns true for it until the process ends. The text and
+/// type of that value do not matter. The library treats report threads like all other threads.
 typedef std::map<std::string, std::pair<std::string, int>> EmsThreadInfoMap;
 
 /// The record of one thread.

@@ -38,12 +38,12 @@
 /// destroyed deletes its buffers. GetBuffer() returns a pointer to a buffer that still belongs to
 /// the log. The pointer is valid while the log exists and the buffer is in it.
 /// Errors: an operation that cannot take its lock does nothing. If the operation returns a value,
-/// it then returns 0 or null. Misuse writes a check line, which is a debug line about misuse:
-/// "file:translog:<number>,<text>". std::bad_alloc and exceptions of the debug interface pass to
-/// the caller, with no lock held and nothing half done. The destructor of a handle and
-/// ClearAllLog() are different: no exception passes out of these two, and a thread cannot be
-/// cancelled in them. If the destructor of a handle cannot take its locks, the handle's reference
-/// stays counted, and the log exists until ClearAllLog().
+/// it then returns 0 or null. Misuse writes a check line, "file:translog:<number>,<text>", to the
+/// debug interface. std::bad_alloc and exceptions of the debug interface pass to the caller, with
+/// no lock held and nothing half done. The destructor of a handle and ClearAllLog() are different:
+/// no exception passes out of these two, and a thread cannot be cancelled in them. If the
+/// destructor of a handle cannot take its locks, the handle's reference stays counted, and the log
+/// exists until ClearAllLog().
 ///
 /// When the library writes a check line, it usually holds the locks of the log, or the lock of all
 /// logs. The debug interface must therefore not call an operation of a transaction log, and should
