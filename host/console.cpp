@@ -1,5 +1,6 @@
 #include "host/console.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -23,7 +24,8 @@ Stream g_Output = {stdout, "standard output"};
 Stream g_Error = {stderr, "standard error"};
 Stream g_Debug = g_Error;
 bool g_bPrompt = false;
-bool g_bOverPrompt = false;
+
+std::atomic<bool> g_bPromptLost = false;
 
 // The following are called with the lock held.
 
@@ -52,7 +54,9 @@ void Write(Stream& stream, std::string_view line)
         return;
     }
     std::string whole = g_bPrompt ? "\r\033[K" : "";
-    g_bOverPrompt |= g_bPrompt;
+    if (g_bPrompt) {
+        LosePrompt();
+    }
     whole += line;
     if (!line.ends_with('\n')) {
         whole += '\n';
@@ -116,13 +120,16 @@ void SetPrompt(bool isShown)
 {
     const std::lock_guard guard(g_Mutex);
     g_bPrompt = isShown;
-    g_bOverPrompt = false;
 }
 
-bool HasWrittenOverPrompt()
+void LosePrompt()
 {
-    const std::lock_guard guard(g_Mutex);
-    return std::exchange(g_bOverPrompt, false);
+    g_bPromptLost = true;
+}
+
+bool IsPromptLost()
+{
+    return g_bPromptLost.exchange(false);
 }
 
 } // namespace emshost

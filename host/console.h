@@ -29,8 +29,10 @@ bool IsAnyLost();
 
 /// While a prompt is shown, lines are written in its place.
 void SetPrompt(bool isShown);
-/// Whether a line has been written in the place of the prompt since the last call.
-bool HasWrittenOverPrompt();
+/// Says that the prompt must be shown again. Does not wait, unlike the functions above.
+void LosePrompt();
+/// Whether a prompt that is shown must be shown again: once after it was lost.
+bool IsPromptLost();
 
 } // namespace emshost
 

@@ -50,6 +50,7 @@ Host::Host(const HostOptions& options, std::stop_source stop)
 
 int Host::Run(const std::vector<std::string>& scripts)
 {
+    m_bReadsInput = std::ranges::count(scripts, "-") > 0;
     m_bInteractive = scripts == std::vector<std::string>{"-"} && ::isatty(STDIN_FILENO) == 1 &&
                      ::isatty(STDOUT_FILENO) == 1;
     if (m_Options.direct || m_bInteractive) {
@@ -192,7 +193,7 @@ void Host::RunCommand(EmsGeneralCmd& cmd)
     }
     const auto fault = static_cast<Count>(position.rtype);
     if (m_Stop.stop_requested()) {
-        m_Counts[SKIPPED] += fault == READ ? 1 : 0;
+        m_Counts[SKIPPED] += fault == READ || fault == UNKNOWN ? 1 : 0;
     } else if (fault != READ) {
         Report(fault, position.value);
     } else {
@@ -227,10 +228,17 @@ void Host::CheckNesting() const
 
 void Host::RunScript(const std::string& path)
 {
-    // A script that ran itself twice would run 2^DEEPEST_NESTING times.
-    for (const Position& by : m_Running) {
+    const auto fileOf = [](const std::string& name) { return name == "-" ? "/dev/stdin" : name; };
+    // A script that ran itself twice would run 2^DEEPEST_NESTING times. Two readers of standard
+    // input would each get a part of it.
+    std::vector<std::string> others;
+    std::ranges::transform(m_Running, std::back_inserter(others), &Position::name);
+    if (m_bReadsInput) {
+        others.emplace_back("-");
+    }
+    for (const std::string& other : others) {
         std::error_code missing;
-        if (path == by.name || std::filesystem::equivalent(path, by.name, missing)) {
+        if (path == other || std::filesystem::equivalent(fileOf(path), fileOf(other), missing)) {
             throw std::runtime_error(path + " is being run already");
         }
     }

@@ -94,6 +94,7 @@ private:
     std::stop_source m_Stop;
     const std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
     bool m_bInteractive = false;
+    bool m_bReadsInput = false;              // standard input is a script of its own
     std::atomic<bool> m_bReadEnough = false; // an error that is to stop the process is delivered
     std::array<std::atomic<std::uint64_t>, COUNTS> m_Counts = {};
 

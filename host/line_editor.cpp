@@ -6,16 +6,19 @@
 #include <vector>
 
 #include <editline/readline.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "host/command.h"
+#include "host/command_parser.h"
 #include "host/console.h"
 
 namespace emshost {
 
 namespace {
 
-constexpr int MOST_LINES = 1000; // in the history
+constexpr int MOST_LINES = 1000;    // in the history
+constexpr int LONGEST_TYPED = 4000; // libedit destroys memory at some 8,000
 
 std::optional<std::string> g_strTyped;
 
@@ -52,21 +55,34 @@ char** Complete(const char* typed, int begin, int)
 
 std::string EditLine(const std::stop_token& stop)
 {
+    rl_catch_signals = 0; // libedit's handlers would run on any thread
     rl_attempted_completion_function = Complete;
     stifle_history(MOST_LINES);
     g_strTyped.reset();
     SetPrompt(true);
     rl_callback_handler_install("emshost> ", TakeLine);
-    while (!g_strTyped && !stop.stop_requested() && ::isatty(STDIN_FILENO) == 1) {
-        const int result = WaitForInput(STDIN_FILENO, STOP_CHECK_MS);
-        if (result > 0) {
+    const auto goesOn = [&stop] {
+        return !g_strTyped && rl_end <= LONGEST_TYPED && !stop.stop_requested() &&
+               ::isatty(STDIN_FILENO) == 1;
+    };
+    while (goesOn()) {
+        if (WaitForInput(STDIN_FILENO, STOP_CHECK_MS) > 0) {
             rl_callback_read_char();
-        } else if (!stop.stop_requested() && (result < 0 || HasWrittenOverPrompt())) {
-            rl_forced_update_display(); // a signal may say that the terminal has another size
+        } else if (IsPromptLost()) {
+            rl_deprep_terminal(); // the shell may have changed its modes while this process stopped
+            rl_prep_terminal(1);
+            rl_resize_terminal();
+            rl_forced_update_display();
         }
     }
+    const bool isTooLong = !g_strTyped && rl_end > LONGEST_TYPED;
     rl_callback_handler_remove();
     SetPrompt(false);
+    if (isTooLong) {
+        ::tcflush(STDIN_FILENO, TCIFLUSH);
+        Print("");
+        throw BadLine("line longer than " + std::to_string(LONGEST_TYPED) + " bytes at the prompt");
+    }
     std::string line = g_strTyped.value_or("");
     if (line.empty() && !stop.stop_requested()) {
         Print(""); // the shell's prompt begins a line

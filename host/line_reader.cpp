@@ -119,6 +119,9 @@ bool LineReader::ReadMore()
         return !m_Rest.empty();
     }
 #endif
+    if (m_bAtEnd) {
+        return false;
+    }
     m_strRead.resize(READ_SIZE);
     if (WaitForInput(m_nDescriptor, 0) <= 0) {
         Flush(); // what is done is seen while the process waits
@@ -136,7 +139,8 @@ bool LineReader::ReadMore()
         throw std::system_error(errno, std::generic_category(), m_strName);
     }
     m_Rest = std::string_view(m_strRead).substr(0, static_cast<std::size_t>(count));
-    return count > 0;
+    m_bAtEnd = count == 0;
+    return !m_bAtEnd;
 }
 
 } // namespace emshost

@@ -17,8 +17,8 @@ int WaitForInput(int descriptor, int milliseconds);
 
 /// Shows a prompt at the terminal, and returns the line that is typed, with its line end; the empty
 /// text at the end of the input, or when the process is to stop. The line can be edited, earlier
-/// lines are in a history, and the names of commands are completed. One thread may call it. Left
-/// out where libedit is absent.
+/// lines are in a history, and the names of commands are completed. Throws BadLine for a line that
+/// is too long to be typed. One thread may call it. Left out where libedit is absent.
 std::string EditLine(const std::stop_token& stop);
 
 /// The lines of a script, one at a time, in little memory whatever the script has.
@@ -50,6 +50,7 @@ private:
     const int m_nDescriptor;
     std::string m_strRead;
     std::string_view m_Rest; // what is read and not yet part of a line
+    bool m_bAtEnd = false;   // a terminal would be read again
     std::size_t m_nLineNumber = 0;
 };
 

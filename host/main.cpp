@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <stop_token>
 #include <string>
 #include <thread>
@@ -42,13 +43,14 @@ void OpenStandardDescriptors()
 }
 
 /// The first SIGINT, SIGTERM or SIGHUP stops the process in order, a second one at once. A signal
-/// that the parent has made ignored stays so. Called before other threads are created, which
-/// inherit the mask.
-void StopOnSignal(std::stop_source stop)
+/// that the parent has made ignored stays so. Others show the prompt again: the terminal has
+/// another size, or the process goes on after a stop. Called before other threads are created,
+/// which inherit the mask.
+void HandleSignals(std::stop_source stop)
 {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGCONT}) {
         struct sigaction action = {};
         if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
             sigaddset(&signals, number);
@@ -57,7 +59,8 @@ void StopOnSignal(std::stop_source stop)
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::thread([signals, stop = std::move(stop)]() mutable {
         int number = 0;
-        while (sigwait(&signals, &number) != 0) {
+        while (sigwait(&signals, &number) != 0 || number == SIGWINCH || number == SIGCONT) {
+            emshost::LosePrompt();
         }
         g_nSignal = number;
         ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
@@ -127,7 +130,8 @@ int Run(int argc, char** argv)
             }
         }
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : WRONG_USE;
+        const bool isHelp = app.exit(error) == 0;
+        return !isHelp ? WRONG_USE : std::cout.flush() ? 0 : 1;
     }
 
     if (app.count("--debug-file") > 0 && !emshost::OpenDebugFile(debugFile)) {
@@ -136,7 +140,7 @@ int Run(int argc, char** argv)
     // For the line editor. NOLINTNEXTLINE(concurrency-mt-unsafe): before threads start
     std::setlocale(LC_CTYPE, "C.UTF-8");
     const std::stop_source stop;
-    StopOnSignal(stop);
+    HandleSignals(stop);
     emsstandin::SetDebugCallback(
         [](emsstandin::DebugOperation, int, const std::string& text) { emshost::DebugLine(text); });
     const int status = soakSeconds > 0

@@ -58,6 +58,7 @@ void Workers::Stick()
         m_Changed.notify_all();
         m_Changed.wait(inside, m_Stop, [&worker] { return !worker.stuck; });
         worker.inside = false;
+        m_Changed.notify_all();
     });
     m_Changed.notify_all();
     m_Changed.wait(lock, m_Stop, [&worker] { return worker.inside; });
@@ -65,11 +66,14 @@ void Workers::Stick()
 
 void Workers::Unstick()
 {
-    const std::lock_guard guard(m_Mutex);
+    std::unique_lock lock(m_Mutex);
     for (Worker& worker : m_Workers) {
         worker.stuck = false;
     }
     m_Changed.notify_all();
+    m_Changed.wait(lock, m_Stop, [this] {
+        return std::ranges::none_of(m_Workers, [](const Worker& worker) { return worker.inside; });
+    });
 }
 
 void Workers::End()

@@ -36,7 +36,7 @@ public:
     void Await();
     /// Makes a worker stick in a job, and waits until it does. Throws as Submit().
     void Stick();
-    /// Lets all stuck workers go on.
+    /// Lets all stuck workers go on, and waits until they do.
     void Unstick();
     /// Lets all stuck workers go on, waits until all jobs are done, and joins the threads.
     void End();

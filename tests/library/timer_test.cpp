@@ -116,7 +116,7 @@ long Throw(eKorTask&)
 long DestroyAndThrow(eKorTask& task)
 {
     Destroy(task);
-    return Throw(task);
+    throw std::runtime_error("not armed");
 }
 
 /// Lets another thread call `operation`, and checks that it waits.

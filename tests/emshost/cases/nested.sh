@@ -14,3 +14,4 @@ done
 "$emshost" --strict deep1
 echo 'run file=-' >inner/asking
 printf 'show n=5\nrun file=-\n' | "$emshost" inner/asking 2>&1 | sed '/^read/,$d'
+echo 'show n=6' | "$emshost" inner/asking - 2>&1 | sed '/^read/,$d'
