@@ -61,13 +61,11 @@ std::string EditLine(const std::stop_token& stop)
     g_strTyped.reset();
     SetPrompt(true);
     rl_callback_handler_install("emshost> ", TakeLine);
-    const auto goesOn = [&stop] {
-        return !g_strTyped && rl_end <= LONGEST_TYPED && !stop.stop_requested() &&
-               ::isatty(STDIN_FILENO) == 1;
-    };
-    while (goesOn()) {
+    bool isTooLong = false;
+    while (!g_strTyped && !isTooLong && !stop.stop_requested() && ::isatty(STDIN_FILENO) == 1) {
         if (WaitForInput(STDIN_FILENO, STOP_CHECK_MS) > 0) {
             rl_callback_read_char();
+            isTooLong = !g_strTyped && rl_end > LONGEST_TYPED;
         } else if (IsPromptLost()) {
             rl_deprep_terminal(); // the shell may have changed its modes while this process stopped
             rl_prep_terminal(1);
@@ -75,7 +73,6 @@ std::string EditLine(const std::stop_token& stop)
             rl_forced_update_display();
         }
     }
-    const bool isTooLong = !g_strTyped && rl_end > LONGEST_TYPED;
     rl_callback_handler_remove();
     SetPrompt(false);
     if (isTooLong) {
