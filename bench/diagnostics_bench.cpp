@@ -12,9 +12,7 @@
 
 #ifdef BENCH_HAS_SPDLOG
 #include <spdlog/sinks/basic_file_sink.h>
-#include <spdlog/sinks/null_sink.h>
 #include <spdlog/spdlog.h>
-#include <spdlog/stopwatch.h>
 #endif
 
 #include <emsstandin/setup.h>
@@ -147,15 +145,4 @@ void AddDiagnostics()
         Check(state, text.find("loading alpha on port 4711") != std::string::npos &&
                          text.find("used time(ms): ") != std::string::npos);
     });
-#ifdef BENCH_HAS_SPDLOG
-    Peer("time a block", "spdlog::stopwatch", 1, [](benchmark::State& state) {
-        spdlog::logger logger("null", std::make_shared<spdlog::sinks::null_sink_mt>());
-        Measure(state, [&] {
-            const spdlog::stopwatch watch;
-            logger.info("loading {} on port {}", "alpha", PORT);
-            logger.info("used time(ms): {}", watch);
-        });
-        Check(state, logger.should_log(spdlog::level::info));
-    });
-#endif
 }
