@@ -31,6 +31,3 @@ for arguments in '' --direct runs; do
     echo "exit status $?"
     exec 3>&- 4<&-
 done
-
-# An unknown command that is skipped counts as skipped.
-printf 'quit\nnosuch\nshow\n' | "$emshost" 2>&1
