@@ -1,8 +1,8 @@
 # emsutil_add_conformance_test(PLATFORM SOURCE...)
 #
-# Adds the program PLATFORM_conformance, with "_" for each "::" in PLATFORM, which checks the platform of the target PLATFORM by the rules
-# of docs/platform.md, and a test that runs it. One of the sources defines ConformanceSetup(), as
-# emsutil_conformance.h says.
+# Adds the program PLATFORM_conformance, with "_" for each "::" in PLATFORM. It checks the platform of the
+# target PLATFORM by the rules of docs/platform.md. Also adds a test that runs it. One of the sources defines
+# ConformanceSetup(), as emsutil_conformance.h says.
 
 set(EMSUTIL_CONFORMANCE_DIR "${CMAKE_CURRENT_LIST_DIR}/../conformance" CACHE INTERNAL
     "The sources of the conformance kit")

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 #include <emsplatform/task.h>
 
@@ -159,6 +160,15 @@ void RunTimer(eKorTaskMgr& manager, unsigned int interval = 1)
     timer->RequireLife();
 }
 
+/// The same, with a hook at one moment of it.
+void RunTimerWith(eKorTaskMgr& manager, Hook Timer::*moment, Hook hook)
+{
+    const auto timer = std::make_shared<Timer>();
+    (*timer).*moment = std::move(hook);
+    Schedule(manager, timer);
+    timer->RequireLife();
+}
+
 void ScheduleAnother(eKorTaskMgr& manager)
 {
     Schedule(manager, std::make_shared<Timer>());
@@ -199,19 +209,13 @@ constexpr Rule RULES[] = {
      "While an expiry runs, other threads must be able to insert and arm tasks.",
      [](const ConformanceOptions& options) {
          eKorTaskMgr& manager = Manager(options);
-         const auto timer = std::make_shared<Timer>();
-         timer->m_OnExpiry = ScheduleOnAnotherThread(manager);
-         Schedule(manager, timer);
-         timer->RequireLife();
+         RunTimerWith(manager, &Timer::m_OnExpiry, ScheduleOnAnotherThread(manager));
      }},
     {"~eKorGnlTask.without_lock",
      "While a task is destroyed, other threads must be able to insert and arm tasks.",
      [](const ConformanceOptions& options) {
          eKorTaskMgr& manager = Manager(options);
-         const auto timer = std::make_shared<Timer>();
-         timer->m_OnDestroying = ScheduleOnAnotherThread(manager);
-         Schedule(manager, timer);
-         timer->RequireLife();
+         RunTimerWith(manager, &Timer::m_OnDestroying, ScheduleOnAnotherThread(manager));
      }},
     {"AllocReqID.not_inserted", "A task that is not inserted must stay the caller's, to delete.",
      [](const ConformanceOptions& options) {
@@ -248,10 +252,7 @@ constexpr Rule RULES[] = {
     {"SetTaskTimeInterval.in_expiry", "An expiry must be able to insert and arm another task.",
      [](const ConformanceOptions& options) {
          eKorTaskMgr& manager = Manager(options);
-         const auto timer = std::make_shared<Timer>();
-         timer->m_OnExpiry = [&manager] { ScheduleAnother(manager); };
-         Schedule(manager, timer);
-         timer->RequireLife();
+         RunTimerWith(manager, &Timer::m_OnExpiry, [&manager] { ScheduleAnother(manager); });
      }},
     {"SetTaskTimeInterval.any_thread", "Any number of threads may arm at the same time.",
      [](const ConformanceOptions& options) {

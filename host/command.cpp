@@ -61,6 +61,10 @@ void CheckValue(const Argument& argument, const EmsNameAndValueStringTypePair& p
     if (pair.value.find('\0') != std::string::npos) {
         fail(Quoted(pair.value) + " has a NUL, where the text would be cut");
     }
+    if (!argument.isNumber && argument.highest > 0 &&
+        std::cmp_greater(pair.value.size(), argument.highest)) {
+        fail("longer than " + std::to_string(argument.highest) + " bytes");
+    }
     if (!choices.empty() && std::ranges::count(choices, pair.value) == 0) {
         fail("must be " + argument.Form());
     }
@@ -74,9 +78,9 @@ Argument Number(const char* name, std::int64_t lowest, std::int64_t highest, con
     return {name, help, fallback, true, lowest, highest};
 }
 
-Argument Text(const char* name, const char* help, const char* fallback)
+Argument Text(const char* name, const char* help, const char* fallback, std::int64_t longest)
 {
-    return {name, help, fallback};
+    return {name, help, fallback, false, 0, longest};
 }
 
 Argument Choice(const char* name, std::vector<std::string> choices, const char* help)
@@ -110,6 +114,8 @@ std::vector<std::string> Command::Explanations() const
         std::string& line = lines.emplace_back(argument.name + std::string(": ") + argument.help);
         if (argument.isNumber) {
             line += ", " + RangeOf(argument);
+        } else if (argument.highest > 0) {
+            line += ", at most " + std::to_string(argument.highest) + " bytes";
         }
         if (argument.fallback != nullptr && *argument.fallback != '\0') {
             line += std::string("; ") + argument.fallback + " unless given";

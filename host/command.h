@@ -38,8 +38,8 @@ struct Argument
     const char* help;
     const char* fallback; // the value of an argument that is not given; null: it is required
     bool isNumber = false;
-    std::int64_t lowest = 0; // of a number
-    std::int64_t highest = 0;
+    std::int64_t lowest = 0;               // of a number
+    std::int64_t highest = 0;              // of a number, or of the bytes of a text; 0: any
     std::vector<std::string> choices = {}; // of a text; empty: any
 
     /// The argument as it is written: "ms:long=N", "state=on|off".
@@ -48,7 +48,8 @@ struct Argument
 
 Argument Number(const char* name, std::int64_t lowest, std::int64_t highest, const char* help,
                 const char* fallback = nullptr);
-Argument Text(const char* name, const char* help, const char* fallback = nullptr);
+Argument Text(const char* name, const char* help, const char* fallback = nullptr,
+              std::int64_t longest = 0);
 Argument Choice(const char* name, std::vector<std::string> choices, const char* help);
 
 struct Command

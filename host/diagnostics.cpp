@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t LONGEST_ENTRY = 510; // the library's limit without the line end
+constexpr std::int64_t LONGEST_ENTRY = 510; // the library's limit without the line end
 
 // For the main thread.
 std::optional<fs::path> g_ReportFile; // which the library decides on at the first entry
@@ -53,14 +53,10 @@ void Install(const Call& call)
 template <void (*Write)(const char* format, ...)>
 void WriteEntry(const Call& call)
 {
-    const std::string text = call.Text("text");
-    if (text.size() > LONGEST_ENTRY) {
-        throw std::runtime_error(string_format("text: longer than %zu bytes", LONGEST_ENTRY));
-    }
     const fs::path file = ReportFile();
     std::error_code missing;
     const std::uintmax_t before = fs::file_size(file, missing);
-    Write("%s\n", text.c_str());
+    Write("%s\n", call.Text("text").c_str());
     const bool isFirst = !std::exchange(g_ReportFile, file);
     if (fs::file_size(file, missing) == before) {
         const bool canOpen = std::ofstream(file, std::ios::app).is_open();
@@ -104,7 +100,7 @@ void Debug(const Call& call)
     }
 }
 
-const Argument ENTRY = Text("text", "the line, at most 510 bytes");
+const Argument ENTRY = Text("text", "the line", nullptr, LONGEST_ENTRY);
 
 const Service g_Service(
     "Diagnostics",
