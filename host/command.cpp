@@ -201,6 +201,11 @@ std::string Unknown(std::string_view name, const std::vector<std::string>& known
     return nearest.empty() ? text : text + "; did you mean " + nearest + '?';
 }
 
+std::string Call::Where() const
+{
+    return m_Host.Script().Where() + ": " + m_Cmd.name;
+}
+
 std::string Call::Text(std::string_view name) const
 {
     const auto& pairs = m_Cmd.nvtps.nvtps;

@@ -89,19 +89,10 @@ std::string Unknown(std::string_view name, const std::vector<std::string>& known
 class Call
 {
 public:
-    /// Where a command was read: the path of the script, and "file:line". It goes through the
-    /// queue as the last pair of the command.
-    using Position = NSQN_EMSUTIL_AGENT::EmsNameAndValueStringTypePair;
-
-    Call(Host& host, EmsGeneralCmd& cmd, const Position& position)
-        : m_Host(host), m_Cmd(cmd), m_Position(position)
-    {}
+    Call(Host& host, EmsGeneralCmd& cmd) : m_Host(host), m_Cmd(cmd) {}
 
     /// What begins a message: "file:line: name".
-    std::string Where() const { return m_Position.value + ": " + m_Cmd.name; }
-    /// The path of the script that has the command.
-    const std::string& Path() const { return m_Position.name; }
-
+    std::string Where() const;
     std::string Text(std::string_view name) const;
     template <class Integer>
     Integer Number(std::string_view name) const
@@ -111,9 +102,6 @@ public:
 
     Host& m_Host;
     EmsGeneralCmd& m_Cmd;
-
-private:
-    const Position& m_Position;
 };
 
 } // namespace emshost

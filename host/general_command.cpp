@@ -19,13 +19,15 @@ namespace {
 void ReportWhatIsCut(const Call& call, const EmsNVTPList& list)
 {
     for (const auto& pair : list.nvtps) {
-        const std::string who = call.Where() + ": " + Printable(pair.name) + ": the text form ";
+        const auto report = [&](const std::string& what) {
+            Message(call.Where() + ": " + Printable(pair.name) + ": the text form " + what);
+        };
         const long value = std::strtol(pair.value.c_str(), nullptr, 10);
         if (pair.rtype == NVTP_TYPE_LONG && (value < INT_MIN || value > INT_MAX)) {
-            Message(who + "reduces " + pair.value + " to 32 bits");
+            report("reduces " + pair.value + " to 32 bits");
         }
         if ((pair.name + pair.value).find('\0') != std::string::npos) {
-            Message(who + "ends at the NUL of " + Quoted(pair.value));
+            report("ends at the NUL of " + Quoted(pair.value));
         }
     }
 }
@@ -41,33 +43,24 @@ void Show(const Call& call)
 
 void Run(const Call& call)
 {
-    const std::filesystem::path asking = call.Path();
+    const std::filesystem::path asking = call.m_Host.Script().Path();
     const std::string file = call.Text("file");
     call.m_Host.RunScript(file == "-" ? file : (asking.parent_path() / file).string());
 }
 
-/// The added command is this one without the first "times" and "command": more pairs of these names
-/// are its own, so that a repeat can be repeated.
+/// The repeated command is this one without the first "times" and "command": more pairs of these
+/// names are its own, so that a repeat can be repeated.
 void Repeat(const Call& call)
 {
-    EmsGeneralCmd added = call.m_Cmd;
-    added.name = call.Text("command");
-    auto& pairs = added.nvtps.nvtps;
+    EmsGeneralCmd repeated = call.m_Cmd;
+    repeated.name = call.Text("command");
+    auto& pairs = repeated.nvtps.nvtps;
     for (const char* own : {"times", "command"}) {
         pairs.erase(std::ranges::find(pairs, own, &EmsNameAndValueStringTypePair::name));
     }
-    const Command* const command = FindCommand(added.name);
-    const bool isNumbered = command == nullptr || (command->takesMore && added.name != "repeat");
     const std::stop_token stop = call.m_Host.StopToken();
-    for (int count = 1; count <= call.Number<int>("times") && !stop.stop_requested(); ++count) {
-        EmsGeneralCmd copy = added; // one that runs at once may change itself
-        if (isNumbered) {
-            auto& number = copy.nvtps.nvtps.emplace_back();
-            number.name = 'n';
-            number.rtype = NVTP_TYPE_LONG;
-            number.value = std::to_string(count);
-        }
-        call.m_Host.Add(copy);
+    for (int left = call.Number<int>("times"); left > 0 && !stop.stop_requested(); --left) {
+        call.m_Host.Add(repeated);
     }
 }
 
@@ -107,18 +100,16 @@ const Service g_Service(
       [](const Call& call) { call.m_Host.Pause(call.Number<int>("ms")); },
       {Number("ms", 0, 60000, "how long, in milliseconds")}},
      {"quit",
-      "End the process; the commands that follow are skipped.",
+      "End the process; the lines that follow are not read.",
       [](const Call& call) { call.m_Host.Quit(call.Number<int>("status")); },
       {Number("status", 0, 255, "the exit status", "0")}},
      {"repeat",
-      "Add a command with the other arguments several times, behind the queued ones; if it takes "
-      "any arguments it also gets the count, as n.",
+      "Run a command with the other arguments several times, before the next line.",
       Repeat,
-      {Number("times", 0, 1000000, "how many times; all are in memory at once"),
-       Text("command", "the name of the command")},
+      {Number("times", 0, 1000000, "how many times"), Text("command", "the name of the command")},
       true},
      {"run",
-      "Run the commands of another script at once, before the next line of this one.",
+      "Run the commands of another script, before the next line of this one.",
       Run,
       {Text("file", "the path of the script, relative to the directory of this script; - is "
                     "standard input")}},

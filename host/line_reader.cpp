@@ -55,7 +55,7 @@ int WaitForInput(int descriptor, int milliseconds)
 }
 
 LineReader::LineReader(const std::string& path, std::stop_token stop, bool edited)
-    : m_strName(NameOf(path)), m_Stop(std::move(stop)), m_bEdited(edited), m_nDescriptor(Open(path))
+    : m_strPath(path), m_Stop(std::move(stop)), m_bEdited(edited), m_nDescriptor(Open(path))
 {}
 
 LineReader::~LineReader()
@@ -63,6 +63,11 @@ LineReader::~LineReader()
     if (m_nDescriptor != STDIN_FILENO) {
         ::close(m_nDescriptor);
     }
+}
+
+std::string LineReader::Where() const
+{
+    return NameOf(m_strPath) + ':' + std::to_string(m_nLineNumber);
 }
 
 bool LineReader::Next(std::string& line)
@@ -123,12 +128,11 @@ bool LineReader::ReadMore()
         return false;
     }
     m_strRead.resize(READ_SIZE);
-    if (WaitForInput(m_nDescriptor, 0) <= 0) {
-        Flush(); // what is done is seen while the process waits
-    }
     ssize_t count = 0;
     do {
-        while (!m_Stop.stop_requested() && WaitForInput(m_nDescriptor, STOP_CHECK_MS) <= 0) {
+        for (int wait = 0; !m_Stop.stop_requested() && WaitForInput(m_nDescriptor, wait) <= 0;
+             wait = STOP_CHECK_MS) {
+            Flush(); // what is done is seen while the process waits
         }
         if (m_Stop.stop_requested()) {
             return false;
@@ -136,7 +140,7 @@ bool LineReader::ReadMore()
         count = ::read(m_nDescriptor, m_strRead.data(), m_strRead.size());
     } while (count < 0 && errno == EAGAIN);
     if (count < 0) {
-        throw std::system_error(errno, std::generic_category(), m_strName);
+        throw std::system_error(errno, std::generic_category(), NameOf(m_strPath));
     }
     m_Rest = std::string_view(m_strRead).substr(0, static_cast<std::size_t>(count));
     m_bAtEnd = count == 0;

@@ -37,14 +37,16 @@ public:
     /// BadLine for one that is too long, and another exception when no more can be read.
     bool Next(std::string& line);
 
+    /// The path that was opened, or "-".
+    const std::string& Path() const { return m_strPath; }
     /// "file:line" of the latest line.
-    std::string Where() const { return m_strName + ':' + std::to_string(m_nLineNumber); }
+    std::string Where() const;
 
 private:
     bool ReadMore();
     void CheckText(std::string_view part) const;
 
-    const std::string m_strName;
+    const std::string m_strPath;
     const std::stop_token m_Stop;
     const bool m_bEdited;
     const int m_nDescriptor;

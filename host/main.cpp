@@ -97,7 +97,6 @@ int Run(int argc, char** argv)
     });
     app.add_option("SCRIPT", scripts, "Files with one command per line; - is standard input")
         ->type_name("");
-    app.add_flag("--direct", options.direct, "Run each command as it is read, without the queue");
     app.add_flag("--strict", options.strict, "Stop at the first error");
     app.add_flag("--json", options.json,
                  "Print threads, overdue, log-list and the summary as lines of JSON");
@@ -123,8 +122,8 @@ int Run(int argc, char** argv)
         ->type_name("SECONDS");
     try {
         app.parse(argc, argv);
-        for (const char* unused : {"SCRIPT", "--direct", "--strict", "--json", "--workers",
-                                   "--debug-file", "--install-path"}) {
+        for (const char* unused :
+             {"SCRIPT", "--strict", "--json", "--workers", "--debug-file", "--install-path"}) {
             if (soakSeconds > 0 && app.count(unused) > 0) {
                 throw CLI::ExcludesError(unused, "--soak");
             }

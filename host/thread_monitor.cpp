@@ -22,7 +22,7 @@ void Work(const Call& call)
         Sleep(ending, time);
     };
     for (int count = call.Number<int>("times"); count > 0; --count) {
-        call.m_Host.Submit(call, call.Text("job"), job);
+        call.m_Host.GetWorkers().Submit(call.Text("job"), job);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "emsutil/transaction_log.h"
 
+#include <chrono>
+#include <future>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -161,8 +163,8 @@ void Release(const Call& call)
 
 void WorkOnLog(const Call& call)
 {
-    const auto work = [value = call.Number<unsigned long>("handle"),
-                       key = Key(call)](const std::stop_token&) {
+    const auto value = call.Number<unsigned long>("handle");
+    const auto work = std::make_shared<std::packaged_task<void()>>([value, key = Key(call)] {
         {
             QNTransactionLog log(value);
             if (!log.IsValid()) {
@@ -173,9 +175,13 @@ void WorkOnLog(const Call& call)
             PrintFound(log, ": has ", key, log.GetBuffer(key.name, key.number));
         }
         PrintDestroyed(value);
-    };
-    call.m_Host.Submit(call, "log-work", work);
+    });
+    std::future<void> done = work->get_future();
+    call.m_Host.GetWorkers().Submit("log-work", [work](const std::stop_token&) { (*work)(); });
     call.m_Host.GetWorkers().Await();
+    if (done.wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
+        done.get(); // or throws what the job has thrown
+    }
 }
 
 /// The handle values of all logs. The library does not list them, but a handle attaches only to a

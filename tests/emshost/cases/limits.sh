@@ -12,6 +12,6 @@ run() {
 echo 'show n=1' >good
 echo 'run file=good' >nested
 run -n 4 good
-run -n 4 --direct nested
+run -n 4 nested
 run -s 1000000000000 good # no room for a thread
 run -s 1000000000000 --soak 4

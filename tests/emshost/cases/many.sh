@@ -1,17 +1,9 @@
-# Takes the queue past its limit, and ends the process from inside it.
+# Many commands are run in order, and quit ends the process, however much is still to come.
 numbers() { sed -n 's/.*name=n,value=\([^,]*\),.*/\1/p' out; }
-count=20000
-seq $count >expected
+seq 20000 >expected
 sed 's/.*/show n:long=&/' expected >many
 "$emshost" <many >out 2>err
 numbers | cmp - expected
-echo "repeat times:long=$count command=show" >repeat
-for mode in '' --direct; do
-    "$emshost" $mode repeat >out 2>err
-    numbers | cmp - expected
-done
-
-# What is queued behind quit is skipped, however much is still to come.
 { cat many && echo 'quit status:long=3' && cat many many many; } | "$emshost" >out 2>err
 echo "exit status $?"
 numbers | cmp - expected
@@ -19,9 +11,8 @@ numbers | cmp - expected
 # What is done is seen while the process waits for more; then quit ends it, though input stays open.
 mkfifo input answers
 echo 'run file=input' >runs
-for arguments in '' --direct runs; do
-    # shellcheck disable=SC2086 # words
-    "$emshost" $arguments <input >answers 2>err &
+for script in - runs; do
+    "$emshost" $script <input >answers 2>err &
     exec 3<>input 4<answers # for both ways, so that no opening waits
     echo 'show n=1' >&3
     read -r answer <&4
@@ -31,3 +22,9 @@ for arguments in '' --direct runs; do
     echo "exit status $?"
     exec 3>&- 4<&-
 done
+
+# A repeat of a repeat of a script.
+printf 'show n=1\nshow n=2\n' >two
+echo 'repeat times:long=100 command=repeat times:long=100 command=run file=two' | "$emshost" >out 2>err
+numbers | uniq -c | wc -l
+numbers | sort | uniq -c
