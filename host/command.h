@@ -30,7 +30,7 @@ namespace emshost {
 using NSQN_EMSUTIL_AGENT::EmsGeneralCmd;
 
 class Host;
-class Call;
+struct Call;
 
 struct Argument
 {
@@ -86,11 +86,8 @@ std::vector<std::string> CommandNames();
 std::string Unknown(std::string_view name, const std::vector<std::string>& known);
 
 /// A command that runs, with all its arguments.
-class Call
+struct Call
 {
-public:
-    Call(Host& host, EmsGeneralCmd& cmd) : m_Host(host), m_Cmd(cmd) {}
-
     /// What begins a message: "file:line: name".
     std::string Where() const;
     std::string Text(std::string_view name) const;

@@ -27,6 +27,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::int64_t LONGEST_ENTRY = 510; // the library's limit without the line end
+constexpr std::int64_t LONGEST_GUARD = 511; // the library's limit
 
 // For the main thread.
 std::optional<fs::path> g_ReportFile; // which the library decides on at the first entry
@@ -49,20 +50,28 @@ void Install(const Call& call)
     Print("install path " + NSQN_util::GetEKORPath());
 }
 
+std::uintmax_t SizeOf(const fs::path& file)
+{
+    std::error_code missing;
+    const std::uintmax_t size = fs::file_size(file, missing);
+    return missing ? 0 : size;
+}
+
 /// The library does not report whether it has written.
 template <void (*Write)(const char* format, ...)>
 void WriteEntry(const Call& call)
 {
     const fs::path file = ReportFile();
-    std::error_code missing;
-    const std::uintmax_t before = fs::file_size(file, missing);
+    const std::uintmax_t before = SizeOf(file);
     Write("%s\n", call.Text("text").c_str());
     const bool isFirst = !std::exchange(g_ReportFile, file);
-    if (fs::file_size(file, missing) == before) {
-        const bool canOpen = std::ofstream(file, std::ios::app).is_open();
+    if (SizeOf(file) <= before) { // a line end fails too, with a reason, except on a device
+        const bool canWrite = !std::ofstream(file, std::ios::app).put('\n').flush().fail();
         const std::string reason =
-            canOpen ? "the file cannot grow" : std::generic_category().message(errno);
-        throw std::runtime_error("not written: " + file.string() + ": " + reason);
+            canWrite ? "but now it can be written" : std::generic_category().message(errno);
+        if (!canWrite || fs::is_regular_file(file)) {
+            throw std::runtime_error("not written: " + file.string() + ": " + reason);
+        }
     }
     if (isFirst && !g_bTemporary) {
         Message(call.Where() + ": the report file is " + file.string());
@@ -111,7 +120,8 @@ const Service g_Service(
      {"guard",
       "Wait under a time guard, which writes debug lines.",
       Guard,
-      {Text("text", "what the guard is for"), Number("ms", 0, 60000, "how long, in milliseconds")}},
+      {Text("text", "what the guard is for", nullptr, LONGEST_GUARD),
+       Number("ms", 0, 60000, "how long, in milliseconds")}},
      {"install",
       "Create a temporary install path, and a directory for the report file; both are removed when "
       "the process ends.",

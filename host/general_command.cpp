@@ -26,8 +26,10 @@ void ReportWhatIsCut(const Call& call, const EmsNVTPList& list)
         if (pair.rtype == NVTP_TYPE_LONG && (value < INT_MIN || value > INT_MAX)) {
             report("reduces " + pair.value + " to 32 bits");
         }
-        if ((pair.name + pair.value).find('\0') != std::string::npos) {
-            report("ends at the NUL of " + Quoted(pair.value));
+        for (const std::string* const text : {&pair.name, &pair.value}) {
+            if (text->find('\0') != std::string::npos) {
+                report("ends at the NUL of " + Quoted(*text));
+            }
         }
     }
 }
@@ -58,9 +60,9 @@ void Repeat(const Call& call)
     for (const char* own : {"times", "command"}) {
         pairs.erase(std::ranges::find(pairs, own, &EmsNameAndValueStringTypePair::name));
     }
-    const std::stop_token stop = call.m_Host.StopToken();
-    for (int left = call.Number<int>("times"); left > 0 && !stop.stop_requested(); --left) {
-        call.m_Host.Add(repeated);
+    int left = call.Number<int>("times");
+    for (; left > 0 && !call.m_Host.StopToken().stop_requested(); --left) {
+        call.m_Host.Deliver(repeated, Host::ADDED);
     }
 }
 
@@ -111,8 +113,8 @@ const Service g_Service(
      {"run",
       "Run the commands of another script, before the next line of this one.",
       Run,
-      {Text("file", "the path of the script, relative to the directory of this script; - is "
-                    "standard input")}},
+      {Text("file", "the path of the script, relative to the directory of this script (of standard "
+                    "input: the current directory); - is standard input")}},
      {"show", "Print the text form of this command.", Show, {}, true},
      {"summary", "Print how many commands there have been so far.",
       [](const Call& call) { Print(call.m_Host.Summary()); }}});

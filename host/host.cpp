@@ -97,8 +97,7 @@ void Host::ReadLines(LineReader& script)
                 return;
             }
             if (ParseCommand(line, cmd)) {
-                ++m_Counts[READ];
-                Deliver(cmd);
+                Deliver(cmd, READ);
             }
         } catch (const BadLine& bad) {
             Report(BAD_LINES, script.Where() + ": " + bad.what());
@@ -106,8 +105,9 @@ void Host::ReadLines(LineReader& script)
     }
 }
 
-void Host::Deliver(EmsGeneralCmd& cmd)
+void Host::Deliver(EmsGeneralCmd& cmd, Count count)
 {
+    ++m_Counts.at(count);
     if (FindCommand(cmd.name) == nullptr) {
         Report(UNKNOWN, Script().Where() + ": " + Unknown(cmd.name, CommandNames()));
         return;
@@ -127,7 +127,7 @@ void Host::RunCommand(EmsGeneralCmd& cmd)
     ++m_Counts[RUN];
     ++m_nDepth;
     const Command& command = *FindCommand(cmd.name);
-    const Call call(*this, cmd);
+    const Call call{*this, cmd};
     try {
         if (m_nDepth > DEEPEST_NESTING) {
             throw std::runtime_error(string_format("nested more than %zu deep", DEEPEST_NESTING));
@@ -150,12 +150,6 @@ void Host::Report(Count kind, const std::string& message)
     if (m_Options.strict && kind != UNKNOWN) {
         m_Stop.request_stop();
     }
-}
-
-void Host::Add(EmsGeneralCmd& cmd)
-{
-    ++m_Counts[ADDED];
-    Deliver(cmd);
 }
 
 void Host::Quit(int status)

@@ -32,11 +32,14 @@ struct HostOptions
 
 /// The process: reads scripts, and the library runs their commands.
 ///
-/// The main thread does both in turn: it adds each command to the library's queue and drains the
-/// queue, before it reads the next line.
+/// One thread, the main thread, does it all: it reads a line, adds its command to the library's
+/// queue, and drains the queue before it reads the next line.
 class Host
 {
 public:
+    /// What is counted: commands, and what was wrong.
+    enum Count { READ, ADDED, RUN, UNKNOWN, BAD_LINES, FAILED, UNREAD, COUNTS };
+
     /// For the library, which calls handlers without a context.
     static int Dispatch(EmsGeneralCmd* cmd, EmsGeneralCmd*);
 
@@ -53,8 +56,8 @@ public:
 
     /// Runs the commands of another script. Throws when it cannot be read to its end.
     void RunScript(const std::string& path);
-    /// Adds a command on behalf of the one that runs, and runs it.
-    void Add(EmsGeneralCmd& cmd);
+    /// Counts a command, adds it to the queue and drains the queue.
+    void Deliver(EmsGeneralCmd& cmd, Count count);
     /// Ends the process: no more is read or run.
     void Quit(int status);
     /// Calls an action when all commands and jobs are done; the latest comes first.
@@ -71,10 +74,7 @@ public:
     Workers& GetWorkers() { return m_Workers; }
 
 private:
-    enum Count { READ, ADDED, RUN, UNKNOWN, BAD_LINES, FAILED, UNREAD, COUNTS };
-
     void ReadLines(LineReader& script);
-    void Deliver(EmsGeneralCmd& cmd);
     void RunCommand(EmsGeneralCmd& cmd);
     void Report(Count kind, const std::string& message);
 

@@ -17,8 +17,9 @@ namespace emshost {
 
 namespace {
 
-constexpr int MOST_LINES = 1000;    // in the history
-constexpr int LONGEST_TYPED = 4000; // libedit destroys memory at some 8,000
+constexpr int MOST_LINES = 1000;   // in the history
+constexpr int LONGEST_TYPED = 500; // libedit writes out of bounds from 1,020 bytes on, and a key
+                                   // may insert the whole line once more
 
 std::optional<std::string> g_strTyped;
 
@@ -60,7 +61,7 @@ std::string EditLine(const std::stop_token& stop)
     stifle_history(MOST_LINES);
     g_strTyped.reset();
     SetPrompt(true);
-    rl_callback_handler_install("emshost> ", TakeLine);
+    rl_callback_handler_install(PROMPT, TakeLine);
     bool isTooLong = false;
     while (!g_strTyped && !isTooLong && !stop.stop_requested() && ::isatty(STDIN_FILENO) == 1) {
         if (WaitForInput(STDIN_FILENO, STOP_CHECK_MS) > 0) {

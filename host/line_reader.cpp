@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -85,7 +86,7 @@ bool LineReader::Next(std::string& line)
             line += part;
         }
     }
-    if (!hasEnded && line.empty()) {
+    if (!hasEnded && (line.empty() || m_Stop.stop_requested())) {
         return false;
     }
     if (m_nLineNumber == 1 && line.starts_with(BYTE_ORDER_MARK)) {
@@ -122,6 +123,10 @@ bool LineReader::ReadMore()
         m_strRead = EditLine(m_Stop);
         m_Rest = m_strRead;
         return !m_Rest.empty();
+    }
+#else
+    if (m_bEdited) {
+        std::fputs(PROMPT, stdout);
     }
 #endif
     if (m_bAtEnd) {

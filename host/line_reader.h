@@ -8,6 +8,8 @@
 
 namespace emshost {
 
+constexpr const char* PROMPT = "emshost> ";
+
 /// How often a wait for input looks whether the process is to stop.
 constexpr int STOP_CHECK_MS = 100;
 
@@ -18,7 +20,8 @@ int WaitForInput(int descriptor, int milliseconds);
 /// Shows a prompt at the terminal, and returns the line that is typed, with its line end; the empty
 /// text at the end of the input, or when the process is to stop. The line can be edited, earlier
 /// lines are in a history, and the names of commands are completed. Throws BadLine for a line that
-/// is too long to be typed. One thread may call it. Left out where libedit is absent.
+/// is too long to be typed. One thread may call it. Left out where libedit is absent: the prompt is
+/// then all that there is.
 std::string EditLine(const std::stop_token& stop);
 
 /// The lines of a script, one at a time, in little memory whatever the script has.

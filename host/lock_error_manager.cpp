@@ -1,6 +1,5 @@
 #include "emsutil/lock_error_manager.h"
 
-#include <atomic>
 #include <climits>
 #include <stdexcept>
 
@@ -16,11 +15,6 @@ namespace {
 
 using NSQN_util::QNMitLockErrMgr;
 
-std::atomic_ref<bool> Switch()
-{
-    return std::atomic_ref<bool>(NSQN_util::g_bEnableMitLockErrMgr);
-}
-
 QNMitLockErrMgr& Manager()
 {
     if (QNMitLockErrMgr* const manager = QNMitLockErrMgr::Instance()) {
@@ -31,15 +25,16 @@ QNMitLockErrMgr& Manager()
 
 void SetSwitch(const Call& call)
 {
-    Switch() = call.Text("state") == "on";
+    NSQN_util::g_bEnableMitLockErrMgr = call.Text("state") == "on"; // only this thread uses it
     Print("lock errors: " + call.Text("state"));
 }
 
 /// Prints what was asked: the library has no operation that reads the records.
 void PrintAsked(const Call& call, const std::string& what)
 {
-    Print(std::string("lock errors ") + (Switch() ? "on" : "off") + ": asked to " + what +
-          " for thread " + call.Text("thread"));
+    const char* const state = NSQN_util::g_bEnableMitLockErrMgr ? "on" : "off";
+    Print(std::string("lock errors ") + state + ": asked to " + what + " for thread " +
+          call.Text("thread"));
 }
 
 void Insert(const Call& call)

@@ -1,5 +1,4 @@
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <clocale>
 #include <csignal>
@@ -74,7 +73,8 @@ void HandleSignals(std::stop_source stop)
             ::pause();
         }
     }).detach();
-    ::signal(SIGPIPE, SIG_IGN); // the write then fails
+    ::signal(SIGPIPE, SIG_IGN); // the write then fails, as with the next
+    ::signal(SIGXFSZ, SIG_IGN);
 }
 
 int Run(int argc, char** argv)

@@ -121,7 +121,10 @@ const Service g_Service(
      {"stat", "Write the records of all threads as a debug line.",
       [](const Call&) { StatEmsThreadInfo(); }},
      {"stick", "Make a worker stick in a job, and wait until it does.",
-      [](const Call& call) { call.m_Host.GetWorkers().Stick(); }},
+      [](const Call& call) {
+          Flush();
+          call.m_Host.GetWorkers().Stick();
+      }},
      {"threads", "Print the records of all threads.", Threads},
      {"unstick", "Let all stuck workers go on.",
       [](const Call& call) { call.m_Host.GetWorkers().Unstick(); }},

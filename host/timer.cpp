@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 
 #include <emsstandin/task_manager.h>
@@ -53,6 +54,7 @@ void Fire(void* data)
     const std::chrono::duration<double, std::milli> late = Clock::now() - timer.due;
     timer.hasFired = true;
     Print(string_format("%s, %.1f ms late", timer.who.c_str(), late.count()));
+    Flush(); // the main thread may wait for long
 }
 
 void* Copy(void* data)

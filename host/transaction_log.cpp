@@ -1,6 +1,5 @@
 #include "emsutil/transaction_log.h"
 
-#include <chrono>
 #include <future>
 #include <map>
 #include <memory>
@@ -164,24 +163,19 @@ void Release(const Call& call)
 void WorkOnLog(const Call& call)
 {
     const auto value = call.Number<unsigned long>("handle");
-    const auto work = std::make_shared<std::packaged_task<void()>>([value, key = Key(call)] {
+    const auto work = [value, key = Key(call)] {
         {
             QNTransactionLog log(value);
             if (!log.IsValid()) {
                 throw std::runtime_error(Log(value) + " does not exist");
             }
-            Print(Log(value) + ": attached by a worker");
+            Print(Log(value) + ": attached by another thread");
             Print(Log(value) + References(log.Release()));
             PrintFound(log, ": has ", key, log.GetBuffer(key.name, key.number));
         }
         PrintDestroyed(value);
-    });
-    std::future<void> done = work->get_future();
-    call.m_Host.GetWorkers().Submit("log-work", [work](const std::stop_token&) { (*work)(); });
-    call.m_Host.GetWorkers().Await();
-    if (done.wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
-        done.get(); // or throws what the job has thrown
-    }
+    };
+    std::async(std::launch::async, work).get();
 }
 
 /// The handle values of all logs. The library does not list them, but a handle attaches only to a
@@ -250,7 +244,7 @@ const Service g_Service(
      {"log-release", "Release an extra reference to a log.", Release, {LOG}},
      {"log-remove", "Remove a buffer, print its text and delete it.", Remove, {LOG, NAME, NUMBER}},
      {"log-work",
-      "Make a worker attach, release an extra reference and get a buffer; wait for all jobs.",
+      "Make another thread attach, release an extra reference and get a buffer.",
       WorkOnLog,
       {HANDLE, NAME, NUMBER}}});
 

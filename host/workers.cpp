@@ -57,8 +57,6 @@ void Workers::Stick()
         worker.inside = true;
         m_Changed.notify_all();
         m_Changed.wait(inside, m_Stop, [&worker] { return !worker.stuck; });
-        worker.inside = false;
-        m_Changed.notify_all();
     });
     m_Changed.notify_all();
     m_Changed.wait(lock, m_Stop, [&worker] { return worker.inside; });
@@ -104,6 +102,7 @@ void Workers::Work(const std::stop_token& ending, Worker& worker)
         }
         lock.lock();
         worker.jobs.pop_front();
+        worker.inside = false;
         m_Changed.notify_all();
     }
 }

@@ -1,6 +1,5 @@
 #include <atomic>
 #include <latch>
-#include <memory>
 
 #include <gtest/gtest.h>
 
@@ -47,16 +46,6 @@ TEST(Workers, AStopEndsEveryWait)
     });
     workers.Await();
     workers.End();
-}
-
-TEST(Workers, AJobIsGoneWhenItIsDone)
-{
-    const auto held = std::make_shared<int>(0);
-    Workers workers(1, {});
-    workers.Submit("holds something", [held](const std::stop_token&) { ++*held; });
-    workers.Await();
-    EXPECT_EQ(*held, 1);
-    EXPECT_EQ(held.use_count(), 1);
 }
 
 } // namespace

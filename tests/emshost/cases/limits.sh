@@ -13,5 +13,6 @@ echo 'show n=1' >good
 echo 'run file=good' >nested
 run -n 4 good
 run -n 4 nested
+run -v 300000 nested
 run -s 1000000000000 good # no room for a thread
 run -s 1000000000000 --soak 4

@@ -23,6 +23,18 @@ for script in - runs; do
     exec 3>&- 4<&-
 done
 
+# A signal ends the process within a line, which is not run.
+"$emshost" <input >answers 2>err &
+exec 3<>input 4<answers
+printf 'show n=1\nshow n=2' >&3
+read -r answer <&4
+kill -TERM $!
+wait $!
+echo "exit status $?"
+cat <&4
+sed '/^read/,$d' err
+exec 3>&- 4<&-
+
 # A repeat of a repeat of a script.
 printf 'show n=1\nshow n=2\n' >two
 echo 'repeat times:long=100 command=repeat times:long=100 command=run file=two' | "$emshost" >out 2>err

@@ -13,8 +13,8 @@ typed 'show n=1\n' value=1
 typed 'wrok job=a\n' 'did you mean work?'
 typed 'summ\t\n' 'commands per second'
 typed '\033[A\033[A\033[A\n' value=1
-typed "show n=$(head -c 5000 /dev/zero | tr '\0' x)" 'longer than'
-typed '\nshow n=2\n' value=2
+typed "show n=$(printf 'é%.0s' $(seq 3000))" 'longer than'
+typed '\nshow n=é\n' value=é
 printf '\004' >&3
 wait $!
 echo "exit status $?"
