@@ -13,7 +13,7 @@ echo "the libraries depend on $runtime"
 echo "the development files depend on $development"
 case $runtime in *libace-*libc6*libstdc++6*) ;; *) exit 1 ;; esac
 case $development in *'libemsutil'[0-9]*' (= '*libace-dev*) ;; *) exit 1 ;; esac
-"$3/root/usr/bin/emshost" --version
+"$3/root/usr/bin/emshost" "$3/root/usr/share/emsutil/examples/tour.ems"
 
 # gdb finds the debug information of a stripped library by the library's build id.
 library=$(find "$3/root/usr/lib" -name "libemsutil.so.*.*")
