@@ -23,6 +23,7 @@ std::mutex g_Mutex; // guards the following
 Stream g_Output = {stdout, "standard output"};
 Stream g_Error = {stderr, "standard error"};
 Stream g_Debug = g_Error;
+std::stop_source g_Stop(std::nostopstate);
 bool g_bPrompt = false;
 
 std::atomic<bool> g_bPromptLost = false;
@@ -36,6 +37,9 @@ void Check(Stream& stream)
     if (std::ferror(stream.file) != 0 && !std::exchange(stream.isLost, true)) {
         const std::string reason = std::generic_category().message(errno);
         Write(g_Error, std::string("emshost: ") + stream.name + ": " + reason);
+        if (stream.file == stdout) {
+            g_Stop.request_stop();
+        }
     }
 }
 
@@ -47,8 +51,8 @@ void FlushOutput()
 
 void Write(Stream& stream, std::string_view line)
 {
-    if (stream.file == stderr) {
-        FlushOutput(); // so that the results come before the message
+    if (stream.file != stdout) {
+        FlushOutput(); // so that the results come before the message, each in a whole line
     }
     if (stream.isLost) {
         return;
@@ -79,10 +83,9 @@ void Flush()
     FlushOutput();
 }
 
-bool IsOutputLost()
+void StopWhenLost(std::stop_source stop)
 {
-    const std::lock_guard guard(g_Mutex);
-    return g_Output.isLost;
+    g_Stop = std::move(stop);
 }
 
 void Message(std::string_view line)

@@ -5,16 +5,19 @@
 /// debug lines there or to a file. A line end is added where there is none. Any thread may call
 /// these functions, until the process has ended.
 
+#include <stop_token>
 #include <string>
 #include <string_view>
 
 namespace emshost {
 
 /// Adds a line to the results. A terminal shows it at once, a pipe or a file at the latest after
-/// Flush(). When a line cannot be written, a message says why, and no more results are written.
+/// Flush(). When a line cannot be written, a message says why, no more results are written, and the
+/// process stops.
 void Print(std::string_view line);
 void Flush();
-bool IsOutputLost();
+/// What is then requested to stop. To be called before other threads call these functions.
+void StopWhenLost(std::stop_source stop);
 
 /// Writes all results, and then a message.
 void Message(std::string_view line);

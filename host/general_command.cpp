@@ -54,6 +54,7 @@ void Run(const Call& call)
 /// names are its own, so that a repeat can be repeated.
 void Repeat(const Call& call)
 {
+    call.m_Host.CheckNesting();
     EmsGeneralCmd repeated = call.m_Cmd;
     repeated.name = call.Text("command");
     auto& pairs = repeated.nvtps.nvtps;

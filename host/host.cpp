@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
-#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "emsutil/diagnostics.h"
@@ -29,6 +29,17 @@ constexpr const char* COUNT_NAMES[] = {"read",
                                        "scripts_that_could_not_be_read"};
 
 constinit Host* g_pHost = nullptr;
+
+/// Pipes and terminals too, unlike std::filesystem::equivalent().
+bool IsSameFile(const std::string& left, const std::string& right)
+{
+    struct stat files[2] = {};
+    const auto look = [](const std::string& path, struct stat& file) {
+        return path == "-" ? ::fstat(STDIN_FILENO, &file) : ::stat(path.c_str(), &file);
+    };
+    return look(left, files[0]) == 0 && look(right, files[1]) == 0 &&
+           files[0].st_dev == files[1].st_dev && files[0].st_ino == files[1].st_ino;
+}
 
 } // namespace
 
@@ -69,12 +80,9 @@ int Host::Run(const std::vector<std::string>& scripts)
 
 void Host::RunScript(const std::string& path)
 {
-    const auto fileOf = [](const std::string& name) { return name == "-" ? "/dev/stdin" : name; };
+    CheckNesting();
     for (const LineReader& other : m_Scripts) { // a script that runs itself twice would hardly end
-        std::error_code missing;
-        const std::string& running = other.Path();
-        if (path == running ||
-            std::filesystem::equivalent(fileOf(path), fileOf(running), missing)) {
+        if (IsSameFile(path, other.Path())) {
             throw std::runtime_error(path + " is being run already");
         }
     }
@@ -112,8 +120,12 @@ void Host::Deliver(EmsGeneralCmd& cmd, Count count)
         Report(UNKNOWN, Script().Where() + ": " + Unknown(cmd.name, CommandNames()));
         return;
     }
+    const std::uint64_t before = m_Counts[RUN];
     addGeneralCmd(cmd);
     runGeneralCmd();
+    if (m_Counts[RUN] == before) {
+        Report(FAILED, Script().Where() + ": " + cmd.name + ": dropped, as memory is short");
+    }
 }
 
 int Host::Dispatch(EmsGeneralCmd* cmd, EmsGeneralCmd*)
@@ -129,17 +141,18 @@ void Host::RunCommand(EmsGeneralCmd& cmd)
     const Command& command = *FindCommand(cmd.name);
     const Call call{*this, cmd};
     try {
-        if (m_nDepth > DEEPEST_NESTING) {
-            throw std::runtime_error(string_format("nested more than %zu deep", DEEPEST_NESTING));
-        }
         command.Complete(cmd);
         command.function(call);
     } catch (const std::exception& failure) {
         Report(FAILED, call.Where() + ": " + failure.what());
     }
     --m_nDepth;
-    if (IsOutputLost()) {
-        m_Stop.request_stop();
+}
+
+void Host::CheckNesting() const
+{
+    if (m_nDepth > DEEPEST_NESTING) {
+        throw std::runtime_error(string_format("nested more than %zu deep", DEEPEST_NESTING));
     }
 }
 

@@ -56,6 +56,8 @@ public:
 
     /// Runs the commands of another script. Throws when it cannot be read to its end.
     void RunScript(const std::string& path);
+    /// Throws if commands are nested so deep that no command may run others.
+    void CheckNesting() const;
     /// Counts a command, adds it to the queue and drains the queue.
     void Deliver(EmsGeneralCmd& cmd, Count count);
     /// Ends the process: no more is read or run.

@@ -1,5 +1,6 @@
 #include "host/line_reader.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -71,6 +72,7 @@ std::string EditLine(const std::stop_token& stop)
             rl_deprep_terminal(); // the shell may have changed its modes while this process stopped
             rl_prep_terminal(1);
             rl_resize_terminal();
+            std::fputs("\r\033[K", stdout); // the prompt that is there
             rl_forced_update_display();
         }
     }
@@ -79,7 +81,8 @@ std::string EditLine(const std::stop_token& stop)
     if (isTooLong) {
         ::tcflush(STDIN_FILENO, TCIFLUSH);
         Print("");
-        throw BadLine("line longer than " + std::to_string(LONGEST_TYPED) + " bytes at the prompt");
+        throw BadLine("line longer than " + std::to_string(LONGEST_TYPED) +
+                      " bytes at the prompt; it and what follows are dropped");
     }
     std::string line = g_strTyped.value_or("");
     if (line.empty() && !stop.stop_requested()) {

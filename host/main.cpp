@@ -139,6 +139,7 @@ int Run(int argc, char** argv)
     // For the line editor. NOLINTNEXTLINE(concurrency-mt-unsafe): before threads start
     std::setlocale(LC_CTYPE, "C.UTF-8");
     const std::stop_source stop;
+    emshost::StopWhenLost(stop);
     HandleSignals(stop);
     emsstandin::SetDebugCallback(
         [](emsstandin::DebugOperation, int, const std::string& text) { emshost::DebugLine(text); });

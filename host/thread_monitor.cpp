@@ -125,7 +125,10 @@ const Service g_Service(
           Flush();
           call.m_Host.GetWorkers().Stick();
       }},
-     {"threads", "Print the records of all threads.", Threads},
+     {"threads",
+      "Print the records of all threads: the seconds since a thread last left or, before "
+      "that, first entered; the longest such time up to an entry; how often it entered or left.",
+      Threads},
      {"unstick", "Let all stuck workers go on.",
       [](const Call& call) { call.m_Host.GetWorkers().Unstick(); }},
      {"work",

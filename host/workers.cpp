@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
+#include <system_error>
 
 #include "emsutil/thread_monitor.h"
 
@@ -13,9 +14,13 @@ using namespace NSQN_EMSUTIL_AGENT;
 Workers::Workers(int count, std::stop_token stop)
     : m_Stop(std::move(stop)), m_Workers(static_cast<std::size_t>(count))
 {
-    for (Worker& worker : m_Workers) {
-        worker.thread =
-            std::jthread([this, &worker](const std::stop_token& ending) { Work(ending, worker); });
+    try {
+        for (Worker& worker : m_Workers) {
+            worker.thread = std::jthread(
+                [this, &worker](const std::stop_token& ending) { Work(ending, worker); });
+        }
+    } catch (const std::system_error& failure) {
+        throw std::system_error(failure.code(), "a worker cannot be started");
     }
 }
 

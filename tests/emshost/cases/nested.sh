@@ -9,9 +9,10 @@ printf 'show n=4\nshow n=\001\n' >inner/binary
 echo "exit status $?"
 echo 'run file=inner/third' | "$emshost" - inner/../first 2>&1 >/dev/null | sed '/^read/,$d'
 for number in $(seq 18); do
-    echo "run file=deep$((number + 1))" >deep"$number"
+    printf 'show n=%s\nrun file=deep%s\n' "$number" $((number + 1)) >deep"$number"
 done
 "$emshost" --strict deep1
 echo 'run file=-' >inner/asking
 printf 'show n=5\nrun file=-\n' | "$emshost" inner/asking 2>&1 | sed '/^read/,$d'
+printf 'run file=-\nshow n=7\n' | "$emshost" /dev/stdin 2>&1 | sed '/^read/,$d'
 echo 'show n=6' | "$emshost" inner/asking - 2>&1 | sed '/^read/,$d'
