@@ -23,7 +23,7 @@ std::mutex g_Mutex; // guards the following
 Stream g_Output = {stdout, "standard output"};
 Stream g_Error = {stderr, "standard error"};
 Stream g_Debug = g_Error;
-std::stop_source g_Stop(std::nostopstate);
+std::stop_source& g_Stop = *new std::stop_source(std::nostopstate); // never destroyed
 bool g_bPrompt = false;
 
 std::atomic<bool> g_bPromptLost = false;
@@ -52,7 +52,7 @@ void FlushOutput()
 void Write(Stream& stream, std::string_view line)
 {
     if (stream.file != stdout) {
-        FlushOutput(); // so that the results come before the message, each in a whole line
+        FlushOutput(); // so that earlier results come before this line, and no line is cut in two
     }
     if (stream.isLost) {
         return;

@@ -12,11 +12,12 @@
 namespace emshost {
 
 /// Adds a line to the results. A terminal shows it at once, a pipe or a file at the latest after
-/// Flush(). When a line cannot be written, a message says why, no more results are written, and the
-/// process stops.
+/// Flush(). If a line cannot be written, a message says why, no more results are written, and the
+/// stop of StopWhenLost() is requested.
 void Print(std::string_view line);
 void Flush();
-/// What is then requested to stop. To be called before other threads call these functions.
+/// Sets the stop that is requested when a result cannot be written. Must be called before other
+/// threads call these functions.
 void StopWhenLost(std::stop_source stop);
 
 /// Writes all results, and then a message.

@@ -65,10 +65,12 @@ void WriteEntry(const Call& call)
     const std::uintmax_t before = SizeOf(file);
     Write("%s\n", call.Text("text").c_str());
     const bool isFirst = !std::exchange(g_ReportFile, file);
-    if (SizeOf(file) <= before) { // a line end fails too, with a reason, except on a device
+    if (SizeOf(file) <= before + call.Text("text").size()) {
+        // The attempt to write a line end shows the reason. A device has no size.
         const bool canWrite = !std::ofstream(file, std::ios::app).put('\n').flush().fail();
-        const std::string reason =
-            canWrite ? "but now it can be written" : std::generic_category().message(errno);
+        const std::string reason = canWrite
+                                       ? "reason unknown, a line end could be written afterwards"
+                                       : std::generic_category().message(errno);
         if (!canWrite || fs::is_regular_file(file)) {
             throw std::runtime_error("not written: " + file.string() + ": " + reason);
         }

@@ -50,8 +50,8 @@ void Run(const Call& call)
     call.m_Host.RunScript(file == "-" ? file : (asking.parent_path() / file).string());
 }
 
-/// The repeated command is this one without the first "times" and "command": more pairs of these
-/// names are its own, so that a repeat can be repeated.
+/// The repeated command is this one without the first "times" and "command". A further pair with
+/// one of these names belongs to the repeated command, so that a repeat can be repeated.
 void Repeat(const Call& call)
 {
     call.m_Host.CheckNesting();
@@ -107,15 +107,16 @@ const Service g_Service(
       [](const Call& call) { call.m_Host.Quit(call.Number<int>("status")); },
       {Number("status", 0, 255, "the exit status", "0")}},
      {"repeat",
-      "Run a command with the other arguments several times, before the next line.",
+      "Run a command several times, with all further arguments of this line, before the next line.",
       Repeat,
       {Number("times", 0, 1000000, "how many times"), Text("command", "the name of the command")},
       true},
      {"run",
       "Run the commands of another script, before the next line of this one.",
       Run,
-      {Text("file", "the path of the script, relative to the directory of this script (of standard "
-                    "input: the current directory); - is standard input")}},
+      {Text("file", "the path of the script; a relative path begins at the directory of the script "
+                    "that has this command, or at the current directory if that is standard "
+                    "input; - is standard input")}},
      {"show", "Print the text form of this command.", Show, {}, true},
      {"summary", "Print how many commands there have been so far.",
       [](const Call& call) { Print(call.m_Host.Summary()); }}});

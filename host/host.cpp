@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "emsutil/diagnostics.h"
@@ -29,17 +28,6 @@ constexpr const char* COUNT_NAMES[] = {"read",
                                        "scripts_that_could_not_be_read"};
 
 constinit Host* g_pHost = nullptr;
-
-/// Pipes and terminals too, unlike std::filesystem::equivalent().
-bool IsSameFile(const std::string& left, const std::string& right)
-{
-    struct stat files[2] = {};
-    const auto look = [](const std::string& path, struct stat& file) {
-        return path == "-" ? ::fstat(STDIN_FILENO, &file) : ::stat(path.c_str(), &file);
-    };
-    return look(left, files[0]) == 0 && look(right, files[1]) == 0 &&
-           files[0].st_dev == files[1].st_dev && files[0].st_ino == files[1].st_ino;
-}
 
 } // namespace
 
@@ -81,12 +69,13 @@ int Host::Run(const std::vector<std::string>& scripts)
 void Host::RunScript(const std::string& path)
 {
     CheckNesting();
-    for (const LineReader& other : m_Scripts) { // a script that runs itself twice would hardly end
-        if (IsSameFile(path, other.Path())) {
+    LineReader script(path, StopToken(), m_bInteractive && path == "-");
+    for (const LineReader* const other : m_Scripts) { // a script that runs itself might never end
+        if (script.IsSameFile(*other)) {
             throw std::runtime_error(path + " is being run already");
         }
     }
-    LineReader& script = m_Scripts.emplace_back(path, StopToken(), m_bInteractive && path == "-");
+    m_Scripts.push_back(&script);
     try {
         ReadLines(script);
     } catch (...) {
@@ -124,7 +113,7 @@ void Host::Deliver(EmsGeneralCmd& cmd, Count count)
     addGeneralCmd(cmd);
     runGeneralCmd();
     if (m_Counts[RUN] == before) {
-        Report(FAILED, Script().Where() + ": " + cmd.name + ": dropped, as memory is short");
+        Report(FAILED, Script().Where() + ": " + cmd.name + ": not run: out of memory");
     }
 }
 

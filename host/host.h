@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -32,12 +31,12 @@ struct HostOptions
 
 /// The process: reads scripts, and the library runs their commands.
 ///
-/// One thread, the main thread, does it all: it reads a line, adds its command to the library's
-/// queue, and drains the queue before it reads the next line.
+/// The main thread reads a line, adds its command to the library's queue, and drains the queue
+/// before it reads the next line.
 class Host
 {
 public:
-    /// What is counted: commands, and what was wrong.
+    /// The counts of the summary.
     enum Count { READ, ADDED, RUN, UNKNOWN, BAD_LINES, FAILED, UNREAD, COUNTS };
 
     /// For the library, which calls handlers without a context.
@@ -56,19 +55,20 @@ public:
 
     /// Runs the commands of another script. Throws when it cannot be read to its end.
     void RunScript(const std::string& path);
-    /// Throws if commands are nested so deep that no command may run others.
+    /// Throws if the running command is nested too deeply to run other commands.
     void CheckNesting() const;
-    /// Counts a command, adds it to the queue and drains the queue.
+    /// Counts a command. If it has a handler, adds it to the queue and drains the queue, else
+    /// reports it.
     void Deliver(EmsGeneralCmd& cmd, Count count);
-    /// Ends the process: no more is read or run.
+    /// Requests the stop: no further line is read and no further command runs.
     void Quit(int status);
     /// Calls an action when all commands and jobs are done; the latest comes first.
     void AtEnd(std::function<void()> action) { m_AtEnd.push_back(std::move(action)); }
     /// Writes all results, and waits, or less when the process is to stop.
     void Pause(int milliseconds);
     std::stop_token StopToken() const { return m_Stop.get_token(); }
-    /// The script that has the command that runs.
-    const LineReader& Script() const { return m_Scripts.back(); }
+    /// The script of the running command. There must be one.
+    const LineReader& Script() const { return *m_Scripts.back(); }
     std::string Summary() const;
     bool IsJson() const { return m_Options.json; }
     /// Prints a row of a table, as JSON or as text. In JSON, bytes that are not UTF-8 are replaced.
@@ -86,8 +86,8 @@ private:
     bool m_bInteractive = false;
     std::array<std::uint64_t, COUNTS> m_Counts = {};
     int m_nQuitStatus = 0;
-    std::list<LineReader> m_Scripts; // that are being read, each run by the one before
-    std::size_t m_nDepth = 0;        // of commands that run, one inside another
+    std::vector<const LineReader*> m_Scripts; // the open scripts, each run by the one before it
+    std::size_t m_nDepth = 0;                 // how many commands run, one inside another
     std::vector<std::function<void()>> m_AtEnd;
     Workers m_Workers;
 };

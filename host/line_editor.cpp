@@ -18,9 +18,9 @@ namespace emshost {
 
 namespace {
 
-constexpr int MOST_LINES = 1000;   // in the history
-constexpr int LONGEST_TYPED = 500; // libedit writes out of bounds from 1,020 bytes on, and a key
-                                   // may insert the whole line once more
+constexpr int MOST_LINES = 1000; // in the history
+// libedit writes out of bounds from 1,020 bytes on, and one key may double the line.
+constexpr int LONGEST_TYPED = 500;
 
 std::optional<std::string> g_strTyped;
 
@@ -72,14 +72,16 @@ std::string EditLine(const std::stop_token& stop)
             rl_deprep_terminal(); // the shell may have changed its modes while this process stopped
             rl_prep_terminal(1);
             rl_resize_terminal();
-            std::fputs("\r\033[K", stdout); // the prompt that is there
+            std::fputs("\r\033[K", stdout); // clears the old prompt
             rl_forced_update_display();
         }
+    }
+    while (isTooLong && ::tcflush(STDIN_FILENO, TCIFLUSH) == 0 &&
+           WaitForInput(STDIN_FILENO, STOP_CHECK_MS) > 0) { // a paste comes in pieces
     }
     rl_callback_handler_remove();
     SetPrompt(false);
     if (isTooLong) {
-        ::tcflush(STDIN_FILENO, TCIFLUSH);
         Print("");
         throw BadLine("line longer than " + std::to_string(LONGEST_TYPED) +
                       " bytes at the prompt; it and what follows are dropped");

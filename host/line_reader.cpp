@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "emsutil/diagnostics.h"
@@ -64,6 +65,13 @@ LineReader::~LineReader()
     if (m_nDescriptor != STDIN_FILENO) {
         ::close(m_nDescriptor);
     }
+}
+
+bool LineReader::IsSameFile(const LineReader& other) const
+{
+    struct stat files[2] = {};
+    return ::fstat(m_nDescriptor, &files[0]) == 0 && ::fstat(other.m_nDescriptor, &files[1]) == 0 &&
+           files[0].st_dev == files[1].st_dev && files[0].st_ino == files[1].st_ino;
 }
 
 std::string LineReader::Where() const

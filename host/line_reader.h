@@ -20,8 +20,8 @@ int WaitForInput(int descriptor, int milliseconds);
 /// Shows a prompt at the terminal, and returns the line that is typed, with its line end; the empty
 /// text at the end of the input, or when the process is to stop. The line can be edited, earlier
 /// lines are in a history, and the names of commands are completed. Throws BadLine for a line that
-/// is too long to be typed. One thread may call it. Left out where libedit is absent: the prompt is
-/// then all that there is.
+/// is too long to be typed. Only one thread may call it. It exists only with libedit. Without it,
+/// LineReader only shows the prompt.
 std::string EditLine(const std::stop_token& stop);
 
 /// The lines of a script, one at a time, in little memory whatever the script has.
@@ -40,6 +40,8 @@ public:
     /// BadLine for one that is too long, and another exception when no more can be read.
     bool Next(std::string& line);
 
+    /// Pipes and terminals are compared, too.
+    bool IsSameFile(const LineReader& other) const;
     /// The path that was opened, or "-".
     const std::string& Path() const { return m_strPath; }
     /// "file:line" of the latest line.

@@ -25,7 +25,7 @@ QNMitLockErrMgr& Manager()
 
 void SetSwitch(const Call& call)
 {
-    NSQN_util::g_bEnableMitLockErrMgr = call.Text("state") == "on"; // only this thread uses it
+    NSQN_util::g_bEnableMitLockErrMgr = call.Text("state") == "on"; // only the main thread uses it
     Print("lock errors: " + call.Text("state"));
 }
 

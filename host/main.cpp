@@ -73,8 +73,8 @@ void HandleSignals(std::stop_source stop)
             ::pause();
         }
     }).detach();
-    ::signal(SIGPIPE, SIG_IGN); // the write then fails, as with the next
-    ::signal(SIGXFSZ, SIG_IGN);
+    ::signal(SIGPIPE, SIG_IGN); // the write then fails with EPIPE
+    ::signal(SIGXFSZ, SIG_IGN); // and with EFBIG
 }
 
 int Run(int argc, char** argv)

@@ -126,8 +126,9 @@ const Service g_Service(
           call.m_Host.GetWorkers().Stick();
       }},
      {"threads",
-      "Print the records of all threads: the seconds since a thread last left or, before "
-      "that, first entered; the longest such time up to an entry; how often it entered or left.",
+      "Print a row per thread. since: the seconds since it last left, or since it first entered if "
+      "it never left. longest: the longest such time at an entry. events: how often it entered or "
+      "left.",
       Threads},
      {"unstick", "Let all stuck workers go on.",
       [](const Call& call) { call.m_Host.GetWorkers().Unstick(); }},

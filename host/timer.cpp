@@ -54,7 +54,7 @@ void Fire(void* data)
     const std::chrono::duration<double, std::milli> late = Clock::now() - timer.due;
     timer.hasFired = true;
     Print(string_format("%s, %.1f ms late", timer.who.c_str(), late.count()));
-    Flush(); // the main thread may wait for long
+    Flush(); // the main thread may be in a long wait, and does not flush then
 }
 
 void* Copy(void* data)

@@ -14,7 +14,7 @@ masked() {
         s/^( thread (id|start) +)[0-9a-f]+/\1#/; s/^(commands per second) +[0-9]+/\1 #/; s/  +/ /g'
 }
 
-{ (cd "$root/examples" && "$1" tour.ems) 2>&1 && cat "$root"/examples/*.ems; } | masked >"$directory/is"
+{ (cd "$root" && "$1" examples/tour.ems) 2>&1 && cat "$root"/examples/*.ems; } | masked >"$directory/is"
 sed -n 's/^    //p' "$root/docs/tour.md" | grep -v '^ *\.\.\.$' | masked >"$directory/shown"
 [ "$(wc -l <"$directory/shown")" -gt 50 ] || exit 1
 if grep -vxF -f "$directory/is" "$directory/shown"; then
