@@ -15,9 +15,10 @@ install(DIRECTORY include/emsutil platform/include/emsplatform platform/include/
     FILES_MATCHING PATTERN "*.h")
 if(EMSUTIL_BUILD_HOST)
     install(TARGETS emshost RUNTIME COMPONENT Development)
-    file(GLOB scripts CONFIGURE_DEPENDS examples/*.ems)
-    install(FILES ${scripts} DESTINATION "${CMAKE_INSTALL_DATADIR}/emsutil/examples"
-        COMPONENT Development)
+    install(DIRECTORY examples/ DESTINATION "${CMAKE_INSTALL_DATADIR}/emsutil/examples"
+        COMPONENT Development
+        FILES_MATCHING PATTERN "*.ems"
+        PATTERN consumer EXCLUDE PATTERN guide EXCLUDE PATTERN own_platform EXCLUDE)
     execute_process(COMMAND gzip -9nc "${CMAKE_CURRENT_SOURCE_DIR}/docs/emshost.1"
         OUTPUT_FILE "${CMAKE_CURRENT_BINARY_DIR}/emshost.1.gz"
         COMMAND_ERROR_IS_FATAL ANY)

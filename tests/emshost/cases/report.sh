@@ -18,3 +18,7 @@ for signal in HUP TERM; do
 done 2>/dev/null # a shell may say that a process was terminated
 { echo install; yes 'show n=1'; } | "$emshost" 2>&1 >/dev/full | head -n 1
 ls temporary
+# An entry that a limit on the size of files cuts is not written.
+head -c 1001 /dev/zero >var/dump/emshost.rpt
+echo 'trace text=123456789012345678901234567890' >entry
+(ulimit -f 2 && exec "$emshost" --install-path ems/bin entry 2>&1) | sed '/^read/,$d'
